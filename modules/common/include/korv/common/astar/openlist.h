@@ -1,0 +1,117 @@
+#pragma once
+
+#include "korv/common/api.h"
+#include "korv/common/astar/astarnode.h"
+#include "korv/common/container/vector.h"
+
+namespace KORV::Common::Astar
+{
+/// The open nodes of a search by total cost, in two parts: a sorted front of the best ones and an unsorted back. The
+/// front is filled with the 50 best of the back when it has run empty; until then a new node joins it only if it is
+/// better than the last node of the front, behind those of equal cost. All others are appended to the back.
+///
+/// The order, ties included, is that of two plain linked lists; how it is reached faster stands in the source.
+class KORV_COMMON_API OpenList
+{
+public:
+    /// Nodes that a refill of the front takes at most.
+    static constexpr uint32 NUM_BEST = 50;
+
+    explicit OpenList(Memory::Allocator* allocator);
+
+    /// Empties the list. What it holds from now on are indices into @p records, whose openPlace belongs to the list.
+    void reset(AStarNode* records);
+
+    /// Adds a node that is in neither part. Throws OutOfMemoryException; the node is then not in the list.
+    void push(uint32 nodeID)
+    {
+        const Entry entry{mRecords[nodeID].totalCost, nodeID};
+        if (!mFront.empty() && entry.mCost < mFront.front().mCost)
+            insertIntoFront(entry);
+        else
+            append(entry);
+    }
+    /// The best node, NO_NODE when there is none. Throws OutOfMemoryException; the list is then as it was.
+    uint32 getBest()
+    {
+        if (mFront.empty())
+        {
+            if (mNumBack == 0)
+                return NO_NODE;
+            refillFront();
+        }
+        return mFront.back().mNode;
+    }
+    /// The same, taken off the list.
+    uint32 popBest()
+    {
+        const uint32 nodeID = getBest();
+        if (nodeID != NO_NODE)
+        {
+            mFront.pop_back();
+            mRecords[nodeID].openPlace = PLACE_NONE;
+        }
+        return nodeID;
+    }
+
+    /// The total cost in a node's record has changed from @p oldCost. A node of the front is taken out and pushed again,
+    /// one of the back keeps its place, one in neither part stays outside.
+    void reposition(uint32 nodeID, float oldCost);
+    /// The same, but a node of the front keeps its place, too.
+    void changeInPlace(uint32 nodeID, float oldCost);
+
+private:
+    struct Entry
+    {
+        float mCost;     // the total cost in the node's record
+        uint32 mNode;    // NO_NODE marks a hole in the back, whose cost is infinite
+    };
+
+    // openPlace of a record: an index into mBack, or one of these
+    static constexpr uint32 PLACE_NONE = 0xFFFFFFFF;
+    static constexpr uint32 PLACE_FRONT = 0xFFFFFFFE;
+
+    static constexpr uint32 BLOCK_SIZE = 64;
+
+    void insertIntoFront(const Entry& entry);
+    size_t findInFront(uint32 nodeID, float cost) const;
+
+    void append(const Entry& entry)
+    {
+        if (mBackEnd == mBack.size())
+            rebuildBack();
+        putBack(mBackEnd, entry);
+        ++mBackEnd;
+    }
+    void putBack(uint32 place, const Entry& entry)
+    {
+        mBack[place] = entry;
+        lowerBlockMinimum(place, entry.mCost);
+        mRecords[entry.mNode].openPlace = place;
+        ++mNumBack;
+    }
+    void lowerBlockMinimum(uint32 place, float cost)
+    {
+        float& minimum = mBlockMinimum[place / BLOCK_SIZE];
+        if (cost < minimum)
+            minimum = cost;
+    }
+    void clearBack();
+    void rebuildBack();
+
+    void refillFront();
+    uint32 takeFirst(Entry* best);
+    void replaceWorse(Entry* best);
+    void replaceWorst(Entry* best, uint32 place, bool firstTime);
+    void updateBlockMinimum(uint32 block);
+
+    AStarNode* mRecords = nullptr;
+    Vector<Entry> mFront;             // worst node first, best last
+    bool mFrontSorted = true;         // false once a cost was changed in place and broke the order
+    Vector<Entry> mBack;              // used from mBackBegin to mBackEnd, free on both sides, with holes
+    Vector<float> mBlockMinimum;      // no cost in the block of BLOCK_SIZE places is lower
+    uint32 mBackBegin = 0;
+    uint32 mBackEnd = 0;
+    uint32 mNumBack = 0;              // nodes in the back, holes not counted
+};
+} // namespace KORV::Common::Astar

@@ -1,0 +1,154 @@
+#pragma once
+
+#include "korv/common/container/segmentvector.h"
+#include "korv/navmesh/navmeshcontainer.h"
+#include "korv/navmesh/runcontrol.h"
+
+#include <unordered_map>
+
+namespace KORV::NavMesh
+{
+/// Links the open sides of all nodes to sides that run along them in the ground plane, on the same level or within the
+/// reach of jump and fall. Sides that are only partly met are split. Runs on one thread.
+class NavMeshConnector : public Common::Memory::MemoryManaged
+{
+public:
+    class Grid;
+
+    /// One open side in the grid, shared by the cells that the side crosses.
+    struct GridEdge
+    {
+        int32 mNode = -1;
+        int32 mSide = -1;
+        float mHeight = 0.0f;  ///< vertical coordinate of the side's first vertex
+        int32 mRefCount = 0;   ///< cells that list the record
+        uint32 mVisited = 0;   ///< mark, used within one findCandidates
+    };
+
+    using CandidateList = Vector<GridEdge*>;
+
+    /// @param overlapTolerance  length that two sides must share at least. [world units, > 0]
+    /// @param distanceTolerance  distance in the ground plane at which sides still touch. [world units]
+    NavMeshConnector(float overlapTolerance, float distanceTolerance);
+    ~NavMeshConnector() override;
+
+    /// Sets the neighbours of open sides (entry -1), inserts vertices where sides are split. A link is one-way where
+    /// only the way down or only the way up is within reach.
+    /// @param maxJumpHeight, maxFallHeight  the largest of all characters. [world units]
+    /// @param axisValue  +1 when larger vertical coordinates are higher, else -1.
+    /// @param vertComp  vertical component of a position, 0 to 2.
+    /// Throws what the run control throws, and InvalidStateException when vertex ids run out. The mesh is then linked
+    /// in part, but consistent.
+    /// Cost: near linear in the sides, as long as they are of like length.
+    void buildConnections(NavMeshContainer& container, float maxJumpHeight, float maxFallHeight, float axisValue,
+                          int32 vertComp, const RunControl& control);
+
+private:
+    struct Side;
+    class Run;
+    enum class Decision
+    {
+        NEXT_CANDIDATE,
+        STOP
+    };
+
+    void insertOpenSides(const RunControl& control);
+    void connectNodes(const RunControl& control);
+    void connectNode(int32 node);
+    void queueOpenSides();
+    void connectSide(uint64 edgeID);
+    bool makeSide(Side& side, uint32 edge) const;
+    Decision examineCandidate(const Side& side, const GridEdge& candidate);
+    bool touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
+    bool isWithinReach(float height) const;
+    Decision link(const Side& side, int32 neighbour, float t0, float t1);
+    Decision splitSide(const Side& side, const float* cuts, uint32 numCuts);
+    bool isShorter(const Side& side, const Vec3<float>* corners, uint32 numPieces) const;
+
+    NavMeshContainer::NavNode& getNode() { return mNavMesh->mNodes[static_cast<size_t>(mNode)]; }
+    const NavMeshContainer::NavNode& getNode() const { return mNavMesh->mNodes[static_cast<size_t>(mNode)]; }
+    float getHeight(const Vec3<float>& vertex) const;
+
+    Grid* mGrid = nullptr;
+    float mOverlapTolerance;
+    float mDistanceTolerance;
+
+    // The run in progress. The grid of mGrid exists only then.
+    NavMeshContainer* mNavMesh = nullptr;
+    float mMaxJumpHeight = 0.0f;
+    float mMaxFallHeight = 0.0f;
+    float mAxisValue = 1.0f;
+
+    // The node in progress. The queue's front is at its back; its entries miss the sides that splitting has added.
+    int32 mNode = -1;
+    float mNodeHeight = 0.0f;
+    int64 mOffset = 0;
+    Vector<int64> mSideQueue;
+    Vector<int32> mKeptSides;
+    CandidateList mCandidates;
+};
+
+/// Finds the open sides near a side: a grid of square cells over the ground plane, each with the records of the sides
+/// that cross it. Only cells that are used take memory.
+class NavMeshConnector::Grid : public Common::Memory::MemoryManaged
+{
+public:
+    /// Sets the cells up for the open sides of a mesh, which must outlive the grid; registers none yet.
+    Grid(const NavMeshContainer& navMesh, int32 vertComp);
+    ~Grid() override;
+
+    /// False when there is no side that could be registered.
+    bool isUsable() const { return mCellSize > 0.0f; }
+
+    /// Registers a side. One with an invalid corner, or without a finite length above 0, can't be linked and is
+    /// ignored, by the other operations too.
+    void insertEdge(int32 node, int32 side);
+    /// Takes back what insertEdge has registered; the corners must be the same as then.
+    void removeEdge(int32 node, int32 side);
+    /// Appends the sides in the cells of a side that lie within a range of heights, each once, in the order met.
+    void findCandidates(CandidateList& candidates, int32 node, int32 side, float range);
+
+    /// A position in the ground plane.
+    Vec2<float> getPosition(const Vec3<float>& vertex) const { return {vertex[mHorizComp[0]], vertex[mHorizComp[1]]}; }
+    /// The ends of a side in the ground plane; false when the side or a corner does not exist.
+    bool getEnds(Vec2<float>& a, Vec2<float>& b, const NavMeshContainer::NavNode& node, size_t side) const;
+
+    float mCellSize = -1.0f;
+    Vec2<float> mOrigin;
+    int32 mVertComp;
+    int32 mHorizComp[2];
+    int32 mGridX = 0;
+    int32 mGridY = 0;
+
+private:
+    using CellList = Vector<GridEdge*>;
+    /// Cells by number, y * mGridX + x. A table of all cells could be huge: short sides in a wide mesh.
+    using CellTable = std::unordered_map<uint64, CellList, std::hash<uint64>, std::equal_to<uint64>,
+                                         Common::Memory::STLAllocator<std::pair<const uint64, CellList>>>;
+    struct Position
+    {
+        int32 mX;
+        int32 mY;
+    };
+    class CellWalk;
+
+    void measure();
+    float averageOpenLength() const;
+    int32 countCells(float extent) const;
+    static int32 toCell(float coordinate, int32 numCells);
+    bool isInside(const Position& position) const;
+    bool measureSide(Vec2<float>& a, Vec2<float>& b, float& height, int32 node, int32 side) const;
+    Vec2<float> toGridCoords(const Vec2<float>& position) const;
+    uint64 getKey(const Position& position) const;
+    CellList& getCell(const Position& position);
+    CellList* findCell(const Position& position);
+    GridEdge* takeEdge(const GridEdge& edge);
+    static GridEdge* findRecord(const CellList* cell, int32 node, int32 side);
+    static void collectCell(CandidateList& candidates, const CellList& cell, float height, float range);
+
+    const NavMeshContainer& mNavMesh;
+    CellTable mCells;
+    Common::Container::SegmentVector<GridEdge> mEdges;
+    Vector<GridEdge*> mFreeEdges;
+};
+} // namespace KORV::NavMesh

@@ -1,0 +1,256 @@
+// The order of a generation: height classes, outlines, convex nodes, connections.
+//
+// Everything that a run needs lives in one Run object, so that every way out (nothing walkable, an exception of a stage
+// or of the host, a stop by the host) takes the same road: the pool runs dry and ends, the builder is usable again.
+
+#include "korv/common/debug/assert.h"
+#include "korv/common/debug/trace.h"
+#include "korv/common/geom/geomutility.h"
+#include "korv/common/threading/threadpool.h"
+#include "korv/navmesh/heightclassifier.h"
+#include "korv/navmesh/mainaxes.h"
+#include "korv/navmesh/navmeshbuilder.h"
+#include "korv/navmesh/navmeshconnector.h"
+#include "korv/navmesh/navmeshoctree.h"
+#include "korv/navmesh/piecesequencer.h"
+#include "korv/navmesh/polygoncreatetask.h"
+#include "korv/navmesh/runcontrol.h"
+#include "korv/navmesh/stageclock.h"
+#include "korv/navmesh/surfacepolygon.h"
+
+#include <memory>
+
+namespace KORV::NavMesh
+{
+namespace
+{
+using Common::Debug::MessageText;
+using Common::Debug::Trace;
+using Common::Memory::AllocatorPtr;
+using Common::Threading::ThreadPool;
+
+constexpr const char* FUNCTION = "KORV::NavMesh::NavMeshBuilder::generateNavMesh";
+
+// Names of the stages, in the log and for the host.
+constexpr const char* OUTLINE_STAGE = "Build maximal connected polygons";
+constexpr const char* CONVEX_STAGE = "Build Convex Polygon";
+constexpr const char* CONNECTION_STAGE = "Build Vertical Connections";
+constexpr const char* HEIGHT_STAGE = "Add Height Classifier";
+constexpr const char* TOTAL_STAGE = "Building Navigation Mesh";
+
+/// A progress report at least this often while outlines are cut. [milliseconds]
+constexpr uint32 PROGRESS_PAUSE = 50;
+/// And that often while they are handed out.
+constexpr size_t OUTLINES_PER_REPORT = 1000;
+
+// Tolerances of the connections, as shares of a cube.
+constexpr float OVERLAP_SHARE = 0.5f;
+constexpr float DISTANCE_SHARE = 0.25f;
+} // namespace
+
+class NavMeshBuilder::Run
+{
+public:
+    explicit Run(NavMeshBuilder& builder);
+    ~Run();
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+
+    SharedPtr<NavMeshContainer> execute();
+
+private:
+    void classifyHeights();
+    void buildOutlines();
+    void createContainer();
+    void buildConvexNodes();
+    void reportConvexNodes(const PieceSequencer& sequencer) const;
+    void countRescues(const PieceSequencer& sequencer);
+    void buildConnections();
+    void writeHeights();
+    void endStage(const char* name);
+    void endPool();
+
+    NavMeshBuilder& mBuilder;
+    RunControl mControl;
+    AllocatorPtr mAllocator; // thread-safe: workers append to the container
+    SurfacePolygonList mPolygons;
+    HeightClassifier mClassifier;
+    uint32 mAxis = 0;
+    SharedPtr<NavMeshContainer> mContainer;
+    uint32 mNumStages = 0;
+    StageClock mTotalClock;
+    StageClock mStageClock;
+};
+
+SharedPtr<NavMeshContainer> NavMeshBuilder::generateNavMesh()
+{
+    mStatistics = Statistics();
+    checkInputs();
+    KORV_ASSERT(mParameter.mGravityDir.getLength() > 0, "mParameter.mGravityDir.getLength() > 0",
+                "Gravity direction is zero length");
+    mParameter.mGravityDir.normalise();
+    try
+    {
+        return Run(*this).execute();
+    }
+    catch (RunCancelled*)
+    {
+        mStatistics.mCancelled = true;
+        return nullptr;
+    }
+}
+
+NavMeshBuilder::Run::Run(NavMeshBuilder& builder)
+    : mBuilder(builder), mControl(builder.mProgressReceiver, builder.mStatistics), mPolygons(builder.getMemory()),
+      mClassifier(builder.getMemory())
+{
+    mBuilder.mThreadPool = ThreadPool::create(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
+    mAllocator = mBuilder.mThreadPool->getAllocator();
+    Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
+    mTotalClock.restart();
+    mStageClock.restart();
+}
+
+NavMeshBuilder::Run::~Run()
+{
+    endPool();
+}
+
+SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
+{
+    mControl.report(OUTLINE_STAGE, 0.0f);
+    classifyHeights();
+    buildOutlines();
+    if (mPolygons.empty())
+        return nullptr;
+    createContainer();
+    buildConvexNodes();
+    endPool();
+    buildConnections();
+    writeHeights();
+    mControl.report(TOTAL_STAGE, 1.0f);
+    mStageClock = mTotalClock;
+    endStage(TOTAL_STAGE);
+    return mContainer;
+}
+
+void NavMeshBuilder::Run::classifyHeights()
+{
+    for (const CharacterInfo& character : mBuilder.mCharacters)
+        mClassifier.insert(character);
+    mClassifier.finalizeIDs();
+    for (CharacterInfo& character : mBuilder.mCharacters)
+    {
+        float lo = 0.0f;
+        float hi = 0.0f;
+        character.mMaxHeightClassID = mClassifier.classify(character.mPhysicalHeight, lo, hi);
+    }
+}
+
+void NavMeshBuilder::Run::buildOutlines()
+{
+    Parameter& parameter = mBuilder.mParameter;
+    if (parameter.mSplitDepth < -1)
+        parameter.mSplitDepth = mBuilder.computeSplitDepth();
+    mAxis = mBuilder.mainSurfaceAxis();
+    {
+        const std::unique_ptr<NavMeshOctree> octree(new (mAllocator) NavMeshOctree(
+            parameter, &mBuilder.mGeometries, mClassifier, mBuilder.mThreadPool, mControl));
+        octree->buildMaxConnectedPolygons(mPolygons, mAxis);
+    }
+    endStage(OUTLINE_STAGE);
+    // Outlines that were a straight line have no corners left.
+    mPolygons.remove_if([](const SurfacePolygon& polygon) { return polygon.mPoints.size() < 3; });
+}
+
+void NavMeshBuilder::Run::createContainer()
+{
+    mContainer = new (mAllocator) NavMeshContainer(mBuilder.mCharacters, mBuilder.mSurfaceTypes);
+    mContainer->mNormal = MAIN_AXES[mAxis];
+    Common::Geom::computePlaneBasis(mContainer->mXAxis, mContainer->mYAxis, mContainer->mNormal);
+    mContainer->mCubeSize = mBuilder.mParameter.mCubeSize;
+}
+
+void NavMeshBuilder::Run::buildConvexNodes()
+{
+    ThreadPool& pool = *mBuilder.mThreadPool;
+    Common::Threading::SpinLock lock;
+    PieceSequencer sequencer(lock, *mContainer, mPolygons.size(), mAllocator);
+    try
+    {
+        size_t outline = 0;
+        for (const SurfacePolygon& polygon : mPolygons)
+        {
+            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, sequencer, outline, polygon,
+                                                               mContainer->mNormal));
+            if (++outline % OUTLINES_PER_REPORT == 0)
+                reportConvexNodes(sequencer);
+        }
+        while (sequencer.getNumEnded() < mPolygons.size())
+        {
+            reportConvexNodes(sequencer);
+            sequencer.waitForEnd(PROGRESS_PAUSE);
+        }
+    }
+    catch (...)
+    {
+        sequencer.stop();
+        pool.waitForTasks(); // they refer to what this function owns
+        throw;
+    }
+    pool.waitForTasks();
+    sequencer.getErrors().rethrow();
+    countRescues(sequencer);
+    endStage(CONVEX_STAGE);
+}
+
+void NavMeshBuilder::Run::reportConvexNodes(const PieceSequencer& sequencer) const
+{
+    mControl.report(CONVEX_STAGE, static_cast<float>(sequencer.getNumEnded()) / static_cast<float>(mPolygons.size()));
+}
+
+void NavMeshBuilder::Run::countRescues(const PieceSequencer& sequencer)
+{
+    using Rescue = ConvexPolygonCreator::Rescue;
+    Statistics& statistics = mBuilder.mStatistics;
+    statistics.mNumInsetRescues = sequencer.getNumRescues(Rescue::INSET);
+    statistics.mNumTriangleRescues = sequencer.getNumRescues(Rescue::TRIANGLES);
+    if (statistics.mNumInsetRescues > 0)
+        Trace::message(MessageText() << FUNCTION << " : Outlines cut after an inset from unmoved points: "
+                                     << statistics.mNumInsetRescues);
+    if (statistics.mNumTriangleRescues > 0)
+        Trace::message(MessageText() << FUNCTION << " : Outlines cut into triangles: "
+                                     << statistics.mNumTriangleRescues);
+}
+
+void NavMeshBuilder::Run::buildConnections()
+{
+    const float cubeSize = mBuilder.mParameter.mCubeSize;
+    const int32 component = MAIN_AXIS_COMPONENTS[mAxis];
+    NavMeshConnector connector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE);
+    mControl.report(CONNECTION_STAGE, 0.0f);
+    connector.buildConnections(*mContainer, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
+                               MAIN_AXES[mAxis][component], component, mControl);
+    endStage(CONNECTION_STAGE);
+}
+
+void NavMeshBuilder::Run::writeHeights()
+{
+    mClassifier.writeHeights(mContainer->mHeight);
+    endStage(HEIGHT_STAGE);
+}
+
+/// Logs a stage's time and starts the clock of the next one.
+void NavMeshBuilder::Run::endStage(const char* name)
+{
+    Trace::message(MessageText() << FUNCTION << " : " << name << " Time used: " << mStageClock.getLogSeconds());
+    mBuilder.mStatistics.mStages[mNumStages++] = {name, mStageClock.getSeconds()};
+    mStageClock.restart();
+}
+
+void NavMeshBuilder::Run::endPool()
+{
+    delete mBuilder.mThreadPool;
+    mBuilder.mThreadPool = nullptr;
+}
+} // namespace KORV::NavMesh

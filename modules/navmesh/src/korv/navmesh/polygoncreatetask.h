@@ -1,0 +1,28 @@
+#pragma once
+
+#include "korv/common/threading/task.h"
+#include "korv/navmesh/piecesequencer.h"
+
+namespace KORV::NavMesh
+{
+/// Cuts one outline on a worker. Owns nothing of what it is given, all of which must outlive it.
+class PolygonCreateTask : public Common::Threading::Task
+{
+public:
+    /// @param outline  the polygon's place in the order of the outlines.
+    /// @param axis  the main surface axis.
+    PolygonCreateTask(float cubeSize, PieceSequencer& sequencer, size_t outline, const SurfacePolygon& polygon,
+                      const Vec3<float>& axis);
+
+    void run() override;
+
+private:
+    void cut();
+
+    float mCubeSize;
+    const SurfacePolygon& mSurfacePolygon;
+    PieceSequencer& mSequencer;
+    size_t mOutline;
+    const Vec3<float>& mAxis;
+};
+} // namespace KORV::NavMesh

@@ -1,0 +1,77 @@
+#pragma once
+
+#include "korv/navmesh/navmeshoctree.h"
+
+namespace KORV::NavMesh
+{
+/// Sorts triangles into an octree, down to the voxels, and has the occupied voxels classified.
+class VoxelInsertion
+{
+public:
+    /// @param progressSpan  the fraction of the stage that the insertion makes up.
+    VoxelInsertion(const Vector<GeometryInfo>& geometries, NavMeshOctree::InnerOctants& innerOctants,
+                   NavMeshOctree::LeafOctants& leafOctants, const RunControl& control, float progressSpan,
+                   Common::Memory::Allocator* allocator);
+
+    /// Creates the root and everything below it.
+    /// @param centre,edge  the cube of the octree. [world units]
+    void insert(const Vec3<float>& centre, float edge, uint32 depth);
+
+private:
+    /// A triangle of the input. Every list is in ascending order of geometry, then triangle.
+    struct Entry
+    {
+        uint32 mGeometry;
+        uint32 mTriangle;
+    };
+
+    /// Reads a geometry's triangles without the checks of its accessors.
+    class TriangleReader
+    {
+    public:
+        explicit TriangleReader(const GeometryInfo& geometry);
+        /// World positions of the corners. The ids must be in range.
+        void read(uint32 triangle, Vec3<float> (&corners)[3]) const;
+        IndexedTriangle getIndices(uint32 triangle) const;
+
+    private:
+        Vec3<float> getVertex(uint32 vertex) const;
+
+        const GeometryInfo* mGeometry;
+    };
+
+    /// An octant on its way into the tree: its cube and its triangles, a range of the stack.
+    struct Octant
+    {
+        uint32 mIndex;
+        Vec3<float> mCentre;
+        float mEdge;
+        uint32 mDepth; // levels below it
+        size_t mBegin;
+        size_t mEnd;
+        float mProgress;     // share of the insertion that is done when it begins
+        float mProgressSpan; // and its own share
+    };
+
+    void collectTriangles();
+    bool hasValidIndices(uint32 geometry, uint32 triangle) const;
+    void insertOctant(const Octant& octant);
+    void insertChildren(const Octant& octant);
+    uint32 findOverlaps(const Octant& octant);
+    uint32 appendChildren(uint32 childMask, uint32 childDepth);
+    void pushTrianglesOfChild(const Octant& octant, uint32 child);
+    void classifyVoxel(const Octant& octant);
+    void countStep();
+
+    const Vector<GeometryInfo>& mGeometries;
+    NavMeshOctree::InnerOctants& mInnerOctants;
+    NavMeshOctree::LeafOctants& mLeafOctants;
+    const RunControl& mControl;
+    float mTotalSpan;
+    float mProgress = 0.0f;
+    uint32 mSteps = 0;
+    Vector<TriangleReader> mReaders;
+    Vector<Entry> mStack;    // triangle lists of the octants on the current way down
+    Vector<uint8> mOverlaps; // beside each entry: the children of its octant that it touches
+};
+} // namespace KORV::NavMesh

@@ -1,0 +1,78 @@
+#include "korv/common/container/segmentvector.h"
+#include "korv/common/callback/callbackallocator.h"
+#include "korv/common/memory/memoryexception.h"
+#include "support/test.h"
+
+using namespace KORV;
+using namespace KORV::Common;
+using Container::SegmentVector;
+
+namespace
+{
+struct Counted
+{
+    static inline int sAlive = 0;
+
+    explicit Counted(uint32 value = 0) : mValue(value) { ++sAlive; }
+    Counted(const Counted& other) : mValue(other.mValue) { ++sAlive; }
+    Counted& operator=(const Counted&) = default;
+    ~Counted() { --sAlive; }
+
+    uint32 mValue;
+};
+} // namespace
+
+KORV_TEST(SegmentVector, elementsStayInPlaceAcrossSegments)
+{
+    constexpr uint32 COUNT = SegmentVector<Counted>::SEGMENT_SIZE + 10;
+    const int aliveBefore = Counted::sAlive;
+    {
+        SegmentVector<Counted> vector(Memory::getDefaultAllocator());
+        EXPECT_EQ(vector.capacity(), 0u);
+        EXPECT_EQ(vector.append(Counted(0)), 0u);
+        const Counted* first = &vector[0];
+        for (uint32 i = 1; i < COUNT; ++i)
+            vector.append(Counted(i));
+        EXPECT_EQ(&vector[0], first);
+        EXPECT_EQ(vector.size(), COUNT);
+        EXPECT_EQ(vector.capacity(), 2u * SegmentVector<Counted>::SEGMENT_SIZE);
+        for (const uint32 i : {0u, 65535u, 65536u, COUNT - 1})
+        {
+            EXPECT_EQ(vector[i].mValue, i);
+            EXPECT_EQ(&vector[i], &vector.getUnchecked(i));
+        }
+        EXPECT_EQ(Counted::sAlive - aliveBefore, static_cast<int>(COUNT));
+    }
+    EXPECT_EQ(Counted::sAlive, aliveBefore);
+}
+
+KORV_TEST(SegmentVector, anIndexOutOfRangeIsReportedAndReachesNoElement)
+{
+    SegmentVector<int> vector(Memory::getDefaultAllocator());
+    vector.append(7);
+    vector[1] = 9;
+    expectReports({"index < mSize\nError Message: index out of range"});
+    EXPECT_EQ(vector[1], 0);
+    dropReports();
+    EXPECT_EQ(vector[0], 7);
+}
+
+KORV_TEST(SegmentVector, aSegmentThatMemoryRefusesLeavesTheElements)
+{
+    Testing::CountingMemory* memory = new Testing::CountingMemory;
+    const SharedPtr<Callback::MemoryCallback> callback(memory);
+    const Memory::AllocatorPtr base(new (callback) Callback::CallbackAllocator);
+    SegmentVector<uint16> vector(base.get());
+    for (uint32 i = 0; i < SegmentVector<uint16>::SEGMENT_SIZE; ++i)
+        vector.append(static_cast<uint16>(i));
+    for (const int64 allowed : {0, 1}) // the list of segments, the segment
+    {
+        memory->mFailAfter = allowed;
+        Testing::expectThrow<Memory::OutOfMemoryException>([&] { vector.append(1); });
+        EXPECT_EQ(vector.size(), 65536u);
+        EXPECT_EQ(vector.capacity(), 65536u);
+        EXPECT_EQ(vector[65535], 65535u);
+    }
+    memory->mFailAfter = -1;
+    EXPECT_EQ(vector.append(5), 65536u);
+}
