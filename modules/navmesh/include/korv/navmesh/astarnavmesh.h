@@ -98,7 +98,7 @@ struct KORV_NAVMESH_API NMSearchPoints
     Vec3<float> mEndPos;
     int32 mStartNode = -1;
     int32 mEndNode = -1;
-    NodeMiddlePoints* mMiddlePoints = nullptr;    ///< null: computed on every call; not owned
+    NodeMiddlePoints* mMiddlePoints = nullptr; ///< null: computed on every call; not owned
 
     /// The point where a way leaves a node, and the one where it arrives. [world units]
     Vec3<float> getFromPoint(uint32 nodeID) const;

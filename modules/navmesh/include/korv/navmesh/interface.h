@@ -31,7 +31,7 @@ public:
     /// @return whether the file was read and converted; a failure is reported, and what came before it stays.
     static bool importVRML2Geometry(Vector<Vec3<float>>& vertices, Vector<IndexedTriangle>& triangles,
                                     const BasicString& fileName);
-    /// The same without a report: the reason of a failure is left in @p error.
+    /// The same, and leaves the reason of a failure in @p error, which is empty after a success.
     static bool importVRML2Geometry(Vector<Vec3<float>>& vertices, Vector<IndexedTriangle>& triangles,
                                     const BasicString& fileName, GeometryImportError& error);
 };

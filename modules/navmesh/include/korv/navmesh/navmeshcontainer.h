@@ -101,9 +101,10 @@ public:
     /// @return false, after a report, when something required is missing; the mesh is then partly filled.
     bool initFromXML(Common::Parser::XML::XMLNodeElements* list);
 
-    /// Checks what a finished mesh promises: ids in range, at least three corners, one neighbour entry a side, convex
-    /// counter-clockwise corners, not around a negative area, in the ground plane (up to the dents that an inset of a quarter
-    /// cube leaves), finite numbers, a class and orientation that make sense, no more nodes than the search can take.
+    /// Checks what a finished mesh promises: ids in range, at least three corners, one neighbour entry a side, corners
+    /// that run counter-clockwise and convex in the ground plane (up to the dents that an inset of a quarter cube leaves;
+    /// a node without area passes), finite numbers, a class and orientation that make sense, no more nodes than the
+    /// search can take.
     /// @param maxViolations  the search ends when so many have been found.
     /// Cost: n log n for a node of n corners.
     Vector<Violation> checkInvariants(uint32 maxViolations = 1000) const;

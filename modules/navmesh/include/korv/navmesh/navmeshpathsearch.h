@@ -10,16 +10,16 @@ namespace KORV::NavMesh
 /// One side that a path crosses.
 struct NavMeshPathChunk
 {
-    int32 mNodeID;       ///< the node that the path leaves
-    uint32 mBorderID;    ///< the side it crosses, from corner mBorderID to the next; an index into mNeighbours, too
+    int32 mNodeID;    ///< the node that the path leaves
+    uint32 mBorderID; ///< the side it crosses, from corner mBorderID to the next; an index into mNeighbours, too
 };
 
 /// Path search over one mesh, in slices: the host decides how many nodes a call may expand.
 ///
-/// Calling order: initSearch; runSearch while it returns 1; after 0, getPath. Another initSearch may follow at any time.
-/// Copies share one search and its state; it is released with the last of them. The mesh is kept alive, and must not be
-/// changed between initSearch and getPath (a change is harmless, but the path may then be wrong).
-/// Thread use: one thread at a time for all copies. Searches over one mesh may run at once with runSearch and getPath;
+/// Calling order: initSearch; runSearch while it returns 1; after 0, getPath. Another initSearch may follow at any
+/// time. Copies share one search and its state; it is released with the last of them. The mesh is kept alive, and must
+/// not be changed between initSearch and getPath (a change is harmless, but the path may then be wrong). Thread use:
+/// one thread at a time for all copies. Searches over one mesh may run at once with runSearch and getPath;
 /// construction, initSearch, copying and destruction change the mesh's reference count, which is not atomic.
 class KORV_NAVMESH_API NavMeshPathSearch
 {
@@ -54,11 +54,12 @@ public:
     Vector<NavMeshPathChunk> getPath() const;
 
     SharedPtr<NavMeshContainer> mNavMesh;
-    Common::Astar::AStar* mAStar = nullptr;    ///< the engine that all copies share; null for a search without a mesh
+    Common::Astar::AStar* mAStar = nullptr; ///< the engine that all copies share; null for a search without a mesh
 
 private:
     class Engine;
-    using EnginePtr = SharedPtr<Engine, Common::MemberReferenceCount<Common::ReferenceCounted, Common::ReferenceCounter, 4>>;
+    using EnginePtr =
+        SharedPtr<Engine, Common::MemberReferenceCount<Common::ReferenceCounted, Common::ReferenceCounter, 4>>;
 
     EnginePtr mEngine;
 };

@@ -42,8 +42,8 @@ void NodeMiddlePoints::reset(const NavMeshContainer& mesh)
     if (mCapacity < numNodes)
     {
         freePoints();
-        mPoints = static_cast<Vec3<float>*>(Common::Memory::allocateAligned(
-            *mAllocator, uint64{numNodes} * sizeof(Vec3<float>), alignof(Vec3<float>)));
+        mPoints = static_cast<Vec3<float>*>(
+            Common::Memory::allocateAligned(*mAllocator, uint64{numNodes} * sizeof(Vec3<float>), alignof(Vec3<float>)));
         mCapacity = numNodes;
     }
     mKnown.assign(numNodes / 64 + 1, 0);
@@ -113,7 +113,8 @@ uint32 AStarMapNavMesh::getNodeLimit(const NavMeshContainer& mesh)
 // out of line: a report's text takes 4 KB of stack
 bool AStarMapNavMesh::reportBorder()
 {
-    return KORV_ASSERT(false, "i < (KORV::Common::Utility::BitMask<(32-KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS)>::MASK)",
+    return KORV_ASSERT(false,
+                       "i < (KORV::Common::Utility::BitMask<(32-KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS)>::MASK)",
                        "Number of borders in a navmesh node exceeds the available range of " << BORDER_MASK);
 }
 
@@ -155,7 +156,9 @@ float NMCostFunc::calcCost(uint32 edge)
     return (mPoints.getToPoint(target) - mPoints.getFromPoint(source)).getLength();
 }
 
-NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh) : NMHeuristicFunc(navMesh, {}, {}, -1, -1) {}
+NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh) : NMHeuristicFunc(navMesh, {}, {}, -1, -1)
+{
+}
 
 NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh, const Vec3<float>& startPos,
                                  const Vec3<float>& endPos, int startNode, int endNode)

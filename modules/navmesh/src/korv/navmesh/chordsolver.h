@@ -1,57 +1,45 @@
 #pragma once
 
-#include "korv/navmesh/chordtable.h"
-#include "korv/navmesh/convexchains.h"
-
-#include <optional>
+#include "korv/navmesh/chainsearch.h"
+#include "korv/navmesh/convexpieces.h"
 
 namespace KORV::NavMesh
 {
-/// Asked now and then during long work; false abandons it.
-class WorkWatch
-{
-public:
-    virtual ~WorkWatch() = default;
-    virtual bool keepGoing() = 0;
-};
-
-/// Finds the cut of an outline into convex pieces with the least total length of chords.
-/// Holds references to its arguments, which must not change. One thread at a time.
+/// Splits an outline into convex pieces of minimal total chord length.
 class ChordSolver
 {
 public:
-    static constexpr float NO_CUT = ConvexChains::NO_CUT;
+    ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator);
 
-    /// @param polygon  the drawn-in outline, clockwise, of at least three corners.
-    /// @param reflex  for each corner, whether it is reflex or nearly straight.
-    ChordSolver(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex, Common::Memory::Allocator* allocator);
+    enum class Result
+    {
+        SOLVED,
+        UNSOLVABLE,
+        STOPPED
+    };
 
-    /// Prices every chord.
-    /// @return the total length of the best cut's chords and of the closing edge; not below NO_CUT (or no number) where
-    /// there is no cut, or where the work was abandoned.
-    float solve(WorkWatch& watch);
+    /// Prices all chords.
+    Result solve(const std::atomic<bool>& stop);
+    /// Total chord length of the cheapest decomposition, the closing edge of the outline included.
+    float getRootCost();
+    /// Writes the pieces of the cheapest decomposition, once it has been found.
+    void extract(ConvexPieces& pieces);
 
-    /// Appends the corners of the piece against the chord (first, last), from last down to first. After solve.
-    /// @return whether there is such a piece.
-    bool appendPiece(Vector<int32>& corners, int32 first, int32 last);
+    /// How many chords needed a search of their own; tells how well the shared searches work.
+    uint32 getNumOwnSearches() const { return mNumOwnSearches; }
 
 private:
-    bool findChords(WorkWatch& watch);
-    void buildIncoming();
-    void priceChordsFrom(int32 first);
-    float priceChord(int32 first, uint32 chord);
-    int32 restart(int32 first, int32 lowest, uint32 chord);
-    int32 searchLiterally(int32 first, uint32 chord);
-    int32 markSeers(int32 first, int32 last);
-    bool isSeenByAll(const ConvexChains& chains, int32 chain) const;
-    bool sees(int32 corner) const { return mSeers[static_cast<size_t>(corner)] == mSeerMark; }
+    float solveChord(int32 i, int32 k, int32 numBetween, int32 numSeen);
+    float chordCost(int32 i, int32 k, float chainCost) const;
+    int32 searchChord(int32 i, int32 k);
+    void appendPiece(ConvexPieces& pieces, int32 i, int32 k);
 
+    const PlaneOutline& mOutline;
     ChordTable mTable;
-    Common::Memory::Allocator* mAllocator;
-    std::optional<ConvexChains> mChains;   // shared by all chords of a corner
-    std::optional<ConvexChains> mLiteral;  // for one chord
-    Vector<int32> mFan;                    // the corner that sees this one, as far as it is the one being worked on
-    Vector<uint32> mSeers;
-    uint32 mSeerMark = 0;
+    ChainSearch mShared;        // over all corners that the first one sees
+    ChainSearch mOwn;           // over those that also see the last one
+    Vector<int32> mSeenFrom;    // last first corner that was found to see it
+    Vector<int32> mCorners;     // scratch
+    uint32 mNumOwnSearches = 0;
 };
 } // namespace KORV::NavMesh

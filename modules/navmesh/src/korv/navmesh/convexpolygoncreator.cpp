@@ -1,42 +1,49 @@
-// Cuts one outline into convex nodes.
-//
-// The outline is projected into the ground plane and drawn in by a quarter of a cube; all decisions are made on that, the
-// nodes use the corners themselves. Drawing in works in place, each corner beside one that has moved already. That bends
-// straight lines a little, on some outlines by more than the solver's tolerances allow, and these tolerances are absolute,
-// so they fail for small cubes and far from the origin. An outline that can't be cut is therefore tried again, drawn in
-// from the unmoved corners and measured in cubes from its first corner, and at last cut into triangles in exact
-// arithmetic. Nothing is lost and nothing covered twice on any of these ways.
-
 #include "korv/navmesh/convexpolygoncreator.h"
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/geom/geomutility.h"
+#include "korv/navmesh/chordsolver.h"
 #include "korv/navmesh/trianglerescue.h"
+
+#include <cmath>
+
+// Splits one outline into convex nodes.
+//
+// The outline is projected into the ground plane and drawn in by a quarter of a cube. All decisions are made on that,
+// while the nodes use the corners themselves: so parts that only touch, such as the two halves of a bridge, come apart.
+// The inset works in place, each corner beside one that has moved already. That bends straight lines a little, on some
+// outlines by more than the solver tolerates; and its tolerances are absolute, so that they fail for small cubes and far
+// from the origin. An outline without a solution is therefore tried again with an inset from the unmoved corners, in
+// cubes from its first corner, and at last cut into triangles in exact arithmetic.
 
 namespace KORV::NavMesh
 {
 namespace
 {
-/// Twice the area of a corner's triangle from which on the corner counts as reflex.
+/// Twice the area of a corner's triangle from which on it counts as reflex: nearly straight ones do.
 constexpr float REFLEX_AREA = -0.0001f;
-/// The outline is drawn in by this share of a cube.
-constexpr float SHRINK_SHARE = 0.25f;
-
-/// Never abandons.
-class PatientWatch : public WorkWatch
-{
-public:
-    bool keepGoing() override { return true; }
-};
+/// The inset moves a corner by a quarter of a cube against two neighbours that move as far; then the corner test of the
+/// solver, whose tolerance grows with the length. [cubes]
+constexpr double MAX_DENT = 0.75;
+constexpr double MAX_DENT_PER_LENGTH = 1e-3;
+/// Rounding of an area of nothing. [squared cubes, twice]
+constexpr double MIN_AREA = 0.01;
 
 float area2(const Vec2<float>& a, const Vec2<float>& b, const Vec2<float>& c)
 {
     return a.mX * (b.mY - c.mY) + b.mX * (c.mY - a.mY) + c.mX * (a.mY - b.mY);
 }
+
+/// The way into the interior from a corner of an outline.
+Vec2<float> inward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<float>& after)
+{
+    const Vec2<float> sum = normalised(at - before) + normalised(after - at);
+    return normalised(Vec2<float>(sum.mY, -sum.mX));
+}
 } // namespace
 
 ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance)
-    : mPolygon(getMemory()), mReflex(getMemory()), mShrinkDistance(shrinkDistance)
+    : mPolygon(getMemory()), mShrinkDistance(shrinkDistance)
 {
 }
 
@@ -45,155 +52,202 @@ ConvexPolygonCreator::~ConvexPolygonCreator() = default;
 void ConvexPolygonCreator::createConvexPolygons(Common::Threading::SpinLock& lock, NavMeshContainer& container,
                                                 const SurfacePolygon& polygon, const Vec3<float>& axis)
 {
-    PieceList pieces(getMemory());
-    PatientWatch watch;
-    if (decompose(pieces, polygon, axis, watch) == Rescue::EMPTY)
-        return;
+    ConvexPieces pieces(getMemory());
+    const std::atomic<bool> never{false};
+    decompose(pieces, polygon, axis, never);
     const Common::Threading::ScopedLock guard(lock);
     pieces.appendTo(container, polygon);
 }
 
-ConvexPolygonCreator::Rescue ConvexPolygonCreator::decompose(PieceList& pieces, const SurfacePolygon& polygon,
-                                                             const Vec3<float>& axis, WorkWatch& watch)
+ConvexPolygonCreator::Rescue ConvexPolygonCreator::decompose(ConvexPieces& pieces, const SurfacePolygon& polygon,
+                                                             const Vec3<float>& axis, const std::atomic<bool>& stop)
 {
     pieces.clear();
+    clear();
     mN = static_cast<int32>(polygon.mPoints.size());
     if (!KORV_ASSERT(mN >= 3, "mN >= 3", "mPolygon cannot have less than 3 nodes"))
         return Rescue::EMPTY;
 
-    project(polygon.mPoints, axis, Vec3<float>(), 1.0f);
-    insetInPlace();
     Rescue rescue = Rescue::NONE;
-    if (!cut(pieces, watch) && watch.keepGoing())
+    project(polygon.mPoints, axis);
+    insetInPlace();
+    if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis))
     {
         rescue = Rescue::INSET;
-        project(polygon.mPoints, axis, polygon.mPoints[0], SHRINK_SHARE / mShrinkDistance);
-        insetFromUnmoved(SHRINK_SHARE);
-        if (!cut(pieces, watch) && watch.keepGoing())
+        projectInCubes(polygon.mPoints, axis);
+        insetFromUnmoved(mShrinkDistance * cubeScale());
+        if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis))
         {
-            project(polygon.mPoints, axis, polygon.mPoints[0], SHRINK_SHARE / mShrinkDistance);
-            cutIntoTriangles(pieces, mPolygon, getMemory());
-            rescue = pieces.size() > 0 ? Rescue::TRIANGLES : Rescue::EMPTY;
+            rescue = Rescue::TRIANGLES;
+            projectInCubes(polygon.mPoints, axis);
+            TriangleRescue(getMemory()).decompose(pieces, mPolygon.mPoints, stop);
         }
     }
     clear();
-    return rescue;
-}
-
-/// Ground-plane positions relative to an origin, scaled.
-void ConvexPolygonCreator::project(const Vector<Vec3<float>>& points, const Vec3<float>& axis, const Vec3<float>& origin,
-                                   float scale)
-{
-    Vec3<float> u;
-    Vec3<float> v;
-    Common::Geom::computePlaneBasis(u, v, axis);
-    mPolygon.clear();
-    mPolygon.reserve(points.size());
-    for (const Vec3<float>& point : points)
-        mPolygon.push_back({dot(u, point - origin) * scale, dot(v, point - origin) * scale});
-}
-
-Vec2<float> ConvexPolygonCreator::getInward(const Vec2<float>& before, const Vec2<float>& at,
-                                            const Vec2<float>& after) const
-{
-    const Vec2<float> sum = normalised(at - before) + normalised(after - at);
-    return normalised(Vec2<float>(sum.mY, -sum.mX));
-}
-
-void ConvexPolygonCreator::insetInPlace()
-{
-    const auto n = static_cast<size_t>(mN);
-    for (size_t i = 0; i < n; ++i) // in place: the corner before has moved already, and later results depend on it
-        mPolygon[i] = mPolygon[i] +
-                      getInward(mPolygon[(i + n - 1) % n], mPolygon[i], mPolygon[(i + 1) % n]) * mShrinkDistance;
-}
-
-void ConvexPolygonCreator::insetFromUnmoved(float distance)
-{
-    const auto n = static_cast<size_t>(mN);
-    const Vector<Vec2<float>> unmoved(mPolygon);
-    for (size_t i = 0; i < n; ++i)
-        mPolygon[i] = mPolygon[i] + getInward(unmoved[(i + n - 1) % n], unmoved[i], unmoved[(i + 1) % n]) * distance;
-}
-
-/// @return whether there is any.
-bool ConvexPolygonCreator::markReflexCorners()
-{
-    const auto n = static_cast<size_t>(mN);
-    mReflex.assign(n, 0);
-    bool any = false;
-    for (size_t i = 0; i < n; ++i)
-    {
-        if (!(area2(mPolygon[(i + n - 1) % n], mPolygon[i], mPolygon[(i + 1) % n]) >= REFLEX_AREA))
-            continue;
-        mReflex[i] = 1;
-        any = true;
-    }
-    return any;
-}
-
-/// @return whether there is a cut.
-bool ConvexPolygonCreator::cut(PieceList& pieces, WorkWatch& watch)
-{
-    pieces.clear();
-    if (!markReflexCorners())
-    {
-        // No corner hides another: the outline is one piece.
-        for (int32 corner = mN - 1; corner >= 0; --corner)
-            pieces.mCorners.push_back(corner);
-        pieces.mNeighbours.assign(static_cast<size_t>(mN), -1);
-        pieces.mEnds.push_back(static_cast<uint32>(mN));
-        return true;
-    }
-    ChordSolver solver(mPolygon, mReflex, getMemory());
-    if (solver.solve(watch) < ChordSolver::NO_CUT && collectPieces(pieces, solver))
-        return true;
-    pieces.clear();
-    return false;
-}
-
-/// Writes the pieces down, breadth first from the one at the closing edge.
-bool ConvexPolygonCreator::collectPieces(PieceList& pieces, ChordSolver& solver) const
-{
-    struct Pending
-    {
-        int32 mFirst;
-        int32 mLast;
-        int32 mParent;
-    };
-    Vector<Pending> queue(getMemory());
-    queue.push_back({0, mN - 1, -1});
-    for (size_t current = 0; current < queue.size(); ++current)
-    {
-        const Pending pending = queue[current];
-        const size_t begin = pieces.mCorners.size();
-        if (!solver.appendPiece(pieces.mCorners, pending.mFirst, pending.mLast))
-            return false;
-        for (size_t side = begin; side + 1 < pieces.mCorners.size(); ++side)
-        {
-            const int32 q = pieces.mCorners[side];
-            const int32 j = pieces.mCorners[side + 1];
-            if (j + 1 == q)
-            {
-                pieces.mNeighbours.push_back(-1);
-                continue;
-            }
-            pieces.mNeighbours.push_back(static_cast<int32>(queue.size()));
-            queue.push_back({j, q, static_cast<int32>(current)});
-        }
-        pieces.mNeighbours.push_back(pending.mParent);
-        pieces.mEnds.push_back(static_cast<uint32>(pieces.mCorners.size()));
-        if (!KORV_ASSERT(queue.size() < static_cast<size_t>(mN), "(numPoly - startPoly) < mN",
-                         "number of new polygons cannot be bigger than number of edges from the source polygon"))
-            return false;
-    }
-    return true;
+    return pieces.size() > 0 ? rescue : Rescue::EMPTY;
 }
 
 void ConvexPolygonCreator::clear()
 {
     mN = 0;
-    mPolygon.clear();
-    mReflex.clear();
+    mPolygon.mPoints.clear();
+    mPolygon.mReflex.clear();
+}
+
+void ConvexPolygonCreator::project(const Vector<Vec3<float>>& points, const Vec3<float>& axis)
+{
+    Vec3<float> u;
+    Vec3<float> v;
+    Common::Geom::computePlaneBasis(u, v, axis);
+    mPolygon.mPoints.clear();
+    mPolygon.mPoints.reserve(points.size());
+    for (const Vec3<float>& point : points)
+        mPolygon.mPoints.push_back({dot(u, point), dot(v, point)});
+}
+
+/// Relative to the first corner, where floats are densest, and in cubes, so that absolute tolerances become relative.
+void ConvexPolygonCreator::projectInCubes(const Vector<Vec3<float>>& points, const Vec3<float>& axis)
+{
+    Vec3<float> u;
+    Vec3<float> v;
+    Common::Geom::computePlaneBasis(u, v, axis);
+    mPolygon.mPoints.clear();
+    for (const Vec3<float>& point : points)
+    {
+        const Vec3<float> relative = (point - points[0]) * cubeScale();
+        mPolygon.mPoints.push_back({dot(u, relative), dot(v, relative)});
+    }
+}
+
+void ConvexPolygonCreator::insetInPlace()
+{
+    Vector<Vec2<float>>& points = mPolygon.mPoints;
+    const size_t n = points.size();
+    for (size_t i = 0; i < n; ++i) // in place: the corner before has moved already, and later results depend on it
+    {
+        const Vec2<float>& before = points[i > 0 ? i - 1 : n - 1];
+        const Vec2<float>& after = points[i + 1 < n ? i + 1 : 0];
+        points[i] = points[i] + inward(before, points[i], after) * mShrinkDistance;
+    }
+}
+
+void ConvexPolygonCreator::insetFromUnmoved(float distance)
+{
+    Vector<Vec2<float>>& points = mPolygon.mPoints;
+    const Vector<Vec2<float>> unmoved(points, getMemory());
+    const size_t n = points.size();
+    for (size_t i = 0; i < n; ++i)
+    {
+        const Vec2<float>& before = unmoved[i > 0 ? i - 1 : n - 1];
+        const Vec2<float>& after = unmoved[i + 1 < n ? i + 1 : 0];
+        points[i] = points[i] + inward(before, unmoved[i], after) * distance;
+    }
+}
+
+void ConvexPolygonCreator::markReflexCorners()
+{
+    const Vector<Vec2<float>>& points = mPolygon.mPoints;
+    const size_t n = points.size();
+    mPolygon.mReflex.assign(n, 0);
+    mHasReflex = false;
+    mFinite = true;
+    for (size_t i = 0; i < n; ++i)
+    {
+        const float area = area2(points[i > 0 ? i - 1 : n - 1], points[i], points[i + 1 < n ? i + 1 : 0]);
+        mFinite = mFinite && std::isfinite(area);
+        if (!(area >= REFLEX_AREA))
+            continue;
+        mPolygon.mReflex[i] = 1;
+        mHasReflex = true;
+    }
+}
+
+/// Whether pieces that were found on the drawn-in outline are also convex in the outline itself, up to the dents that the
+/// inset can cause. They are not where tolerances are of the order of a cube.
+bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points,
+                                          const Vec3<float>& axis)
+{
+    if (pieces.size() <= 1)
+        return true; // the outline itself
+    projectInCubes(points, axis);
+    for (size_t piece = 0; piece < pieces.size(); ++piece)
+    {
+        if (!isPieceSound(pieces.mCorners.data() + pieces.begin(piece), pieces.end(piece) - pieces.begin(piece)))
+            return false;
+    }
+    return true;
+}
+
+bool ConvexPolygonCreator::isPieceSound(const int32* corners, size_t size) const
+{
+    double area = 0.0;
+    bool dented = false;
+    for (size_t at = 0; at < size; ++at)
+    {
+        const int32 here = corners[at];
+        const int32 next = corners[(at + 1) % size];
+        const int32 afterNext = corners[(at + 2) % size];
+        const Vec2<double> across = exactSide(here, afterNext);
+        const double length = across.getLength();
+        const double turn = cross(exactSide(here, next), across);
+        if (turn < -length * (MAX_DENT + MAX_DENT_PER_LENGTH * length))
+            return false;
+        dented = dented || turn < -length * MAX_DENT_PER_LENGTH;
+        area += cross(exactSide(corners[0], here), exactSide(corners[0], next));
+    }
+    return area >= -MIN_AREA && !(dented && crossesItself(corners, size));
+}
+
+/// Two sides of a piece that cross: a dent that reaches the other side. Few pieces are looked at so closely.
+bool ConvexPolygonCreator::crossesItself(const int32* corners, size_t size) const
+{
+    const auto apart = [this](int32 a, int32 b, int32 c, int32 d) { // c and d are not on different sides of a, b
+        return cross(exactSide(a, b), exactSide(a, c)) * cross(exactSide(a, b), exactSide(a, d)) >= 0.0;
+    };
+    for (size_t first = 0; first < size; ++first)
+    {
+        const int32 a = corners[first];
+        const int32 b = corners[(first + 1) % size];
+        for (size_t second = first + 2; second < size; ++second)
+        {
+            const int32 c = corners[second];
+            const int32 d = corners[(second + 1) % size];
+            if (!apart(a, b, c, d) && !apart(c, d, a, b))
+                return true;
+        }
+    }
+    return false;
+}
+
+/// From one corner to another; differences and products of floats lose nothing that matters here.
+Vec2<double> ConvexPolygonCreator::exactSide(int32 from, int32 to) const
+{
+    const Vec2<float>& a = mPolygon[from];
+    const Vec2<float>& b = mPolygon[to];
+    return {static_cast<double>(b.mX) - static_cast<double>(a.mX), static_cast<double>(b.mY) - static_cast<double>(a.mY)};
+}
+
+/// @return false when the outline has no decomposition, or the work was stopped.
+bool ConvexPolygonCreator::solve(ConvexPieces& pieces, const std::atomic<bool>& stop)
+{
+    pieces.clear();
+    markReflexCorners();
+    if (!mFinite)
+        return false;
+    if (mHasReflex)
+    {
+        ChordSolver solver(mPolygon, getMemory());
+        if (solver.solve(stop) != ChordSolver::Result::SOLVED)
+            return false;
+        solver.extract(pieces);
+        return true;
+    }
+    // no corner hides another: the outline is one piece
+    pieces.mStart.push_back(0);
+    pieces.mCorners.reserve(static_cast<size_t>(mN));
+    for (int32 corner = mN - 1; corner >= 0; --corner)
+        pieces.mCorners.push_back(corner);
+    pieces.mNeighbours.assign(static_cast<size_t>(mN), -1);
+    return true;
 }
 } // namespace KORV::NavMesh

@@ -2,54 +2,63 @@
 
 #include "korv/common/memory/memorymanaged.h"
 #include "korv/common/threading/spinlock.h"
-#include "korv/navmesh/chordsolver.h"
-#include "korv/navmesh/piecelist.h"
+#include "korv/navmesh/chordtable.h"
+#include "korv/navmesh/convexpieces.h"
 
 namespace KORV::NavMesh
 {
-/// Turns outlines into convex nodes, each with the least total length of chords between its pieces.
-/// One thread at a time; the container is only touched under its lock.
+/// Splits outlines into convex nodes, each outline with the least total length of chords between its nodes.
+/// One thread at a time; containers are touched under their lock only.
 class ConvexPolygonCreator : public Common::Memory::MemoryManaged
 {
 public:
-    /// How an outline came to be cut.
-    enum class Rescue
+    /// How an outline came to be split.
+    enum class Rescue : uint8
     {
         NONE,      ///< as usual
-        INSET,     ///< drawn in from the unmoved corners, in units of the cube size
+        INSET,     ///< only after an inset from the unmoved corners, in units of the cube size
         TRIANGLES, ///< cut into triangles, merged to convex pieces
-        EMPTY      ///< nothing to cut: the outline has no area
+        EMPTY      ///< not at all: the outline has no area, or the work was stopped
     };
 
-    /// @param shrinkDistance  how far the outline is drawn in for the decisions: a quarter of the cube size.
+    /// @param shrinkDistance  how far outlines are drawn in for the decisions; a quarter of the cube size. [world units]
     explicit ConvexPolygonCreator(float shrinkDistance);
     ~ConvexPolygonCreator() override;
 
-    /// Cuts an outline and appends its corners and pieces to a container.
+    /// Splits an outline and appends its corners and nodes to a container. Fewer than three corners are reported, and
+    /// nothing is appended.
     /// @param lock  guards the container.
-    /// @param axis  the main surface axis.
+    /// @param axis  the main surface axis, seen against which the outline runs counter-clockwise.
     void createConvexPolygons(Common::Threading::SpinLock& lock, NavMeshContainer& container,
                               const SurfacePolygon& polygon, const Vec3<float>& axis);
 
-    /// The first half: cuts an outline, clockwise in the plane of the axis.
-    /// @param pieces  receives the cut.
-    /// @param watch  may abandon the work; @p pieces is then empty.
-    Rescue decompose(PieceList& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis, WorkWatch& watch);
+    /// The first half of it: splits an outline.
+    /// @param pieces  receives the result.
+    /// @param stop  may be raised by any thread; the work ends soon then.
+    Rescue decompose(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
+                     const std::atomic<bool>& stop);
 
 private:
-    void project(const Vector<Vec3<float>>& points, const Vec3<float>& axis, const Vec3<float>& origin, float scale);
+    /// Cube units for the rescues; a shrink distance of 0, which only tests use, leaves the unit as it is.
+    float cubeScale() const { return mShrinkDistance > 0.0f ? SHRINK_SHARE / mShrinkDistance : 1.0f; }
+    void project(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
+    void projectInCubes(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
     void insetInPlace();
     void insetFromUnmoved(float distance);
-    bool markReflexCorners();
-    bool cut(PieceList& pieces, WorkWatch& watch);
-    bool collectPieces(PieceList& pieces, ChordSolver& solver) const;
+    void markReflexCorners();
+    bool solve(ConvexPieces& pieces, const std::atomic<bool>& stop);
+    bool arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points, const Vec3<float>& axis);
+    bool isPieceSound(const int32* corners, size_t size) const;
+    bool crossesItself(const int32* corners, size_t size) const;
+    Vec2<double> exactSide(int32 from, int32 to) const;
     void clear();
 
-    Vec2<float> getInward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<float>& after) const;
+    static constexpr float SHRINK_SHARE = 0.25f;
 
-    Vector<Vec2<float>> mPolygon;
+    PlaneOutline mPolygon;
     int32 mN = 0;
-    Vector<uint8> mReflex;
+    bool mHasReflex = false;
+    bool mFinite = true;      // no arithmetic on the outline has overflowed so far
     float mShrinkDistance;
 };
 } // namespace KORV::NavMesh

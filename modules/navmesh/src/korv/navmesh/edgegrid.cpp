@@ -20,16 +20,27 @@ namespace
 {
 constexpr float NO_HIT = std::numeric_limits<float>::max();
 constexpr float TIE = 0.0001f;
+/// Hits farther behind the nearest are not kept; a chain of ties that long is left to the look at all edges.
+constexpr float MAX_CLUSTER = 100.0f * TIE;
 /// Below this many edges a look at all of them is faster than the walk.
 constexpr int32 MIN_EDGES = 48;
 /// LineRay lets a ray pass an edge's end by 0.0001 of its length; the cells cover a little more.
 constexpr double END_SLACK = 0.0002;
 constexpr int32 MAX_CELLS_ACROSS = 512;
+/// On the average; long edges lie in more.
+constexpr double MAX_CELLS_PER_EDGE = 32.0;
+
+/// Whether a ray passes an edge from left to right, and where.
+template <class Edge>
+bool meetEdge(float& distance, const Edge& edge, const Vec2<float>& origin, const Vec2<float>& dir)
+{
+    return cross(dir, edge.mB - edge.mA) < 0.0f && LineRay(distance, origin, dir, edge.mA, edge.mB);
+}
 } // namespace
 
 EdgeGrid::EdgeGrid(const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mN(static_cast<int32>(polygon.size())), mCellStart(allocator), mCellEdges(allocator),
-      mLastRay(allocator), mHits(allocator)
+      mHits(allocator)
 {
     if (mN >= MIN_EDGES)
         buildCells();
@@ -50,12 +61,16 @@ void EdgeGrid::buildCells()
         maxX = std::max<double>(maxX, point.mX);
         maxY = std::max<double>(maxY, point.mY);
     }
-    const double width = maxX - mMinX;
-    const double height = maxY - mMinY;
     const double reach = std::max({std::fabs(mMinX), std::fabs(maxX), std::fabs(mMinY), std::fabs(maxY)});
     mNoise = 1e-6 * reach + 1e-6;
-    // about one edge a cell, but no cell so small that noise fills it
-    mCellSize = std::max({std::sqrt(width * height / mN), std::max(width, height) / MAX_CELLS_ACROSS, 16.0 * mNoise});
+    // hits beyond an edge's end may lie outside the outline's box
+    const double pad = 2.0 * mNoise + END_SLACK * (maxX - mMinX + maxY - mMinY);
+    mMinX -= pad;
+    mMinY -= pad;
+    const double width = maxX + pad - mMinX;
+    const double height = maxY + pad - mMinY;
+    mCellSize = std::max({balancedCellSize(width * height), std::max(width, height) / MAX_CELLS_ACROSS, 16.0 * mNoise});
+    mCellsPerUnit = 1.0 / mCellSize;
     mColumns = static_cast<int32>(width / mCellSize) + 1;
     mRows = static_cast<int32>(height / mCellSize) + 1;
 
@@ -67,18 +82,31 @@ void EdgeGrid::buildCells()
     mCellEdges.resize(mCellStart.back());
     Vector<uint32> next(mCellStart, mCellStart.get_allocator());
     for (int32 edge = 0; edge < mN; ++edge)
-        forEachCell(edge, [this, &next, edge](size_t cell) { mCellEdges[next[cell]++] = edge; });
-    mLastRay.assign(static_cast<size_t>(mN), 0);
+        forEachCell(edge, [this, &next, edge](size_t cell) { mCellEdges[next[cell]++] = edgeOf(edge); });
+}
+
+/// The size at which a cell meets about one edge, unless that takes too many entries.
+double EdgeGrid::balancedCellSize(double area) const
+{
+    double length = 0.0;
+    for (int32 edge = 0; edge < mN; ++edge)
+    {
+        const CellEdge ends = edgeOf(edge);
+        length += static_cast<double>((ends.mB - ends.mA).getLength());
+    }
+    // (length / size + N) entries in (area / size^2) cells
+    const double n = mN;
+    return std::max((std::sqrt(length * length + 4.0 * n * area) - length) / (2.0 * n), length / (MAX_CELLS_PER_EDGE * n));
 }
 
 int32 EdgeGrid::column(double x) const
 {
-    return std::clamp(static_cast<int32>((x - mMinX) / mCellSize), 0, mColumns - 1);
+    return std::clamp(static_cast<int32>((x - mMinX) * mCellsPerUnit), 0, mColumns - 1);
 }
 
 int32 EdgeGrid::row(double y) const
 {
-    return std::clamp(static_cast<int32>((y - mMinY) / mCellSize), 0, mRows - 1);
+    return std::clamp(static_cast<int32>((y - mMinY) * mCellsPerUnit), 0, mRows - 1);
 }
 
 template <class Visit>
@@ -112,20 +140,15 @@ void EdgeGrid::forEachCell(int32 edge, const Visit& visit) const
     }
 }
 
-bool EdgeGrid::meetEdge(float& distance, int32 edge, int32 from, const Vec2<float>& dir) const
+EdgeGrid::CellEdge EdgeGrid::edgeOf(int32 edge) const
 {
-    const Vec2<float>& a = mPolygon[static_cast<size_t>(edge)];
-    const Vec2<float>& b = mPolygon[static_cast<size_t>(edge + 1 < mN ? edge + 1 : 0)];
-    if (!(cross(dir, b - a) < 0.0f))
-        return false;
-    return LineRay(distance, mPolygon[static_cast<size_t>(from)], dir, a, b);
+    return {mPolygon[static_cast<size_t>(edge)], mPolygon[static_cast<size_t>(edge + 1 < mN ? edge + 1 : 0)], edge};
 }
 
 float EdgeGrid::squaredMidpointDistance(int32 edge, int32 from) const
 {
-    const Vec2<float>& a = mPolygon[static_cast<size_t>(edge)];
-    const Vec2<float>& b = mPolygon[static_cast<size_t>(edge + 1 < mN ? edge + 1 : 0)];
-    const Vec2<float> offset = (a + b) * 0.5f - mPolygon[static_cast<size_t>(from)];
+    const CellEdge ends = edgeOf(edge);
+    const Vec2<float> offset = (ends.mA + ends.mB) * 0.5f - mPolygon[static_cast<size_t>(from)];
     return dot(offset, offset);
 }
 
@@ -146,7 +169,7 @@ int32 EdgeGrid::findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const
     for (int32 edge = 0; edge < mN; ++edge)
     {
         float distance = 0.0f;
-        if (meetEdge(distance, edge, from, dir))
+        if (meetEdge(distance, edgeOf(edge), mPolygon[static_cast<size_t>(from)], dir))
             take(nearest, {edge, distance}, from);
     }
     return nearest.mEdge;
@@ -156,11 +179,6 @@ int32 EdgeGrid::findNearestEdge(int32 from, const Vec2<float>& dir)
 {
     if (mColumns == 0)
         return findNearestEdgeOfAll(from, dir);
-    if (++mRay == 0)
-    {
-        mLastRay.assign(mLastRay.size(), 0);
-        mRay = 1;
-    }
     mHits.clear();
     mNearestHit = NO_HIT;
 
@@ -178,10 +196,10 @@ int32 EdgeGrid::findNearestEdge(int32 from, const Vec2<float>& dir)
     double nextY = dir.mY != 0.0f ? (sideY - origin.mY) / static_cast<double>(dir.mY) : infinite;
     while (c >= 0 && c < mColumns && r >= 0 && r < mRows)
     {
-        collectCell(static_cast<size_t>(r) * static_cast<size_t>(mColumns) + static_cast<size_t>(c), from, dir);
+        collectCell(static_cast<size_t>(r) * static_cast<size_t>(mColumns) + static_cast<size_t>(c), origin, dir);
         const double walked = std::min(nextX, nextY);
         // an edge that is nearly parallel to the ray can report a hit somewhat before the cells it lies in
-        const double margin = mCellSize + 0.02 * walked;
+        const double margin = 0.25 * mCellSize + 0.02 * walked;
         if (walked > mNearestHit + margin && walked > clusterEnd() + margin)
             break;
         if (nextX < nextY)
@@ -195,21 +213,18 @@ int32 EdgeGrid::findNearestEdge(int32 from, const Vec2<float>& dir)
             nextY += deltaY;
         }
     }
-    return replay(from);
+    return replay(from, dir);
 }
 
-void EdgeGrid::collectCell(size_t cell, int32 from, const Vec2<float>& dir)
+void EdgeGrid::collectCell(size_t cell, const Vec2<float>& origin, const Vec2<float>& dir)
 {
-    for (uint32 entry = mCellStart[cell]; entry < mCellStart[cell + 1]; ++entry)
+    const CellEdge* end = mCellEdges.data() + mCellStart[cell + 1];
+    for (const CellEdge* edge = mCellEdges.data() + mCellStart[cell]; edge != end; ++edge)
     {
-        const int32 edge = mCellEdges[entry];
-        if (mLastRay[static_cast<size_t>(edge)] == mRay)
-            continue;
-        mLastRay[static_cast<size_t>(edge)] = mRay;
         float distance = 0.0f;
-        if (!meetEdge(distance, edge, from, dir) || distance <= TIE)
+        if (!meetEdge(distance, *edge, origin, dir) || distance <= TIE || distance > mNearestHit + MAX_CLUSTER)
             continue;
-        mHits.push_back({edge, distance});
+        mHits.push_back({edge->mEdge, distance});
         mNearestHit = std::min(mNearestHit, distance);
     }
 }
@@ -217,6 +232,8 @@ void EdgeGrid::collectCell(size_t cell, int32 from, const Vec2<float>& dir)
 /// The farthest hit that no gap separates from the nearest one. Leaves the hits in the order of their distance.
 float EdgeGrid::clusterEnd()
 {
+    if (mHits.size() <= 1)
+        return mNearestHit;
     std::sort(mHits.begin(), mHits.end(), [](const Hit& a, const Hit& b) { return a.mDistance < b.mDistance; });
     float end = mNearestHit;
     for (const Hit& hit : mHits)
@@ -228,11 +245,13 @@ float EdgeGrid::clusterEnd()
     return end;
 }
 
-int32 EdgeGrid::replay(int32 from)
+int32 EdgeGrid::replay(int32 from, const Vec2<float>& dir)
 {
     if (mHits.size() <= 1)
         return mHits.empty() ? -1 : mHits[0].mEdge;
     const float end = clusterEnd();
+    if (end > mNearestHit + 0.5f * MAX_CLUSTER)
+        return findNearestEdgeOfAll(from, dir);
     std::sort(mHits.begin(), mHits.end(), [](const Hit& a, const Hit& b) { return a.mEdge < b.mEdge; });
     Nearest nearest{NO_HIT, -1};
     for (const Hit& hit : mHits)

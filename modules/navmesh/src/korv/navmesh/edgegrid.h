@@ -21,6 +21,14 @@ public:
     int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
 
 private:
+    /// An edge as a cell holds it: with its ends, so that a ray reads one run of memory a cell.
+    struct CellEdge
+    {
+        Vec2<float> mA;
+        Vec2<float> mB;
+        int32 mEdge;
+    };
+
     struct Hit
     {
         int32 mEdge;
@@ -35,30 +43,30 @@ private:
     };
 
     void buildCells();
+    double balancedCellSize(double area) const;
     template <class Visit>
     void forEachCell(int32 edge, const Visit& visit) const;
     int32 column(double x) const;
     int32 row(double y) const;
-    bool meetEdge(float& distance, int32 edge, int32 from, const Vec2<float>& dir) const;
+    CellEdge edgeOf(int32 edge) const;
     void take(Nearest& nearest, const Hit& hit, int32 from) const;
     float squaredMidpointDistance(int32 edge, int32 from) const;
-    void collectCell(size_t cell, int32 from, const Vec2<float>& dir);
+    void collectCell(size_t cell, const Vec2<float>& origin, const Vec2<float>& dir);
     float clusterEnd();
-    int32 replay(int32 from);
+    int32 replay(int32 from, const Vec2<float>& dir);
 
     const Vector<Vec2<float>>& mPolygon;
     int32 mN;
     double mMinX = 0.0;
     double mMinY = 0.0;
     double mCellSize = 1.0;
+    double mCellsPerUnit = 1.0;
     double mNoise = 0.0;             // what float arithmetic can move a point of this outline by
     int32 mColumns = 0;              // 0: no grid, every edge is looked at
     int32 mRows = 0;
     Vector<uint32> mCellStart;       // first entry of each cell, one more at the end
-    Vector<int32> mCellEdges;
-    Vector<uint32> mLastRay;         // ray that looked at an edge last: an edge lies in several cells
-    uint32 mRay = 0;
-    Vector<Hit> mHits;               // of the current ray
+    Vector<CellEdge> mCellEdges;
+    Vector<Hit> mHits;               // of the current ray; an edge that lies in several cells may come twice
     float mNearestHit = 0.0f;
 };
 } // namespace KORV::NavMesh

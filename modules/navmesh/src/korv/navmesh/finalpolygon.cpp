@@ -152,9 +152,13 @@ void BuildFinalPolygon::prepareWaysOut(LeafOctant& leaf) const
     if (leaf.getBorderSides() == 0 || leaf.data != 0)
         return;
     if ((leaf.flags & LeafOctant::JOINS_BORDERS) != 0)
+    {
         leaf.data = leaf.getBorderSides();
-    else
-        leaf.data = 1u << findUntracedSide(leaf);
+        return;
+    }
+    const uint32 side = findUntracedSide(leaf);
+    if (KORV_BARE_ASSERT(side != PlaneDirections::NUM_SIDES, "neighbourID != 4"))
+        leaf.data = 1u << side;
 }
 
 Vec3<float> BuildFinalPolygon::getCentrePoint(const Vec3<int32>& position) const

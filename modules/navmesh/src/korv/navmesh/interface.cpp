@@ -61,9 +61,9 @@ void Interface::initLibrary(const SharedPtr<MemoryCallback>& cbMemory, const Sha
     }
     gMemCallback = cbMemory;
     gFileCallback = cbFileIO;
-    Common::Interface::initLibrary(cbMemory);
     try
     {
+        Common::Interface::initLibrary(cbMemory);
         createModule();
     }
     catch (...)

@@ -281,8 +281,9 @@ NavMeshConnector::GridEdge* NavMeshConnector::Grid::findRecord(const CellList* c
 {
     if (cell == nullptr)
         return nullptr;
-    const auto record = std::find_if(cell->begin(), cell->end(), [node, side](const GridEdge* edge)
-                                     { return edge->mNode == node && edge->mSide == side; });
+    const auto record =
+        std::find_if(cell->begin(), cell->end(),
+                     [node, side](const GridEdge* edge) { return edge->mNode == node && edge->mSide == side; });
     return record != cell->end() ? *record : nullptr;
 }
 

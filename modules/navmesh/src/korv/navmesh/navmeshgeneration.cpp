@@ -18,6 +18,7 @@
 #include "korv/navmesh/stageclock.h"
 #include "korv/navmesh/surfacepolygon.h"
 
+#include <cmath>
 #include <memory>
 
 namespace KORV::NavMesh
@@ -40,12 +41,19 @@ constexpr const char* TOTAL_STAGE = "Building Navigation Mesh";
 
 /// A progress report at least this often while outlines are cut. [milliseconds]
 constexpr uint32 PROGRESS_PAUSE = 50;
-/// And that often while they are handed out.
-constexpr size_t OUTLINES_PER_REPORT = 1000;
 
 // Tolerances of the connections, as shares of a cube.
 constexpr float OVERLAP_SHARE = 0.5f;
 constexpr float DISTANCE_SHARE = 0.25f;
+
+/// Makes a direction of any finite length one of length 1; the zero vector stays.
+void normaliseDirection(Vec3<float>& direction)
+{
+    constexpr float SMALLER = 1e-20f;
+    if (!std::isfinite(direction.getLength())) // the squares of large components overflow
+        direction = direction * SMALLER;
+    direction.normalise();
+}
 } // namespace
 
 class NavMeshBuilder::Run
@@ -59,11 +67,12 @@ public:
     SharedPtr<NavMeshContainer> execute();
 
 private:
+    void startPool();
     void classifyHeights();
     void buildOutlines();
     void createContainer();
     void buildConvexNodes();
-    void reportConvexNodes(const PieceSequencer& sequencer) const;
+    void waitForOutlines(PieceSequencer& sequencer, size_t numQueued, size_t limit) const;
     void countRescues(const PieceSequencer& sequencer);
     void buildConnections();
     void writeHeights();
@@ -88,7 +97,7 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::generateNavMesh()
     checkInputs();
     KORV_ASSERT(mParameter.mGravityDir.getLength() > 0, "mParameter.mGravityDir.getLength() > 0",
                 "Gravity direction is zero length");
-    mParameter.mGravityDir.normalise();
+    normaliseDirection(mParameter.mGravityDir);
     try
     {
         return Run(*this).execute();
@@ -104,11 +113,6 @@ NavMeshBuilder::Run::Run(NavMeshBuilder& builder)
     : mBuilder(builder), mControl(builder.mProgressReceiver, builder.mStatistics), mPolygons(builder.getMemory()),
       mClassifier(builder.getMemory())
 {
-    mBuilder.mThreadPool = ThreadPool::create(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
-    mAllocator = mBuilder.mThreadPool->getAllocator();
-    Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
-    mTotalClock.restart();
-    mStageClock.restart();
 }
 
 NavMeshBuilder::Run::~Run()
@@ -118,6 +122,7 @@ NavMeshBuilder::Run::~Run()
 
 SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
 {
+    startPool();
     mControl.report(OUTLINE_STAGE, 0.0f);
     classifyHeights();
     buildOutlines();
@@ -132,6 +137,15 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
     mStageClock = mTotalClock;
     endStage(TOTAL_STAGE);
     return mContainer;
+}
+
+void NavMeshBuilder::Run::startPool()
+{
+    mBuilder.mThreadPool = ThreadPool::create(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
+    mAllocator = mBuilder.mThreadPool->getAllocator();
+    Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
+    mTotalClock.restart();
+    mStageClock.restart();
 }
 
 void NavMeshBuilder::Run::classifyHeights()
@@ -181,16 +195,12 @@ void NavMeshBuilder::Run::buildConvexNodes()
         size_t outline = 0;
         for (const SurfacePolygon& polygon : mPolygons)
         {
-            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, sequencer, outline, polygon,
-                                                               mContainer->mNormal));
-            if (++outline % OUTLINES_PER_REPORT == 0)
-                reportConvexNodes(sequencer);
+            waitForOutlines(sequencer, outline, pool.getMaxTasks());
+            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, sequencer, outline,
+                                                               polygon, mContainer->mNormal));
+            ++outline;
         }
-        while (sequencer.getNumEnded() < mPolygons.size())
-        {
-            reportConvexNodes(sequencer);
-            sequencer.waitForEnd(PROGRESS_PAUSE);
-        }
+        waitForOutlines(sequencer, outline, 1);
     }
     catch (...)
     {
@@ -204,9 +214,16 @@ void NavMeshBuilder::Run::buildConvexNodes()
     endStage(CONVEX_STAGE);
 }
 
-void NavMeshBuilder::Run::reportConvexNodes(const PieceSequencer& sequencer) const
+/// Waits until fewer than @p limit of the outlines queued are left, and keeps the host informed: a full queue would
+/// block this thread for as long as a large outline takes, deaf to a stop.
+void NavMeshBuilder::Run::waitForOutlines(PieceSequencer& sequencer, size_t numQueued, size_t limit) const
 {
-    mControl.report(CONVEX_STAGE, static_cast<float>(sequencer.getNumEnded()) / static_cast<float>(mPolygons.size()));
+    const float numOutlines = static_cast<float>(mPolygons.size());
+    for (size_t ended = sequencer.getNumEnded(); numQueued - ended >= limit; ended = sequencer.getNumEnded())
+    {
+        mControl.report(CONVEX_STAGE, static_cast<float>(ended) / numOutlines);
+        sequencer.waitForEnd(PROGRESS_PAUSE);
+    }
 }
 
 void NavMeshBuilder::Run::countRescues(const PieceSequencer& sequencer)
@@ -219,18 +236,19 @@ void NavMeshBuilder::Run::countRescues(const PieceSequencer& sequencer)
         Trace::message(MessageText() << FUNCTION << " : Outlines cut after an inset from unmoved points: "
                                      << statistics.mNumInsetRescues);
     if (statistics.mNumTriangleRescues > 0)
-        Trace::message(MessageText() << FUNCTION << " : Outlines cut into triangles: "
-                                     << statistics.mNumTriangleRescues);
+        Trace::message(MessageText() << FUNCTION
+                                     << " : Outlines cut into triangles: " << statistics.mNumTriangleRescues);
 }
 
 void NavMeshBuilder::Run::buildConnections()
 {
     const float cubeSize = mBuilder.mParameter.mCubeSize;
     const int32 component = MAIN_AXIS_COMPONENTS[mAxis];
-    NavMeshConnector connector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE);
     mControl.report(CONNECTION_STAGE, 0.0f);
-    connector.buildConnections(*mContainer, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
-                               MAIN_AXES[mAxis][component], component, mControl);
+    const std::unique_ptr<NavMeshConnector> connector(
+        new (mAllocator) NavMeshConnector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE));
+    connector->buildConnections(*mContainer, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
+                                MAIN_AXES[mAxis][component], component, mControl);
     endStage(CONNECTION_STAGE);
 }
 

@@ -109,8 +109,7 @@ public:
         mBuilder(position, leaf);
         if (mPolygons.size() == before)
             return;
-        Common::Geom::RemoveCollinearPoints(mPolygons.back().mPoints, COLLINEAR_ANGLE);
-        mPolygons.back().mPoints.shrink_to_fit();
+        Common::Geom::RemoveCollinearPoints(mPolygons.back().mPoints, COLLINEAR_ANGLE); // leaves no spare room either
     }
 
 private:
@@ -334,6 +333,7 @@ bool NavMeshOctree::castRay(Ray& ray, LeafCursor& cursor)
 
     // the last cell of the axis is cut off, and what is cut off counts as passed
     int64 remaining = int64{ray.mLength} - std::abs(start - first);
+    ray.mHit = nullptr;
     if (step < 0 && first - remaining < 0)
         remaining = first;
     if (step > 0 && first + remaining >= dimension)

@@ -113,8 +113,8 @@ bool NavMeshPathSearch::initSearch(const Vec3<float>& start, int startNodeID, co
     const size_t numNodes = mNavMesh->mNodes.size();
     if (startNodeID == -1)
         startNodeID = mNavMesh->searchNode(start);
-    else if (!KORV_ASSERT(static_cast<uint32>(startNodeID) < numNodes,
-                          "(uint32)_startNodeID < mNavMesh->mNodes.size()", "startNodeID is out of range"))
+    else if (!KORV_ASSERT(static_cast<uint32>(startNodeID) < numNodes, "(uint32)_startNodeID < mNavMesh->mNodes.size()",
+                          "startNodeID is out of range"))
         return false;
     if (startNodeID == -1)
         return false;

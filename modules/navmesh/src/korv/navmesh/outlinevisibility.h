@@ -5,31 +5,35 @@
 
 namespace KORV::NavMesh
 {
-/// Tells which corners of a drawn-in outline see each other, by two sweeps around the outline for each corner.
-/// Holds references to its arguments, which must not change. One thread at a time.
+/// Finds which corners of an outline see each other, by two sweeps around each corner.
+/// The outline runs clockwise, its interior lies to the right of each edge. Holds references to outline and flags.
 class OutlineVisibility
 {
 public:
+    /// @param reflex  a flag for each corner.
     OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                       Common::Memory::Allocator* allocator);
 
-    /// Appends every corner above @p from that sees it, ascending.
-    /// Cost: linear in the corners, and a ray for each reflex corner that hides others.
-    void appendVisible(Vector<int32>& visible, int32 from);
+    /// Appends the corners after @p corner that see it, in increasing order.
+    /// Cost: linear in the corners, and a ray for each one that hides others.
+    void appendVisible(Vector<int32>& visible, int32 corner);
 
 private:
-    void sweep(int32 from, bool forward);
-    bool hidesOthers(int32 corner, const Vec2<float>& ray, bool forward) const;
-    int32 findShadowEnd(int32 corner, const Vec2<float>& ray, int32 from, bool forward);
-
-    int32 next(int32 corner) const { return corner + 1 < mN ? corner + 1 : 0; }
-    int32 previous(int32 corner) const { return corner > 0 ? corner - 1 : mN - 1; }
+    void sweepForward(int32 i);
+    void sweepBackward(int32 i);
+    void hide(int32 first, int32 count, uint8 mark);
+    int32 castShadow(int32 i, int32 j, uint8 mark);
+    int32 next(int32 k) const { return k + 1 < mN ? k + 1 : 0; }
+    int32 previous(int32 k) const { return k > 0 ? k - 1 : mN - 1; }
+    /// Steps from one corner forward to another.
+    int32 stepsForward(int32 a, int32 b) const { return b >= a ? b - a : b - a + mN; }
+    const Vec2<float>& point(int32 k) const { return mPolygon[static_cast<size_t>(k)]; }
 
     const Vector<Vec2<float>>& mPolygon;
     const Vector<uint8>& mReflex;
     int32 mN;
-    EdgeGrid mEdges;
-    Vector<uint8> mSide; // the sweep that passed a corner last: 1 forward, 2 backward, 0 none
+    EdgeGrid mGrid;
+    Vector<uint8> mSide; // sweep that passed a corner last
     Vector<uint8> mSeen;
 };
 } // namespace KORV::NavMesh

@@ -5,38 +5,63 @@
 namespace KORV::NavMesh
 {
 using Common::Threading::ScopedLock;
-using Rescue = ConvexPolygonCreator::Rescue;
+
+/// A result that waits for its turn.
+class PieceSequencer::Delivery : public Common::Memory::MemoryManaged
+{
+public:
+    Delivery(const SurfacePolygon& polygon, const ConvexPieces& pieces) : mPolygon(polygon), mPieces(pieces, getMemory())
+    {
+    }
+
+    const SurfacePolygon& mPolygon;
+    ConvexPieces mPieces;
+};
 
 PieceSequencer::PieceSequencer(Common::Threading::SpinLock& lock, NavMeshContainer& container, size_t numOutlines,
                                const Common::Memory::AllocatorPtr& allocator)
-    : mLock(lock), mContainer(container), mAllocator(allocator), mWaiting(numOutlines, std::nullopt, allocator.get()),
-      mChanged(0, std::numeric_limits<int32>::max() - 1)
+    : mLock(lock), mContainer(container), mAllocator(allocator), mWaiting(numOutlines, nullptr, allocator.get()),
+      mTaskEnded(0, std::numeric_limits<int32>::max() - 1)
 {
 }
 
-void PieceSequencer::deliver(size_t outline, const SurfacePolygon& polygon, PieceList&& pieces, Rescue rescue)
+PieceSequencer::~PieceSequencer()
+{
+    for (Delivery* delivery : mWaiting)
+        delete delivery;
+}
+
+void PieceSequencer::deliver(size_t outline, const SurfacePolygon& polygon, const ConvexPieces& pieces,
+                             ConvexPolygonCreator::Rescue rescue)
 {
     const ScopedLock guard(mLock);
-    mNumInsets += rescue == Rescue::INSET ? 1 : 0;
-    mNumTriangles += rescue == Rescue::TRIANGLES ? 1 : 0;
-    mWaiting[outline] = Delivery{&polygon, std::move(pieces)};
-    for (; mNext < mWaiting.size() && mWaiting[mNext].has_value(); ++mNext)
+    if (isStopped())
+        return;
+    ++mNumRescues[static_cast<size_t>(rescue)];
+    if (outline != mNext)
     {
-        if (mWaiting[mNext]->mPieces.size() > 0)
-            mWaiting[mNext]->mPieces.appendTo(mContainer, *mWaiting[mNext]->mPolygon);
-        mWaiting[mNext].reset();
+        mWaiting[outline] = new (mAllocator) Delivery(polygon, pieces);
+        return;
+    }
+    pieces.appendTo(mContainer, polygon);
+    for (++mNext; mNext < mWaiting.size() && mWaiting[mNext] != nullptr; ++mNext)
+    {
+        Delivery*& delivery = mWaiting[mNext];
+        delivery->mPieces.appendTo(mContainer, delivery->mPolygon);
+        delete delivery;
+        delivery = nullptr;
     }
 }
 
 void PieceSequencer::countEnded()
 {
     mNumEnded.fetch_add(1, std::memory_order_release);
-    mChanged.signal();
+    mTaskEnded.signal();
 }
 
-uint32 PieceSequencer::getNumRescues(Rescue rescue) const
+uint32 PieceSequencer::getNumRescues(ConvexPolygonCreator::Rescue rescue) const
 {
     const ScopedLock guard(mLock);
-    return rescue == Rescue::INSET ? mNumInsets : rescue == Rescue::TRIANGLES ? mNumTriangles : 0;
+    return mNumRescues[static_cast<size_t>(rescue)];
 }
 } // namespace KORV::NavMesh

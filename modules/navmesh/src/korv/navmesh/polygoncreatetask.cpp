@@ -6,19 +6,8 @@ namespace KORV::NavMesh
 {
 namespace
 {
-/// The creator draws its outlines in by this share of a cube.
+/// Share of a cube by which outlines are drawn in.
 constexpr float SHRINK_SHARE = 0.25f;
-
-/// Ends the work when the run is given up.
-class RunWatch : public WorkWatch
-{
-public:
-    explicit RunWatch(const PieceSequencer& sequencer) : mSequencer(sequencer) {}
-    bool keepGoing() override { return !mSequencer.isStopped(); }
-
-private:
-    const PieceSequencer& mSequencer;
-};
 } // namespace
 
 PolygonCreateTask::PolygonCreateTask(float cubeSize, PieceSequencer& sequencer, size_t outline,
@@ -30,19 +19,20 @@ PolygonCreateTask::PolygonCreateTask(float cubeSize, PieceSequencer& sequencer, 
 void PolygonCreateTask::run()
 {
     if (!mSequencer.isStopped())
-        mSequencer.getErrors().run([this] { cut(); });
+        mSequencer.getErrors().run([this] { split(); });
+    if (mSequencer.getErrors().hasError())
+        mSequencer.stop();
     mSequencer.countEnded();
 }
 
-void PolygonCreateTask::cut()
+void PolygonCreateTask::split()
 {
-    const std::unique_ptr<ConvexPolygonCreator> creator(new (mTaskAllocator)
-                                                            ConvexPolygonCreator(mCubeSize * SHRINK_SHARE));
-    // The result outlives the worker's own allocator.
-    PieceList pieces(mSequencer.getMemory());
-    RunWatch watch(mSequencer);
-    const ConvexPolygonCreator::Rescue rescue = creator->decompose(pieces, mSurfacePolygon, mAxis, watch);
-    if (!mSequencer.isStopped())
-        mSequencer.deliver(mOutline, mSurfacePolygon, std::move(pieces), rescue);
+    // the worker's own allocator: nothing of it is left when this returns
+    const Common::Memory::AllocatorPtr& allocator = mTaskAllocator != nullptr ? mTaskAllocator : getAllocator();
+    const std::unique_ptr<ConvexPolygonCreator> creator(new (allocator) ConvexPolygonCreator(mCubeSize * SHRINK_SHARE));
+    ConvexPieces pieces(allocator.get());
+    const ConvexPolygonCreator::Rescue rescue =
+        creator->decompose(pieces, mSurfacePolygon, mAxis, mSequencer.getStopFlag());
+    mSequencer.deliver(mOutline, mSurfacePolygon, pieces, rescue);
 }
 } // namespace KORV::NavMesh

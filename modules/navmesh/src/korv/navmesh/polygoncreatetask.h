@@ -5,7 +5,8 @@
 
 namespace KORV::NavMesh
 {
-/// Cuts one outline on a worker. Owns nothing of what it is given, all of which must outlive it.
+/// Splits one outline into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all of which
+/// must outlive it. What the work throws goes to the sequencer, which then stops the others.
 class PolygonCreateTask : public Common::Threading::Task
 {
 public:
@@ -17,7 +18,7 @@ public:
     void run() override;
 
 private:
-    void cut();
+    void split();
 
     float mCubeSize;
     const SurfacePolygon& mSurfacePolygon;

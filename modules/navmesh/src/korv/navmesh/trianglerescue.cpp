@@ -1,302 +1,298 @@
-// Ear clipping in exact arithmetic, then merging across the longest diagonals first.
-//
-// Why it is sound: each ear that is cut off has positive area, and outline = ear + rest holds as chains of edges. So the
-// ears' windings add up to that of the outline, which is 1 inside and 0 outside: they cover the inside once, also where
-// the outline touches itself along bridges and in corners.
-//
-// Corners of outlines lie on a grid of half cubes, so they are integers in that unit. Other input is put on a finer grid.
-//
-// Source of the merge: S. Hertel, K. Mehlhorn, "Fast Triangulation of Simple Polygons", FCT 1983.
-
 #include "korv/navmesh/trianglerescue.h"
 
 #include <algorithm>
 #include <cmath>
 
+// Ear clipping that also takes outlines whose parts touch: bridges to and fro, corners that coincide.
+//
+// All tests are exact: corners go onto an integer grid, that of half cubes where the outline comes from voxels, else a fine
+// one. A corner may be cut off when it turns left and no edge of what is left passes through the open triangle. Then the
+// triangle lies inside: it does at its tip, and no border comes between. Edges that only touch it, such as the other half
+// of a bridge, don't matter. What remains touches itself where the cut passes a corner, which does no harm for the same
+// reason. The areas of the triangles add up to that of the outline by construction, and as all lie inside and none is
+// negative, none overlap. Where nothing with area can be cut off, a corner without area goes.
+//
+// The triangles are then merged across their longest sides first, as long as pieces stay convex.
+//
+// Source of the merging: S. Hertel, K. Mehlhorn, "Fast Triangulation of Simple Polygons", FCT 1983.
+
 namespace KORV::NavMesh
 {
 namespace
 {
-constexpr float HALF_CUBES = 2.0f;
-constexpr float FINE_UNITS = 1024.0f;
-constexpr float GRID_NOISE = 0.1f;
+/// Share of a half cube by which a corner may miss the grid, from rounding far from the origin.
+constexpr float GRID_TOLERANCE = 0.05f;
+constexpr float MAX_GRID = 16777216.0f;
+/// The fine grid has this many lines across the outline.
+constexpr double FINE_LINES = 16777216.0;
+} // namespace
 
-using Point = Vec2<int64>;
-
-int64 orientation(const Point& a, const Point& b, const Point& c)
+TriangleRescue::TriangleRescue(Common::Memory::Allocator* allocator)
+    : mPositions(allocator), mNext(allocator), mPrevious(allocator), mOuter(allocator), mSides(allocator)
 {
-    return cross(b - a, c - a);
 }
 
-bool isOnHalfCubes(const Vector<Vec2<float>>& polygon)
+bool TriangleRescue::decompose(ConvexPieces& pieces, const Vector<Vec2<float>>& polygon, const std::atomic<bool>& stop)
 {
-    return std::all_of(polygon.begin(), polygon.end(), [](const Vec2<float>& p) {
-        const Vec2<float> q = p * HALF_CUBES;
-        return std::fabs(q.mX - std::round(q.mX)) < GRID_NOISE && std::fabs(q.mY - std::round(q.mY)) < GRID_NOISE;
+    pieces.clear();
+    setPositions(polygon);
+    if (doubledArea() <= 0)
+        return true;
+    if (!cutTriangles(stop))
+        return false;
+    mergeTriangles();
+    writePieces(pieces);
+    return true;
+}
+
+/// Puts the outline onto the grid, mirrored, so that it runs counter-clockwise. What is not finite goes to the origin.
+void TriangleRescue::setPositions(const Vector<Vec2<float>>& polygon)
+{
+    mPositions.clear();
+    double scale = 2.0;
+    if (!fitsHalfCubes(polygon))
+    {
+        double reach = 0.0;
+        for (const Vec2<float>& point : polygon)
+        {
+            if (std::isfinite(point.mX) && std::isfinite(point.mY))
+                reach = std::max({reach, std::fabs(static_cast<double>(point.mX)), std::fabs(static_cast<double>(point.mY))});
+        }
+        scale = reach > 0.0 ? FINE_LINES / reach : 1.0;
+    }
+    for (const Vec2<float>& point : polygon)
+    {
+        const bool finite = std::isfinite(point.mX) && std::isfinite(point.mY);
+        mPositions.push_back({finite ? std::llround(-static_cast<double>(point.mX) * scale) : 0,
+                              finite ? std::llround(static_cast<double>(point.mY) * scale) : 0});
+    }
+}
+
+bool TriangleRescue::fitsHalfCubes(const Vector<Vec2<float>>& polygon) const
+{
+    return std::all_of(polygon.begin(), polygon.end(), [](const Vec2<float>& point) {
+        const Vec2<float> halves = point * 2.0f;
+        return std::fabs(halves.mX) < MAX_GRID && std::fabs(halves.mY) < MAX_GRID &&
+               std::fabs(halves.mX - std::round(halves.mX)) < GRID_TOLERANCE &&
+               std::fabs(halves.mY - std::round(halves.mY)) < GRID_TOLERANCE;
     });
 }
 
-/// Cuts ears off a ring of corners, counter-clockwise.
-class EarClipper
+int64 TriangleRescue::doubledArea() const
 {
-public:
-    EarClipper(const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator)
-        : mPoints(allocator), mNext(polygon.size(), 0, allocator), mPrevious(polygon.size(), 0, allocator),
-          mLeft(static_cast<int32>(polygon.size()))
+    int64 sum = 0;
+    for (size_t i = 0; i < mPositions.size(); ++i)
     {
-        const float scale = isOnHalfCubes(polygon) ? HALF_CUBES : FINE_UNITS;
-        mPoints.reserve(polygon.size());
-        for (const Vec2<float>& p : polygon)
-            mPoints.push_back({std::llround(p.mX * scale), std::llround(p.mY * scale)});
-        for (int32 corner = 0; corner < mLeft; ++corner) // the outline runs clockwise, the ring the other way
-        {
-            mNext[static_cast<size_t>(corner)] = (corner + mLeft - 1) % mLeft;
-            mPrevious[static_cast<size_t>(corner)] = (corner + 1) % mLeft;
-        }
+        const Position& a = mPositions[i];
+        const Position& b = mPositions[i + 1 < mPositions.size() ? i + 1 : 0];
+        sum += a.mX * b.mY - b.mX * a.mY;
+    }
+    return sum;
+}
+
+/// Positive when the way from a over b to c turns left.
+int64 TriangleRescue::orientation(int32 a, int32 b, int32 c) const
+{
+    return (at(b).mX - at(a).mX) * (at(c).mY - at(a).mY) - (at(c).mX - at(a).mX) * (at(b).mY - at(a).mY);
+}
+
+bool TriangleRescue::cutTriangles(const std::atomic<bool>& stop)
+{
+    const int32 n = static_cast<int32>(mPositions.size());
+    mSides.clear();
+    mSides.reserve(3 * (mPositions.size() - 2));
+    mNext.clear();
+    mPrevious.clear();
+    mOuter.assign(mPositions.size(), -1);
+    for (int32 i = 0; i < n; ++i)
+    {
+        mNext.push_back(i + 1 < n ? i + 1 : 0);
+        mPrevious.push_back(i > 0 ? i - 1 : n - 1);
     }
 
-    /// Appends the triangles' corners.
-    void clip(Vector<int32>& triangles)
+    int32 left = n;
+    int32 tried = 0;
+    int32 corner = 0;
+    Demand demand = Demand::EAR;
+    while (left >= 3)
     {
-        int32 corner = 0;
-        bool strict = true;
-        for (int32 tries = 0; mLeft >= 3;)
-        {
-            if (isEar(corner, strict))
-            {
-                triangles.insert(triangles.end(), {previous(corner), corner, next(corner)});
-                corner = remove(corner);
-                tries = 0;
-                strict = true;
-                continue;
-            }
-            corner = next(corner);
-            if (++tries <= mLeft)
-                continue;
-            if (!strict)
-                return; // what is left has no area
-            strict = false;
-            tries = 0;
-        }
-    }
-
-    const Vector<Point>& getPoints() const { return mPoints; }
-
-private:
-    int32 next(int32 corner) const { return mNext[static_cast<size_t>(corner)]; }
-    int32 previous(int32 corner) const { return mPrevious[static_cast<size_t>(corner)]; }
-    const Point& point(int32 corner) const { return mPoints[static_cast<size_t>(corner)]; }
-
-    int32 remove(int32 corner)
-    {
-        mNext[static_cast<size_t>(previous(corner))] = next(corner);
-        mPrevious[static_cast<size_t>(next(corner))] = previous(corner);
-        --mLeft;
-        return next(corner);
-    }
-
-    /// Whether a corner can be cut off. Without @p strict any positive area will do: the ring touches itself there.
-    bool isEar(int32 corner, bool strict) const
-    {
-        const int32 before = previous(corner);
-        const int32 after = next(corner);
-        const Point* const triangle[3] = {&point(before), &point(corner), &point(after)};
-        if (orientation(*triangle[0], *triangle[1], *triangle[2]) <= 0)
+        if (stop.load(std::memory_order_relaxed))
             return false;
-        if (!strict)
-            return true;
-        for (int32 other = next(after); other != before; other = next(other))
+        const int32 next = mNext[static_cast<size_t>(corner)];
+        if (left == 3 || mayCut(corner, demand))
         {
-            if (blocks(other, triangle))
-                return false;
+            cutOff(corner);
+            --left;
+            tried = 0;
+            demand = Demand::EAR;
         }
-        return true;
-    }
-
-    /// Whether the ring enters the triangle at a corner that is none of the triangle's own.
-    bool blocks(int32 other, const Point* const (&triangle)[3]) const
-    {
-        const Point& p = point(other);
-        for (int side = 0; side < 3; ++side)
+        else if (++tried >= left)
         {
-            if (orientation(*triangle[side], *triangle[(side + 1) % 3], p) < 0)
-                return false;
+            tried = 0;
+            demand = static_cast<Demand>(static_cast<int>(demand) + 1);
         }
-        for (int at = 0; at < 3; ++at)
-        {
-            if (p == *triangle[at])
-                return entersAt(at, point(next(other)), triangle) || entersAt(at, point(previous(other)), triangle);
-        }
-        return true;
+        corner = next;
+        if (left == 2)
+            break;
     }
+    return true;
+}
 
-    /// Whether a line from a corner of the triangle to @p target runs inside it.
-    static bool entersAt(int at, const Point& target, const Point* const (&triangle)[3])
-    {
-        return orientation(*triangle[at], *triangle[(at + 1) % 3], target) > 0 &&
-               orientation(*triangle[(at + 2) % 3], *triangle[at], target) > 0;
-    }
-
-    Vector<Point> mPoints;
-    Vector<int32> mNext;
-    Vector<int32> mPrevious;
-    int32 mLeft;
-};
-
-/// Pieces as rings of half edges, merged across diagonals.
-class PieceMerger
+bool TriangleRescue::mayCut(int32 corner, Demand demand) const
 {
-public:
-    PieceMerger(const Vector<int32>& triangles, const Vector<Point>& points, Common::Memory::Allocator* allocator)
-        : mPoints(points), mEdges(allocator), mAllocator(allocator)
+    const int32 a = mPrevious[static_cast<size_t>(corner)];
+    const int32 c = mNext[static_cast<size_t>(corner)];
+    const int64 turn = orientation(a, corner, c);
+    switch (demand)
     {
-        mEdges.reserve(triangles.size());
-        for (int32 edge = 0; edge < static_cast<int32>(triangles.size()); ++edge)
-        {
-            const int32 first = edge - edge % 3;
-            const int32 next = first + (edge - first + 1) % 3;
-            const int32 previous = first + (edge - first + 2) % 3;
-            mEdges.push_back({triangles[static_cast<size_t>(edge)], next, previous, NONE, NONE});
-        }
-        findTwins();
+    case Demand::EAR:
+        return turn > 0 && isEmpty(a, corner, c);
+    case Demand::FLAT:
+        return turn == 0;
+    case Demand::LEFT_TURN:
+        return turn > 0;
+    case Demand::ANYTHING:
+        break;
     }
+    return true;
+}
 
-    void merge()
+/// Whether no edge of what is left passes through the inside of a triangle. A segment and a convex shape are apart when a
+/// line along one of their sides has one on each side.
+bool TriangleRescue::isEmpty(int32 a, int32 b, int32 c) const
+{
+    const int64 minX = std::min({at(a).mX, at(b).mX, at(c).mX});
+    const int64 maxX = std::max({at(a).mX, at(b).mX, at(c).mX});
+    const int64 minY = std::min({at(a).mY, at(b).mY, at(c).mY});
+    const int64 maxY = std::max({at(a).mY, at(b).mY, at(c).mY});
+    int32 u = c;
+    for (int32 v = mNext[static_cast<size_t>(u)]; u != a; u = v, v = mNext[static_cast<size_t>(v)])
     {
-        Vector<int32> diagonals(mAllocator);
-        for (int32 edge = 0; edge < count(); ++edge)
-        {
-            if (at(edge).mTwin > edge)
-                diagonals.push_back(edge);
-        }
-        std::sort(diagonals.begin(), diagonals.end(), [this](int32 a, int32 b) {
-            const int64 lengthA = squaredLength(a);
-            const int64 lengthB = squaredLength(b);
-            return lengthA != lengthB ? lengthA > lengthB : a < b;
-        });
-        for (const int32 edge : diagonals)
-        {
-            if (staysConvex(edge) && staysConvex(at(edge).mTwin))
-                unlink(edge);
-        }
+        const Position& p = at(u);
+        const Position& q = at(v);
+        if (std::max(p.mX, q.mX) <= minX || std::min(p.mX, q.mX) >= maxX || std::max(p.mY, q.mY) <= minY ||
+            std::min(p.mY, q.mY) >= maxY)
+            continue;
+        if (std::max(orientation(a, b, u), orientation(a, b, v)) <= 0 ||
+            std::max(orientation(b, c, u), orientation(b, c, v)) <= 0 ||
+            std::max(orientation(c, a, u), orientation(c, a, v)) <= 0)
+            continue;
+        const auto [low, high] = std::minmax({orientation(u, v, a), orientation(u, v, b), orientation(u, v, c)});
+        const bool apart = (low >= 0 || high <= 0) && (p.mX != q.mX || p.mY != q.mY);
+        if (!apart)
+            return false;
     }
+    return true;
+}
 
-    void write(PieceList& pieces)
+void TriangleRescue::cutOff(int32 corner)
+{
+    const int32 a = mPrevious[static_cast<size_t>(corner)];
+    const int32 c = mNext[static_cast<size_t>(corner)];
+    const int32 first = static_cast<int32>(mSides.size());
+    const int32 origins[3] = {a, corner, c};
+    const bool last = mNext[static_cast<size_t>(c)] == a;
+    for (int32 s = 0; s < 3; ++s)
     {
-        int32 numPieces = 0;
-        for (int32 edge = 0; edge < count(); ++edge)
-        {
-            if (at(edge).mNext == NONE || at(edge).mPiece != NONE)
-                continue;
-            for (int32 e = edge; at(e).mPiece == NONE; e = at(e).mNext)
-                at(e).mPiece = numPieces;
-            ++numPieces;
-        }
-        int32 piece = 0;
-        for (int32 edge = 0; edge < count(); ++edge)
-        {
-            if (at(edge).mPiece != piece)
-                continue;
-            int32 e = edge;
-            do
-            {
-                pieces.mCorners.push_back(at(e).mCorner);
-                pieces.mNeighbours.push_back(at(e).mTwin != NONE ? at(at(e).mTwin).mPiece : -1);
-                e = at(e).mNext;
-            } while (e != edge);
-            pieces.mEnds.push_back(static_cast<uint32>(pieces.mCorners.size()));
-            ++piece;
-        }
+        const bool onRing = s < 2 || last;
+        const int32 twin = onRing ? mOuter[static_cast<size_t>(origins[s])] : -1;
+        mSides.push_back({origins[s], first + (s + 1) % 3, first + (s + 2) % 3, twin});
+        if (twin >= 0)
+            mSides[static_cast<size_t>(twin)].mTwin = first + s;
+        else if (onRing && origins[s] == static_cast<int32>(mPositions.size()) - 1)
+            mClosingSide = first + s;
     }
+    mOuter[static_cast<size_t>(a)] = first + 2;
+    mNext[static_cast<size_t>(a)] = c;
+    mPrevious[static_cast<size_t>(c)] = a;
+}
 
-private:
-    static constexpr int32 NONE = -1;
-
-    struct HalfEdge
+void TriangleRescue::mergeTriangles()
+{
+    struct Diagonal
     {
-        int32 mCorner; // where it starts
-        int32 mNext;   // NONE once it is merged away
-        int32 mPrevious;
-        int32 mTwin;
-        int32 mPiece;
+        int64 mLength; // squared
+        int32 mSide;
     };
-
-    HalfEdge& at(int32 edge) { return mEdges[static_cast<size_t>(edge)]; }
-    int32 count() const { return static_cast<int32>(mEdges.size()); }
-    const Point& start(int32 edge) { return mPoints[static_cast<size_t>(at(edge).mCorner)]; }
-    const Point& end(int32 edge) { return start(at(edge).mNext); }
-
-    int64 squaredLength(int32 edge)
+    Vector<Diagonal> diagonals(mSides.get_allocator());
+    for (int32 id = 0; id < static_cast<int32>(mSides.size()); ++id)
     {
-        const Point along = end(edge) - start(edge);
-        return dot(along, along);
+        if (side(id).mTwin <= id)
+            continue;
+        const Position& p = at(side(id).mOrigin);
+        const Position& q = at(destination(id));
+        diagonals.push_back({(p.mX - q.mX) * (p.mX - q.mX) + (p.mY - q.mY) * (p.mY - q.mY), id});
     }
-
-    void findTwins()
+    std::sort(diagonals.begin(), diagonals.end(), [](const Diagonal& a, const Diagonal& b) {
+        return a.mLength != b.mLength ? a.mLength > b.mLength : a.mSide < b.mSide;
+    });
+    for (const Diagonal& diagonal : diagonals)
     {
-        struct Key
-        {
-            int32 mLow;
-            int32 mHigh;
-            int32 mEdge;
-        };
-        Vector<Key> keys(mAllocator);
-        for (int32 edge = 0; edge < count(); ++edge)
-        {
-            const int32 a = at(edge).mCorner;
-            const int32 b = at(at(edge).mNext).mCorner;
-            keys.push_back({std::min(a, b), std::max(a, b), edge});
-        }
-        std::sort(keys.begin(), keys.end(), [](const Key& a, const Key& b) {
-            return a.mLow != b.mLow ? a.mLow < b.mLow : a.mHigh != b.mHigh ? a.mHigh < b.mHigh : a.mEdge < b.mEdge;
-        });
-        for (size_t i = 0; i + 1 < keys.size(); ++i)
-        {
-            if (keys[i].mLow != keys[i + 1].mLow || keys[i].mHigh != keys[i + 1].mHigh)
-                continue;
-            at(keys[i].mEdge).mTwin = keys[i + 1].mEdge;
-            at(keys[i + 1].mEdge).mTwin = keys[i].mEdge;
-            ++i;
-        }
+        if (mayMerge(diagonal.mSide))
+            merge(diagonal.mSide);
     }
+}
 
-    /// Whether the corner where a diagonal starts is convex without it.
-    bool staysConvex(int32 edge)
-    {
-        const Point& corner = start(edge);
-        const Point in = corner - start(at(edge).mPrevious);
-        const Point out = end(at(at(edge).mTwin).mNext) - corner;
-        const int64 turn = cross(in, out);
-        return turn > 0 || (turn == 0 && dot(in, out) > 0);
-    }
-
-    void unlink(int32 edge)
-    {
-        const int32 twin = at(edge).mTwin;
-        const auto join = [this](int32 a, int32 b) {
-            at(a).mNext = b;
-            at(b).mPrevious = a;
-        };
-        join(at(edge).mPrevious, at(twin).mNext);
-        join(at(twin).mPrevious, at(edge).mNext);
-        at(edge).mNext = NONE;
-        at(twin).mNext = NONE;
-    }
-
-    const Vector<Point>& mPoints;
-    Vector<HalfEdge> mEdges;
-    Common::Memory::Allocator* mAllocator;
-};
-} // namespace
-
-void cutIntoTriangles(PieceList& pieces, const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator)
+bool TriangleRescue::mayMerge(int32 id) const
 {
-    pieces.clear();
-    EarClipper clipper(polygon, allocator);
-    Vector<int32> triangles(allocator);
-    clipper.clip(triangles);
-    PieceMerger merger(triangles, clipper.getPoints(), allocator);
-    merger.merge();
-    merger.write(pieces);
+    const int32 twin = side(id).mTwin;
+    const int32 u = side(id).mOrigin;
+    const int32 v = side(twin).mOrigin;
+    return isProper(side(side(id).mPrevious).mOrigin, u, destination(side(twin).mNext)) &&
+           isProper(side(side(twin).mPrevious).mOrigin, v, destination(side(id).mNext)) && hasProperTip(id) &&
+           hasProperTip(twin);
+}
+
+/// Whether a corner turns left or goes straight on, and not back.
+bool TriangleRescue::isProper(int32 a, int32 b, int32 c) const
+{
+    const int64 turn = orientation(a, b, c);
+    const int64 ahead = (at(b).mX - at(a).mX) * (at(c).mX - at(b).mX) + (at(b).mY - at(a).mY) * (at(c).mY - at(b).mY);
+    return turn > 0 || (turn == 0 && ahead > 0);
+}
+
+/// A triangle without area may only be merged across its longest side, where its tip is a straight corner.
+bool TriangleRescue::hasProperTip(int32 id) const
+{
+    const int32 next = side(id).mNext;
+    const int32 tip = side(next).mNext;
+    return side(tip).mNext != id || isProper(side(next).mOrigin, side(tip).mOrigin, side(id).mOrigin);
+}
+
+void TriangleRescue::merge(int32 id)
+{
+    const HalfEdge here = side(id);
+    const HalfEdge there = side(here.mTwin);
+    mSides[static_cast<size_t>(here.mPrevious)].mNext = there.mNext;
+    mSides[static_cast<size_t>(there.mNext)].mPrevious = here.mPrevious;
+    mSides[static_cast<size_t>(there.mPrevious)].mNext = here.mNext;
+    mSides[static_cast<size_t>(here.mNext)].mPrevious = there.mPrevious;
+}
+
+/// Writes the pieces breadth first from the one at the outline's closing edge, each with its last side towards its parent.
+void TriangleRescue::writePieces(ConvexPieces& pieces) const
+{
+    struct Open
+    {
+        int32 mClosing;
+        int32 mParent;
+    };
+    Vector<Open> queue(mSides.get_allocator());
+    queue.push_back({mClosingSide, -1});
+    for (size_t current = 0; current < queue.size(); ++current)
+    {
+        const Open open = queue[current];
+        pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
+        for (int32 id = side(open.mClosing).mPrevious; id != open.mClosing; id = side(id).mPrevious)
+        {
+            pieces.mCorners.push_back(destination(id));
+            const int32 twin = side(id).mTwin;
+            pieces.mNeighbours.push_back(twin >= 0 ? static_cast<int32>(queue.size()) : -1);
+            if (twin >= 0)
+                queue.push_back({twin, static_cast<int32>(current)});
+        }
+        pieces.mCorners.push_back(destination(open.mClosing));
+        pieces.mNeighbours.push_back(open.mParent);
+    }
 }
 } // namespace KORV::NavMesh
