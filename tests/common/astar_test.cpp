@@ -344,9 +344,11 @@ KORV_TEST(AStar, openListKeepsItsOrderUnderAnyUse)
         const uint32 popShare = 1 + random() % 90;
         for (uint32 step = 0; step < 8000; ++step)
         {
-            const uint32 node = random() % numNodes;
-            const float cost = static_cast<float>(random() % numCosts);
-            if (random() % 100 < popShare)
+            // first a long back in falling order, where every node is better than the 50 before it
+            const bool fill = round % 2 == 0 && step < numNodes;
+            const uint32 node = fill ? step : random() % numNodes;
+            const float cost = static_cast<float>(fill ? numCosts + numNodes - step : random() % numCosts);
+            if (!fill && random() % 100 < popShare)
             {
                 AStarNode* popped = plain.popBestNode();
                 AStarNode* other = fast.popBestNode();

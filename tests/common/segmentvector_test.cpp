@@ -52,6 +52,8 @@ KORV_TEST(SegmentVector, anIndexOutOfRangeIsReportedAndReachesNoElement)
     vector.append(7);
     vector[1] = 9;
     expectReports({"index < mSize\nError Message: index out of range"});
+    EXPECT_EQ(mTraces.back().mText,
+              "KORV::Common::Container::SegmentVector::operator [] : index < mSize :  index out of range");
     EXPECT_EQ(vector[1], 0);
     dropReports();
     EXPECT_EQ(vector[0], 7);

@@ -84,6 +84,13 @@ int32 exitEarly(void*)
 {
     Thread::exit(-7);
 }
+
+int32 cancelYourself(void*)
+{
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+    return 0;
+}
 } // namespace
 
 KORV_TEST(Semaphore, countsUpToItsMaximum)
@@ -155,6 +162,10 @@ KORV_TEST(Thread, misuseIsReported)
                    "!mPsydoInstance\nError Message: cannot close pysdo instances of thread classes",
                    "priority <= TPRIO_TIME_CRITICAL\nError Message: priority out of range"});
     EXPECT_EQ(self.getPriority(), 0);
+
+    Thread cancelled(&cancelYourself, nullptr, "cancelled");
+    EXPECT_EQ(cancelled.join(), -1);
+    expectReports({"retVal\nError Message: cannot get exit code from joined thread"});
 }
 
 KORV_TEST(Thread, nameAndPriorityReachTheSystem)

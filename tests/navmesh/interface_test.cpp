@@ -124,6 +124,7 @@ TEST_F(LifecycleTest, runningOutOfMemoryAtTheStartLeavesNothingBehind)
         if (started)
             Interface::closeLibrary();
         EXPECT_EQ(mMemory->mBlocks, 0) << "after " << allowed << " allocations";
+        EXPECT_TRUE(mMemoryCallback.isLastReference() && mFileCallback.isLastReference());
     }
     EXPECT_GT(allowed, 5);
 }

@@ -321,9 +321,8 @@ KORV_TEST(PathSearch, statesOfASearch)
     EXPECT_FALSE(search.initSearch(inNode(1), 1, {1, 9, 0}, -1));
     EXPECT_FALSE(search.initSearch(inNode(1), -2, inNode(1), 1));
     EXPECT_FALSE(search.initSearch(inNode(1), 1, inNode(1), 10));
-    expectReports(
-        {"(uint32)_startNodeID < mNavMesh->mNodes.size()\nError Message: startNodeID is out of range",
-         "(uint32)_endNodeID < mNavMesh->mNodes.size()\nError Message: endNodeID is out of range"});
+    expectReports({"(uint32)_startNodeID < mNavMesh->mNodes.size()\nError Message: startNodeID is out of range",
+                   "(uint32)_endNodeID < mNavMesh->mNodes.size()\nError Message: endNodeID is out of range"});
     EXPECT_EQ(search.runSearch(10), 0);
     EXPECT_EQ(getChunks(search), (Chunks{{0, 1}, {1, 1}}));
 }

@@ -79,7 +79,7 @@ struct MeshFigures
     uint64 mNodes = 0;
     uint64 mVertices = 0;
     uint64 mSides = 0;
-    uint64 mMostSides = 0; ///< sides of the node that has most of them
+    uint64 mMostSides = 0;   ///< sides of the node that has most of them
     uint64 mWithoutArea = 0; ///< nodes that cover nothing: harmless leftovers of a cut
     LinkCounts mLinks;
     double mArea = 0.0;

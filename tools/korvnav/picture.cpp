@@ -60,7 +60,9 @@ std::string path(const SvgPath& data, const std::string& attributes)
 class Shading
 {
 public:
-    Shading(const MeshFigures& figures, float lowest, float highest) : mLowest(lowest), mRange(highest - lowest)
+    /// @param least  a smaller difference in height is noise, and gets one shade.
+    Shading(const MeshFigures& figures, float lowest, float highest, float least)
+        : mLowest(lowest), mRange(highest - lowest > least ? highest - lowest : 0.0f)
     {
         for (const auto& [id, surface] : figures.mSurfaces)
         {
@@ -68,6 +70,8 @@ public:
             mTints[id] = TINTS[index % std::size(TINTS)];
         }
     }
+
+    bool isFlat() const { return mRange == 0.0f; }
 
     int shadeOf(float height) const
     {
@@ -342,6 +346,12 @@ private:
     void heights()
     {
         heading("Height");
+        if (mShading.isFlat())
+        {
+            mResult += text(mX, mY, decimal(static_cast<double>(mDrawing.mLowest), 2) + " everywhere", "class=\"sub\"");
+            mY += LEGEND_ROW + 8;
+            return;
+        }
         const uint16 surface = largestSurface();
         constexpr float WIDTH = 168.0f;
         for (int shade = 0; shade < SHADES; ++shade)
@@ -396,11 +406,14 @@ private:
         linkRow("both, for one step", true, true);
         mResult += text(mX + 34, mY, "level: " + grouped(counts.mLevel) + " (not drawn)");
         mY += LEGEND_ROW;
-        mResult +=
-            text(mX, mY, counted(mDrawing.mArrows.size(), "arrow") + " drawn; where there is no", "class=\"sub\"");
-        mY += LEGEND_ROW - 5;
-        mResult += text(mX, mY, "room for all, the highest", "class=\"sub\"");
-        mY += LEGEND_ROW;
+        if (!mDrawing.mArrows.empty())
+        {
+            const std::string drawn = counted(mDrawing.mArrows.size(), "arrow") + " drawn; where there is no";
+            mResult += text(mX, mY, drawn, "class=\"sub\"");
+            mY += LEGEND_ROW - 5;
+            mResult += text(mX, mY, "room for all, the highest", "class=\"sub\"");
+            mY += LEGEND_ROW;
+        }
         mResult += "<path class=\"edge\" d=\"M" + pixels(mX + 2) + " " + pixels(mY - 4) + "h22\"/>\n";
         mResult += text(mX + 34, mY, "edge of the mesh");
         mY += LEGEND_ROW + 8;
@@ -467,7 +480,7 @@ std::string drawPicture(const NavMesh::NavMeshContainer& mesh, const std::string
         return "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"200\" height=\"60\"><text x=\"20\" y=\"35\">empty "
                "mesh</text></svg>\n";
     const Drawing drawing(mesh);
-    const Shading shading(drawing.mFigures, drawing.mLowest, drawing.mHighest);
+    const Shading shading(drawing.mFigures, drawing.mLowest, drawing.mHighest, 0.5f * mesh.mCubeSize);
     Legend legend(drawing, shading);
     const std::string legendText = legend.paint();
     const float panelBottom = drawing.panelY(drawing.mFloors.size() - 1) + drawing.mLayout.mHeight;

@@ -88,11 +88,10 @@ class Spacing
 public:
     explicit Spacing(float size) : mSize(size) {}
 
-    /// Takes the place of an arrow unless another one lies within so many sizes of it.
-    bool take(const Arrow& arrow, int sizes)
+    /// Whether no arrow has been taken within so many sizes of this one.
+    bool isFree(const Arrow& arrow, int sizes) const
     {
-        const auto x = static_cast<int>(std::floor(arrow.mCrossing.mX / mSize));
-        const auto y = static_cast<int>(std::floor(arrow.mCrossing.mY / mSize));
+        const auto [x, y] = squareOf(arrow);
         for (int dx = -sizes; dx <= sizes; ++dx)
         {
             for (int dy = -sizes; dy <= sizes; ++dy)
@@ -104,11 +103,21 @@ public:
                     return false;
             }
         }
-        mTaken[{arrow.mFloor, x, y}] = arrow.mCrossing;
         return true;
+    }
+    void take(const Arrow& arrow)
+    {
+        const auto [x, y] = squareOf(arrow);
+        mTaken[{arrow.mFloor, x, y}] = arrow.mCrossing;
     }
 
 private:
+    std::pair<int, int> squareOf(const Arrow& arrow) const
+    {
+        return {static_cast<int>(std::floor(arrow.mCrossing.mX / mSize)),
+                static_cast<int>(std::floor(arrow.mCrossing.mY / mSize))};
+    }
+
     float mSize;
     std::map<std::tuple<uint32, int, int>, PlanPoint> mTaken;
 };
@@ -138,14 +147,21 @@ std::vector<Arrow> chooseArrows(const MeshView& view, const std::vector<Link>& l
                      [](const Candidate& a, const Candidate& b)
                      { return std::abs(a.mLink.mRise) > std::abs(b.mLink.mRise); });
 
-    Spacing squares(std::max(spacing, 1e-6f));
+    Spacing all(std::max(spacing, 1e-6f));
+    Spacing steps(std::max(spacing, 1e-6f));
     std::vector<Arrow> arrows;
     for (const Candidate& candidate : candidates)
     {
         const Arrow arrow = arrowFor(view, candidate, floorOf);
         const bool step = std::abs(candidate.mLink.mRise) < 1.5f * view.getMesh().mCubeSize;
-        if (squares.take(arrow, step ? STEP_SPACING : 1))
-            arrows.push_back(arrow);
+        if (step && !steps.isFree(arrow, STEP_SPACING))
+            continue;
+        if (!all.isFree(arrow, 1))
+            continue;
+        all.take(arrow);
+        if (step)
+            steps.take(arrow);
+        arrows.push_back(arrow);
     }
     return arrows;
 }

@@ -154,6 +154,34 @@ struct DefaultCountPolicy
                            MemberReferenceCount<ReferenceCounted, ReferenceCounter, 4>, SimpleReferenceCount<T>>>;
 };
 
+namespace Detail
+{
+// Reports build their text in place, which takes a large frame. These keep it out of every function that dereferences.
+
+[[gnu::noinline, gnu::cold]] inline void reportNullDereference()
+{
+    KORV_COMMON_FAIL_CONDITION("KORV::Common::SharedPtr::operator ->", "mPtr", "Try to dereference a NULL pointer");
+}
+
+[[gnu::noinline, gnu::cold]] inline void reportLostCount()
+{
+    KORV_COMMON_FAIL_CONDITION("KORV::Common::SharedPtr::SharedPtr", "!(CP::isZero(this->mPtr))",
+                               "reference count was < 0");
+}
+
+[[gnu::noinline, gnu::cold]] inline void reportHeldTwice()
+{
+    KORV_COMMON_FAIL_CONDITION("KORV::Common::SharedPtr::operator =", "ptr != this->mPtr || this->mPtr == NULL",
+                               "No shared pointer should pointer to ptr yet");
+}
+
+[[gnu::noinline, gnu::cold]] inline void reportOtherReferences()
+{
+    KORV_COMMON_FAIL("KORV::Common::SharedPtr::forceDestroy",
+                     "there are other references to the object, delete it anyways");
+}
+} // namespace Detail
+
 /// Reference-counting pointer. Dereferencing a null pointer is reported; the access itself is then undefined.
 template <class T, class CP = typename DefaultCountPolicy<T>::Type, class OP = StandartObjectPolicy<T>>
 class SharedPtr
@@ -181,9 +209,11 @@ public:
     /// Releases the object held and takes another one; null only releases. The object must not be the one held already.
     SharedPtr& operator=(T* object)
     {
-        if (!KORV_COMMON_ASSERT("KORV::Common::SharedPtr::operator =", object != mPtr || mPtr == nullptr,
-                                "ptr != this->mPtr || this->mPtr == NULL", "No shared pointer should pointer to ptr yet"))
+        if (object == mPtr && mPtr != nullptr)
+        {
+            Detail::reportHeldTwice();
             return *this;
+        }
         release();
         take(object);
         return *this;
@@ -209,8 +239,7 @@ public:
     void forceDestroy()
     {
         if (!isLastReference())
-            KORV_COMMON_FAIL("KORV::Common::SharedPtr::forceDestroy",
-                             "there are other references to the object, delete it anyways");
+            Detail::reportOtherReferences();
         release();
     }
 
@@ -235,14 +264,13 @@ private:
         mPtr = other.mPtr;
         if (mPtr == nullptr)
             return;
-        [[maybe_unused]] const bool counted =
-            KORV_COMMON_ASSERT("KORV::Common::SharedPtr::SharedPtr", mCount.share(other.mCount, mPtr) != 0,
-                               "!(CP::isZero(this->mPtr))", "reference count was < 0");
+        if (mCount.share(other.mCount, mPtr) == 0)
+            Detail::reportLostCount();
     }
     T* checked() const
     {
-        [[maybe_unused]] const bool valid = KORV_COMMON_ASSERT("KORV::Common::SharedPtr::operator ->", mPtr != nullptr,
-                                                               "mPtr", "Try to dereference a NULL pointer");
+        if (mPtr == nullptr)
+            Detail::reportNullDereference();
         return mPtr;
     }
 

@@ -13,8 +13,6 @@ namespace KORV::Common
 {
 namespace
 {
-constexpr uint32 ALL_LOG_TYPES = 0xFF;
-
 SharedPtr<Callback::MemoryCallback> gMemCallback;
 Memory::AllocatorPtr gBaseAllocator;
 // One allocator, three handles: by use, not by place.
@@ -49,7 +47,7 @@ void createLog()
     Debug::LogManager::createInstance(new (gSharedAllocator) Debug::LogManager);
     Debug::LogManager* manager = Debug::LogManager::getInstance();
     gTraceDispatcher = new (gSharedAllocator) Debug::TraceLogDispatcher;
-    manager->addDispatcher(gTraceDispatcher, ALL_LOG_TYPES, false);
+    manager->addDispatcher(gTraceDispatcher, Debug::ALL_LOG_TYPES, false);
     gReporter = manager->createReporter("Common");
 }
 

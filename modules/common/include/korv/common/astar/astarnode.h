@@ -12,9 +12,9 @@ constexpr uint32 NO_NODE = 0xFFFFFFFF;
 /// What a search knows about a node. Four records fill a cache line and none crosses one.
 struct alignas(16) AStarNode
 {
-    float totalCost;    ///< pathCost and the estimate from here to the goal
-    float pathCost;     ///< cost of the best way found from the start
-    uint32 inEdge;      ///< the edge by which that way enters the node; NO_EDGE for the start node
-    uint32 openPlace;   ///< for the storage: where in its open list the node stands
+    float totalCost;  ///< pathCost and the estimate from here to the goal
+    float pathCost;   ///< cost of the best way found from the start
+    uint32 inEdge;    ///< the edge by which that way enters the node; NO_EDGE for the start node
+    uint32 openPlace; ///< for the storage: where in its open list the node stands
 };
 } // namespace KORV::Common::Astar

@@ -81,10 +81,10 @@ private:
     AStarMap* mMap;
     uint8* mStates = nullptr;
     AStarNode* mRecords = nullptr;
-    uint32 mCapacity = 0;         // records
-    uint32 mNumNodes = 0;         // of them, those of the present search
+    uint32 mCapacity = 0; // records
+    uint32 mNumNodes = 0; // of them, those of the present search
     OpenList mOpenList;
-    Vector<uint32> mQueue;        // nodes whose saving has yet to be passed on
+    Vector<uint32> mQueue; // nodes whose saving has yet to be passed on
     Vector<uint32> mEdges;
 };
 } // namespace KORV::Common::Astar

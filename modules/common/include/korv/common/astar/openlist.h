@@ -54,8 +54,8 @@ public:
         return nodeID;
     }
 
-    /// The total cost in a node's record has changed from @p oldCost. A node of the front is taken out and pushed again,
-    /// one of the back keeps its place, one in neither part stays outside.
+    /// The total cost in a node's record has changed from @p oldCost. A node of the front is taken out and pushed
+    /// again, one of the back keeps its place, one in neither part stays outside.
     void reposition(uint32 nodeID, float oldCost);
     /// The same, but a node of the front keeps its place, too.
     void changeInPlace(uint32 nodeID, float oldCost);
@@ -63,8 +63,8 @@ public:
 private:
     struct Entry
     {
-        float mCost;     // the total cost in the node's record
-        uint32 mNode;    // NO_NODE marks a hole in the back, whose cost is infinite
+        float mCost;  // the total cost in the node's record
+        uint32 mNode; // NO_NODE marks a hole in the back, whose cost is infinite
     };
 
     // openPlace of a record: an index into mBack, or one of these
@@ -106,12 +106,12 @@ private:
     void updateBlockMinimum(uint32 block);
 
     AStarNode* mRecords = nullptr;
-    Vector<Entry> mFront;             // worst node first, best last
-    bool mFrontSorted = true;         // false once a cost was changed in place and broke the order
-    Vector<Entry> mBack;              // used from mBackBegin to mBackEnd, free on both sides, with holes
-    Vector<float> mBlockMinimum;      // no cost in the block of BLOCK_SIZE places is lower
+    Vector<Entry> mFront;        // worst node first, best last
+    bool mFrontSorted = true;    // false once a cost was changed in place and broke the order
+    Vector<Entry> mBack;         // used from mBackBegin to mBackEnd, free on both sides, with holes
+    Vector<float> mBlockMinimum; // no cost in the block of BLOCK_SIZE places is lower
     uint32 mBackBegin = 0;
     uint32 mBackEnd = 0;
-    uint32 mNumBack = 0;              // nodes in the back, holes not counted
+    uint32 mNumBack = 0; // nodes in the back, holes not counted
 };
 } // namespace KORV::Common::Astar

@@ -62,7 +62,8 @@ private:
     /// Out of line: a report's text takes 4 KB of stack.
     [[gnu::noinline, gnu::cold]] static bool reportIndex()
     {
-        return KORV_ASSERT(false, "index < mSize", "index out of range");
+        return KORV_COMMON_ASSERT("KORV::Common::Container::SegmentVector::operator []", false, "index < mSize",
+                                  "index out of range");
     }
     T* address(uint32 index) const { return mSegments[index / SEGMENT_SIZE] + index % SEGMENT_SIZE; }
 

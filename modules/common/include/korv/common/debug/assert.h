@@ -47,5 +47,10 @@ KORV_COMMON_API bool reportFoundationAssertion(const char* function, const char*
     ((condition) || ::KORV::Common::Debug::reportFoundationAssertion(                                                  \
                         function, conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__))
 
+/// Report of a failed check of the foundation module, where the condition has been looked at elsewhere.
+#define KORV_COMMON_FAIL_CONDITION(function, conditionText, message)                                                   \
+    ::KORV::Common::Debug::reportFoundationAssertion(                                                                  \
+        function, conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__)
+
 /// Unconditional report of the foundation module.
 #define KORV_COMMON_FAIL(function, message) KORV_COMMON_ASSERT(function, false, "", message)

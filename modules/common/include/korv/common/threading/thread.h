@@ -43,7 +43,7 @@ public:
     ~Thread() override;
 
     /// Waits for the thread's end. May be called again.
-    /// @return its exit code; -1 after a report when there is no thread or waiting for it failed.
+    /// @return its exit code; -1 after a report when there is no thread, waiting for it failed or it was cancelled.
     int32 join();
     /// Gives the handle up; the thread goes on. Refused, after a report, for a wrapped one.
     void closeHandle();

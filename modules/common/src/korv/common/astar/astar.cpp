@@ -49,8 +49,7 @@ private:
 };
 } // namespace
 
-AStar::AStar(AStarStorage* nodeStorage, AStarGoal* searchGoal, AStarMap* edgeMap,
-             const Memory::AllocatorPtr& allocator)
+AStar::AStar(AStarStorage* nodeStorage, AStarGoal* searchGoal, AStarMap* edgeMap, const Memory::AllocatorPtr& allocator)
     : storage(nodeStorage), goal(searchGoal), map(edgeMap), mAllocator(allocator),
       mEdges(allocator != nullptr ? allocator.get() : Memory::getDefaultAllocator())
 {

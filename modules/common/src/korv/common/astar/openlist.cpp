@@ -5,17 +5,17 @@
 // order; then places are found by walking, as in a plain list, until the front has run empty and is filled again.
 //
 // Back: an array that grows at both ends, since a refill puts the nodes it rejects at the beginning. Records know their
-// place, so a cost changes here without a search. A node that leaves makes a hole; nodes never move, until one end of the
-// array is reached and all are packed into its middle again.
+// place, so a cost changes here without a search. A node that leaves makes a hole; nodes never move, until one end of
+// the array is reached and all are packed into its middle again.
 //
 // Refill: a walk over the back keeps the 50 best so far. A node that is not better than the worst of them leaves no
 // trace, so whole blocks of places are passed over when no cost in them is low enough. The rejected ones end up at the
-// beginning in ascending order, where the next refill finds its first candidates: they are good ones, and most blocks are
-// passed over.
+// beginning in ascending order, where the next refill finds its first candidates: they are good ones, and most blocks
+// are passed over.
 //
-// Ties: the candidates stand in ascending order of cost. Among equal ones that of the plain list is kept in reverse: the
-// first 50 nodes are each put in front of the list, later ones at its end, and the worst is the first of the largest
-// cost in the list, so the last one here. Only the first time it is the earliest comer instead.
+// Ties: the candidates stand in ascending order of cost. Among equal ones that of the plain list is kept in reverse:
+// the first 50 nodes are each put in front of the list, later ones at its end, and the worst is the first of the
+// largest cost in the list, so the last one here. Only the first time it is the earliest comer instead.
 //
 // Cost: a push or pop moves the nodes of the front that are better, and is otherwise constant. A refill costs a
 // comparison for every 64 places of the back and some 50 to 100 steps for each block it enters. Nothing depends on the

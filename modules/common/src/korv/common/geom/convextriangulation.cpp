@@ -10,6 +10,7 @@
 #include "korv/common/geom/geomutility.h"
 #include "korv/common/memory/memoryexception.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -95,7 +96,9 @@ void emitTriangles(Container::Vector<uint32>& triangles, const Tables& tables,
     const size_t n = polygon.size();
     Container::Vector<std::pair<size_t, size_t>> chords(triangles.get_allocator());
     chords.reserve(n);
-    triangles.reserve(triangles.size() + 3 * (n - 2)); // nothing is appended when memory runs out
+    const size_t needed = triangles.size() + 3 * (n - 2);
+    if (needed > triangles.capacity()) // room first: nothing is appended when memory runs out
+        triangles.reserve(std::max(needed, 2 * triangles.capacity()));
     chords.emplace_back(size_t{0}, n - 1);
     while (!chords.empty())
     {

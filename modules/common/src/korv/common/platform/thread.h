@@ -12,8 +12,9 @@ using ThreadMain = int32 (*)(void* argument);
 /// @return the handle, or 0 when the system gives none. Throws OutOfMemoryException.
 uint64 createThread(ThreadMain main, void* argument, uint32 stackSize);
 /// Waits for the thread's end, which also closes the handle.
-/// @return false when that is not possible, as for the calling thread itself.
-bool joinThread(uint64 handle, int32& exitCode);
+/// @param hasExitCode  receives false when the thread ended without one, because it was cancelled.
+/// @return false when waiting is not possible, as for the calling thread itself.
+bool joinThread(uint64 handle, int32& exitCode, bool& hasExitCode);
 /// Closes the handle; the thread goes on.
 void closeThread(uint64 handle);
 /// Names the thread for debuggers, cut to what the system takes.

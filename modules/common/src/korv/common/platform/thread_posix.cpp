@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <ctime>
 #include <pthread.h>
@@ -40,9 +41,12 @@ pthread_t toThread(uint64 handle)
     return thread;
 }
 
+// An exit code is extended by zeros, so that none looks like PTHREAD_CANCELED, which is all ones.
+static_assert(sizeof(void*) > sizeof(int32));
+
 void* toResult(int32 exitCode)
 {
-    return reinterpret_cast<void*>(static_cast<intptr_t>(exitCode));
+    return reinterpret_cast<void*>(std::uintptr_t{static_cast<uint32>(exitCode)});
 }
 
 void freeEntry(Entry* entry)
@@ -86,12 +90,14 @@ uint64 createThread(ThreadMain main, void* argument, uint32 stackSize)
     return toHandle(thread);
 }
 
-bool joinThread(uint64 handle, int32& exitCode)
+bool joinThread(uint64 handle, int32& exitCode, bool& hasExitCode)
 {
     void* result = nullptr;
     if (pthread_join(toThread(handle), &result) != 0)
         return false;
-    exitCode = static_cast<int32>(reinterpret_cast<intptr_t>(result));
+    hasExitCode = result != PTHREAD_CANCELED;
+    if (hasExitCode)
+        exitCode = static_cast<int32>(static_cast<uint32>(reinterpret_cast<std::uintptr_t>(result)));
     return true;
 }
 

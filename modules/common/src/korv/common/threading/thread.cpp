@@ -55,10 +55,13 @@ int32 Thread::join()
     if (!KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", mHandle != THREAD_INVALID_HANDLE,
                             "mHandle != THREAD_INVALID_HANDLE", "Invalid thread handle"))
         return -1;
-    mJoined = Platform::joinThread(mHandle, mJoinedExitCode);
+    bool hasExitCode = false;
+    mJoined = Platform::joinThread(mHandle, mJoinedExitCode, hasExitCode);
     if (!KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", mJoined, "retVal != WAIT_FAILED",
                             "cannot join thread"))
         return -1;
+    [[maybe_unused]] const bool ended = KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", hasExitCode, "retVal",
+                                                           "cannot get exit code from joined thread");
     return mJoinedExitCode;
 }
 

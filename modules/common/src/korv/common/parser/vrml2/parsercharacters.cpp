@@ -71,9 +71,9 @@ char Parser::readNextChar(bool raw)
     if (raw || c != '#')
         return c;
 
+    // The line feed stands for the whole comment: who steps back over it reads it again, not the comment's last byte.
     while (readNextChar(true) != '\n')
         continue;
-    gotoPrevChar();
     return '\n';
 }
 

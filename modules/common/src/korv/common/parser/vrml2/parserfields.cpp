@@ -163,7 +163,6 @@ void Parser::readMulti(MultiValue<T>& field, Read read)
 /// A value in brackets must be followed by whitespace or by the closing bracket.
 void Parser::checkSeparator()
 {
-    // A comment is whitespace here, and can't be stepped back over.
     const char c = readNextChar();
     if (c == ']')
         gotoPrevChar();
