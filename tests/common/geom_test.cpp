@@ -80,9 +80,12 @@ KORV_TEST(Geom, rayMeetsASegmentInFrontOfIt)
         bool mMeets;
         float mDistance;
     } rows[] = {
-        {"across", {2, -1}, {2, 1}, true, 2.0f},          {"behind", {-2, -1}, {-2, 1}, false, -2.0f},
-        {"parallel", {2, 1}, {3, 1}, false, 99.0f},       {"an end exactly", {2, -1}, {2, 0}, true, 2.0f},
-        {"just beyond", {2, -1}, {2, -0.00009f}, true, 2.0f}, {"beyond", {2, -1}, {2, -0.001f}, false, 2.0f},
+        {"across", {2, -1}, {2, 1}, true, 2.0f},
+        {"behind", {-2, -1}, {-2, 1}, false, -2.0f},
+        {"parallel", {2, 1}, {3, 1}, false, 99.0f},
+        {"an end exactly", {2, -1}, {2, 0}, true, 2.0f},
+        {"just beyond", {2, -1}, {2, -0.00009f}, true, 2.0f},
+        {"beyond", {2, -1}, {2, -0.001f}, false, 2.0f},
         {"just before", {2, 0.00009f}, {2, 1}, true, 2.0f},
     };
     for (const auto& row : rows)
@@ -109,8 +112,8 @@ KORV_TEST(Geom, pointsNearASegment)
         bool mOn; // within 0.25
         float mDistance;
     } rows[] = {
-        {{2, 0.25f}, true, 0.25f},   {{2, -0.3f}, false, 0.3f}, {{-0.25f, 0.2f}, true, std::hypot(0.25f, 0.2f)},
-        {{-0.3f, 0}, false, 0.3f},   {{4.25f, 0}, true, 0.25f}, {{4.3f, 0}, false, 0.3f},
+        {{2, 0.25f}, true, 0.25f}, {{2, -0.3f}, false, 0.3f}, {{-0.25f, 0.2f}, true, std::hypot(0.25f, 0.2f)},
+        {{-0.3f, 0}, false, 0.3f}, {{4.25f, 0}, true, 0.25f}, {{4.3f, 0}, false, 0.3f},
         {{7, 4}, false, 5.0f},
     };
     for (const auto& row : rows)
@@ -251,7 +254,8 @@ KORV_TEST(Geom, voxelWalkIsAChainFromEndToEnd)
     for (int round = 0; round < 2000; ++round)
     {
         KORV_CONTEXT("round " << round);
-        const auto point = [&] {
+        const auto point = [&]
+        {
             const Vec3<float> p(place(random), place(random), place(random)); // every other one on corners of cells
             return round % 2 == 0 ? p : Vec3<float>(std::floor(p.mX), std::floor(p.mY), std::floor(p.mZ));
         };
@@ -259,9 +263,8 @@ KORV_TEST(Geom, voxelWalkIsAChainFromEndToEnd)
         const Vec3<float> b = point();
         Voxels voxels;
         Utility::ComputeVoxelOnLine3D(voxels, a, b);
-        const auto cell = [](const Vec3<float>& p) {
-            return Vec3<uint32>(static_cast<uint32>(p.mX), static_cast<uint32>(p.mY), static_cast<uint32>(p.mZ));
-        };
+        const auto cell = [](const Vec3<float>& p)
+        { return Vec3<uint32>(static_cast<uint32>(p.mX), static_cast<uint32>(p.mY), static_cast<uint32>(p.mZ)); };
         EXPECT_TRUE(voxels.front() == cell(a) && voxels.back() == cell(b));
         for (size_t i = 1; i < voxels.size(); ++i)
         {
@@ -283,9 +286,8 @@ KORV_TEST(Geom, voxelWalkReportsCoordinatesOutsideTheGrid)
 {
     Voxels voxels;
     Utility::ComputeVoxelOnLine3D(voxels, {-1.0f, 0, 0}, {2.0f, 0, NOT_A_NUMBER});
-    expectReports(
-        {"a.mX >= 0 && a.mX < maxUInt32\nError Message: a.mX is out of range [0,X_MAX_UINT32[",
-         "b.mZ >= 0 && b.mZ < maxUInt32\nError Message: b.mZ is out of range [0,X_MAX_UINT32["});
+    expectReports({"a.mX >= 0 && a.mX < maxUInt32\nError Message: a.mX is out of range [0,X_MAX_UINT32[",
+                   "b.mZ >= 0 && b.mZ < maxUInt32\nError Message: b.mZ is out of range [0,X_MAX_UINT32["});
     EXPECT_TRUE(voxels.front() == Vec3<uint32>(0, 0, 0) && voxels.back() == Vec3<uint32>(2, 0, 0));
 }
 

@@ -56,7 +56,8 @@ KORV_TEST(FreeList, pagesAndBlocksHaveTheSizesThatHostsCountOn)
         uint64 mSize;
         std::vector<uint32> mRequests;
     } rows[] = {
-        {8, {16392}}, {11, {}}, {0, {16392}}, {4, {16380 + 8}}, {251, {64u * (252 + 4) + 8}}, {252, {256}}, {1000, {1004}},
+        {8, {16392}}, {11, {}},       {0, {16392}}, {4, {16380 + 8}}, {251, {64u * (252 + 4) + 8}},
+        {252, {256}}, {1000, {1004}},
     };
     std::vector<void*> blocks;
     for (const auto& row : rows)
@@ -79,7 +80,8 @@ KORV_TEST(FreeList, blocksKeepTheirContentThroughRandomUse)
     const AllocatorPtr list(new (base) FreeListAllocator(base));
     std::mt19937 random(7);
     std::vector<std::pair<unsigned char*, size_t>> blocks;
-    const auto check = [](const std::pair<unsigned char*, size_t>& block) {
+    const auto check = [](const std::pair<unsigned char*, size_t>& block)
+    {
         for (size_t i = 0; i < block.second; ++i)
             ASSERT_EQ(block.first[i], static_cast<unsigned char>(block.second + i));
     };
@@ -151,8 +153,9 @@ KORV_TEST(Allocators, reportWhatIsMissing)
     heap->deallocate(nullptr);
     EXPECT_FALSE(heap->isClean());
     heap.release();
-    expectReports({"isClean()\nError Message: Allocator has '2' blocks allocated, memory leak or wrong order of Allocator "
-                   "object -> allocated object deletion"});
+    expectReports(
+        {"isClean()\nError Message: Allocator has '2' blocks allocated, memory leak or wrong order of Allocator "
+         "object -> allocated object deletion"});
     for (void* block : blocks)
         std::free(block);
 }
@@ -218,11 +221,9 @@ KORV_TEST(Containers, emptyOnesAllocateNothing)
 TEST(Foundation, startsAndStopsOnTheHeapAndReportsASecondStart)
 {
     std::vector<std::string> reports;
-    Debug::setAssertionHandler(
-        [](const char* text, const char*, uint32, void* context) {
-            static_cast<std::vector<std::string>*>(context)->emplace_back(text);
-        },
-        &reports);
+    Debug::setAssertionHandler([](const char* text, const char*, uint32, void* context)
+                               { static_cast<std::vector<std::string>*>(context)->emplace_back(text); },
+                               &reports);
     for (int round = 0; round < 2; ++round)
     {
         Interface::initLibrary(nullptr);
@@ -265,6 +266,5 @@ KORV_TEST(SharedPointers, countAndReportMisuse)
     EXPECT_TRUE(simple.isLastReference());
     EXPECT_EQ(simple.operator->(), nullptr);
     expectReports({"mPtr\nError Message: Try to dereference a NULL pointer"});
-    EXPECT_EQ(mTraces.back().mText,
-              "KORV::Common::SharedPtr::operator -> : mPtr :  Try to dereference a NULL pointer");
+    EXPECT_EQ(mTraces.back().mText, "KORV::Common::SharedPtr::operator -> : mPtr :  Try to dereference a NULL pointer");
 }

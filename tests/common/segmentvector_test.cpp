@@ -1,5 +1,5 @@
-#include "korv/common/container/segmentvector.h"
 #include "korv/common/callback/callbackallocator.h"
+#include "korv/common/container/segmentvector.h"
 #include "korv/common/memory/memoryexception.h"
 #include "support/test.h"
 

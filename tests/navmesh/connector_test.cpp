@@ -40,10 +40,7 @@ struct Scene
             add(rectangle);
     }
 
-    void add(const Rectangle& r)
-    {
-        add({{r.mX0, r.mY0}, {r.mX1, r.mY0}, {r.mX1, r.mY1}, {r.mX0, r.mY1}}, r.mHeight);
-    }
+    void add(const Rectangle& r) { add({{r.mX0, r.mY0}, {r.mX1, r.mY0}, {r.mX1, r.mY1}, {r.mX0, r.mY1}}, r.mHeight); }
     void add(const Corners& corners, float height)
     {
         mMesh->mNodes.emplace_back(mMesh->getMemory());
@@ -194,8 +191,10 @@ KORV_TEST(Connector, heightsDecideWhichWayALinkGoes)
         bool mToSecond;
         bool mToFirst;
     } rows[] = {
-        {"a step", 0.5f, true, true},        {"too high to jump", 0.6f, false, true},
-        {"a long drop", -2.0f, true, false}, {"too deep", -2.1f, false, false},
+        {"a step", 0.5f, true, true},
+        {"too high to jump", 0.6f, false, true},
+        {"a long drop", -2.0f, true, false},
+        {"too deep", -2.1f, false, false},
         {"too high for both", 2.1f, false, false},
     };
     for (const auto& row : rows)
@@ -368,8 +367,8 @@ KORV_TEST(Connector, unusableSidesAreHarmless)
     broken.mMesh->mNodes[1].mNeighbours.push_back(-1);
     broken.mMesh->mNodes.emplace_back(broken.mMesh->getMemory()); // no corners
     broken.connect();
-    expectReports({"border[edgeID] < navMesh->mVertices.size()",
-                   "edgeID < numEdges\nError Message: edgeID : 4 >= numEdges: 4"});
+    expectReports(
+        {"border[edgeID] < navMesh->mVertices.size()", "edgeID < numEdges\nError Message: edgeID : 4 >= numEdges: 4"});
     EXPECT_EQ(broken.neighbours(0)[1], 1);
 
     Scene closed{{0, 0, 2, 2}};

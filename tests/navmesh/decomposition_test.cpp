@@ -49,7 +49,7 @@ struct Sample
 {
     Outline mOutline;
     float mCube = 1.0f;
-    float mArea = 0.0f;   // in cubes, where known
+    float mArea = 0.0f; // in cubes, where known
 };
 
 constexpr int NUM_KINDS = 10;
@@ -59,7 +59,8 @@ Sample sample(int kind, uint32 seed)
     using namespace Outlines;
     const int a = static_cast<int>(seed % 9);
     const int b = static_cast<int>(seed % 7);
-    const auto field = [](const Field& cells, float cube) {
+    const auto field = [](const Field& cells, float cube)
+    {
         FieldTracer tracer(cells, cube);
         Sample result{tracer.trace(), cube};
         result.mArea = static_cast<float>(tracer.numCells());
@@ -67,16 +68,26 @@ Sample sample(int kind, uint32 seed)
     };
     switch (kind)
     {
-    case 0: return {star(seed, 4 + static_cast<int>(seed % 40)), 1e-4f};
-    case 1: return {star(seed, 4 + static_cast<int>(seed % 40), 6.0f, 10.0f), 0.4f};
-    case 2: return field(noise(seed, 4 + a, 4 + b, 0.15f), 1.0f);
-    case 3: return field(rooms(seed, 8 + a, 8 + b, 2 + a), 0.25f);
-    case 4: return field(comb(seed, 2 + a, 2 + b), 1.0f);
-    case 5: return field(pillarHall(seed, 1 + a % 2, 9 + b, 3.0f), 0.5f);
-    case 6: return {spiral(1 + a), 0.1f};
-    case 7: return field(noise(seed, 4 + a, 4 + b, 0.15f), 0.002f * static_cast<float>(1 + a)); // rescues
-    case 8: return field(rooms(seed, 8 + a, 8 + b, 2 + a), 0.006f);                             // rescues
-    default: break;
+    case 0:
+        return {star(seed, 4 + static_cast<int>(seed % 40)), 1e-4f};
+    case 1:
+        return {star(seed, 4 + static_cast<int>(seed % 40), 6.0f, 10.0f), 0.4f};
+    case 2:
+        return field(noise(seed, 4 + a, 4 + b, 0.15f), 1.0f);
+    case 3:
+        return field(rooms(seed, 8 + a, 8 + b, 2 + a), 0.25f);
+    case 4:
+        return field(comb(seed, 2 + a, 2 + b), 1.0f);
+    case 5:
+        return field(pillarHall(seed, 1 + a % 2, 9 + b, 3.0f), 0.5f);
+    case 6:
+        return {spiral(1 + a), 0.1f};
+    case 7:
+        return field(noise(seed, 4 + a, 4 + b, 0.15f), 0.002f * static_cast<float>(1 + a)); // rescues
+    case 8:
+        return field(rooms(seed, 8 + a, 8 + b, 2 + a), 0.006f); // rescues
+    default:
+        break;
     }
     // every corner nearly straight, so that all chords take part
     Sample circle{{}, 1e-4f};
@@ -89,7 +100,8 @@ Sample sample(int kind, uint32 seed)
     return circle;
 }
 
-float area2(const LiteralDecomposition::Point& a, const LiteralDecomposition::Point& b, const LiteralDecomposition::Point& c)
+float area2(const LiteralDecomposition::Point& a, const LiteralDecomposition::Point& b,
+            const LiteralDecomposition::Point& c)
 {
     return a.mX * (b.mY - c.mY) + b.mX * (c.mY - a.mY) + c.mX * (a.mY - b.mY);
 }
@@ -116,12 +128,14 @@ PlaneOutline drawnIn(const Outline& outline, float distance)
 /// What must hold of the pieces of any outline. @param maxDent  [cubes]
 void expectSound(const Outline& outline, const ConvexPieces& pieces, double cube, double maxDent)
 {
-    const auto at = [&](int32 corner) {
+    const auto at = [&](int32 corner)
+    {
         const Vec3<float>& point = outline[static_cast<size_t>(corner)];
         return Vec2<double>(static_cast<double>(point.mX - outline[0].mX) / cube,
                             static_cast<double>(point.mY - outline[0].mY) / cube);
     };
-    const auto area = [&](const int32* corners, size_t count) {
+    const auto area = [&](const int32* corners, size_t count)
+    {
         double sum = 0.0;
         for (size_t i = 0; i < count; ++i)
             sum += 0.5 * cross(at(corners[i]), at(corners[(i + 1) % count]));
@@ -153,8 +167,9 @@ void expectSound(const Outline& outline, const ConvexPieces& pieces, double cube
             const size_t begin = pieces.begin(static_cast<size_t>(other));
             const size_t end = pieces.end(static_cast<size_t>(other));
             for (size_t theirs = begin; theirs < end; ++theirs)
-                mutual = mutual || (pieces.mNeighbours[theirs] == static_cast<int32>(piece) && pieces.mCorners[theirs] == b &&
-                                    pieces.mCorners[theirs + 1 < end ? theirs + 1 : begin] == a);
+                mutual = mutual ||
+                         (pieces.mNeighbours[theirs] == static_cast<int32>(piece) && pieces.mCorners[theirs] == b &&
+                          pieces.mCorners[theirs + 1 < end ? theirs + 1 : begin] == a);
             EXPECT_TRUE(mutual) << "piece " << piece << " side " << side;
         }
     }
@@ -203,8 +218,9 @@ KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
             const auto expected = literal.pieces();
             ASSERT_EQ(pieces.size(), expected.size());
             for (size_t piece = 0; piece < pieces.size(); ++piece)
-                ASSERT_EQ(expected[piece], std::vector<int>(pieces.mCorners.begin() + static_cast<int64>(pieces.begin(piece)),
-                                                            pieces.mCorners.begin() + static_cast<int64>(pieces.end(piece))));
+                ASSERT_EQ(expected[piece],
+                          std::vector<int>(pieces.mCorners.begin() + static_cast<int64>(pieces.begin(piece)),
+                                           pieces.mCorners.begin() + static_cast<int64>(pieces.end(piece))));
         }
 }
 
@@ -226,7 +242,8 @@ KORV_TEST(Decomposition, gridFindsTheEdgeThatTheLookAtAllFinds)
             Vec2<float> dir = ray % 4 != 0 ? plane[a] - plane[b] : Vec2<float>(0.0f, ray % 8 != 0 ? 1.0f : -1.0f);
             if (dir.normalise() == 0.0f)
                 continue;
-            ASSERT_EQ(grid.findNearestEdge(a, dir), grid.findNearestEdgeOfAll(a, dir)) << "from " << a << " towards " << b;
+            ASSERT_EQ(grid.findNearestEdge(a, dir), grid.findNearestEdgeOfAll(a, dir))
+                << "from " << a << " towards " << b;
         }
     }
 }
@@ -270,7 +287,8 @@ KORV_TEST(Decomposition, nodesOfSimpleOutlines)
         {"a triangle", {{0, 0, 1}, {4, 0, 1}, {0, 4, 1}}, {-2, 2, 1, 0, -1, -1, -1}},
         {"a square", {{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}}, {-2, 3, 2, 1, 0, -1, -1, -1, -1}},
         // the chord from the inner corner to the opposite outer one is shorter than those to the sides' ends
-        {"an L", {{0, 0, 0}, {4, 0, 0}, {4, 2, 0}, {2, 2, 0}, {2, 4, 0}, {0, 4, 0}},
+        {"an L",
+         {{0, 0, 0}, {4, 0, 0}, {4, 2, 0}, {2, 2, 0}, {2, 4, 0}, {0, 4, 0}},
          {-2, 5, 4, 3, 0, -1, -1, 1, -1, -2, 3, 2, 1, 0, -1, -1, -1, 0}},
     };
     for (const auto& row : rows)
@@ -347,12 +365,14 @@ KORV_TEST(Decomposition, workersChangeNothing)
             pool->appendTask(new (pool->getAllocator()) PolygonCreateTask(1.0f, sequencer, i, polygons[i], UP));
         pool->waitForTasks();
         EXPECT_EQ(sequencer.getNumEnded(), polygons.size());
-        EXPECT_EQ(mesh.mVertices.size(), [&] {
-            size_t sum = 0;
-            for (const SurfacePolygon& polygon : polygons)
-                sum += polygon.mPoints.size();
-            return sum;
-        }());
+        EXPECT_EQ(mesh.mVertices.size(),
+                  [&]
+                  {
+                      size_t sum = 0;
+                      for (const SurfacePolygon& polygon : polygons)
+                          sum += polygon.mPoints.size();
+                      return sum;
+                  }());
         if (workers == 1)
             expected = bytes(mesh);
         EXPECT_EQ(bytes(mesh), expected) << workers << " workers";
@@ -398,6 +418,7 @@ KORV_TEST(Decomposition, runningOutOfMemoryReachesTheCaller)
     task->execute();
     mMemory->mFailAfter = -1;
     delete task;
+    EXPECT_GT(dropReports(), 0u);
     EXPECT_TRUE(sequencer.isStopped());
     EXPECT_EQ(sequencer.getNumEnded(), 1u);
     expectThrow<Common::Memory::OutOfMemoryException>([&] { sequencer.getErrors().rethrow(); });

@@ -32,7 +32,8 @@ Scenes::Scene square(float size, int upComponent, float upSign)
 
 bool sameMesh(const NavMeshContainer& a, const NavMeshContainer& b)
 {
-    const auto sameNode = [](const NavMeshContainer::NavNode& n, const NavMeshContainer::NavNode& m) {
+    const auto sameNode = [](const NavMeshContainer::NavNode& n, const NavMeshContainer::NavNode& m)
+    {
         return n.mPolygon == m.mPolygon && n.mNeighbours == m.mNeighbours && n.mHeightClass == m.mHeightClass &&
                n.mSurfaceTypeID == m.mSurfaceTypeID;
     };
@@ -156,7 +157,7 @@ KORV_TEST(Generation, coversEveryWalkableVoxelOnceOnWholeScenes)
         Scenes::Scene mScene;
         float mCubeSize;
     } rows[] = {
-        {"courtyard", Scenes::courtyard(), 0.25f}, {"hall", Scenes::hall(25, 3), 0.2f},
+        {"courtyard", Scenes::courtyard(), 0.25f},    {"hall", Scenes::hall(25, 3), 0.2f},
         {"hills", Scenes::hills(30.0f, 20, 5), 0.3f}, {"city", Scenes::city(2, 7), 0.3f},
         {"floors", Scenes::floors(3, 11), 0.25f},
     };

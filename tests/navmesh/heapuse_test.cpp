@@ -71,8 +71,8 @@ TEST(HeapUse, aWholeRunTakesItsMemoryFromTheHostAlone)
     const std::string fileName = testing::TempDir() + "heapuse.xml";
     auto* memory = new Testing::CountingMemory;
     const SharedPtr<Common::Callback::MemoryCallback> memoryCallback(memory);
-    Interface::initLibrary(memoryCallback, SharedPtr<Common::Callback::FileIOCallback>(
-                                               new Common::Callback::StandardFileIOCallback));
+    Interface::initLibrary(memoryCallback,
+                           SharedPtr<Common::Callback::FileIOCallback>(new Common::Callback::StandardFileIOCallback));
     {
         Testing::SceneRun run(Scenes::courtyard(), 0.4f);
         run.mParameter.mNumThreads = 2;

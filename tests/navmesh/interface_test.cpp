@@ -21,7 +21,8 @@ protected:
         mMemoryCallback = mMemory;
         mFileCallback = new Common::Callback::StandardFileIOCallback;
         Common::Debug::setAssertionHandler(
-            [](const char* text, const char* file, uint32, void* context) {
+            [](const char* text, const char* file, uint32, void* context)
+            {
                 auto* test = static_cast<LifecycleTest*>(context);
                 test->mReports.emplace_back(text);
                 test->mFiles.emplace_back(file);
@@ -70,11 +71,12 @@ TEST_F(LifecycleTest, reportsCallsOutOfOrder)
     EXPECT_EQ(Interface::getNavMeshBuilder(), nullptr);
     EXPECT_EQ(Interface::getNavMeshOptimizer(), nullptr);
     Interface::closeLibrary();
-    expectReports({"gNavBuilder != NULL\nError Message: NavMesh library is not initialised, navmesh builder will be a NULL "
-                   "pointer",
-                   "gNavOptimizer != NULL\nError Message: NavMesh library is not initialised, navmesh optimizer will be a "
-                   "NULL pointer",
-                   "gNavBuilder != NULL\nError Message: NavMesh library is not initialised"});
+    expectReports(
+        {"gNavBuilder != NULL\nError Message: NavMesh library is not initialised, navmesh builder will be a NULL "
+         "pointer",
+         "gNavOptimizer != NULL\nError Message: NavMesh library is not initialised, navmesh optimizer will be a "
+         "NULL pointer",
+         "gNavBuilder != NULL\nError Message: NavMesh library is not initialised"});
     EXPECT_EQ(mFiles.front(), "modules/navmesh/src/korv/navmesh/interface.cpp");
 
     Interface::initLibrary(mMemoryCallback, mFileCallback);
@@ -87,11 +89,12 @@ TEST_F(LifecycleTest, reportsCallsOutOfOrder)
     SharedPtr<NavMeshBuilder> builder = Interface::getNavMeshBuilder();
     SharedPtr<NavMeshOptimizer> optimizer = Interface::getNavMeshOptimizer();
     Interface::closeLibrary();
-    expectReports({"gNavBuilder.isLastReference()\nError Message: NavMeshBuilder instance is referenced from outside the "
-                   "library, cannot delete the object !",
-                   "gNavOptimizer.isLastReference()\nError Message: NavMeshOptimizer instance is referenced from outside the "
-                   "library, cannot delete the object !",
-                   "\nError Message: there are other references to the object, delete it anyways"});
+    expectReports(
+        {"gNavBuilder.isLastReference()\nError Message: NavMeshBuilder instance is referenced from outside the "
+         "library, cannot delete the object !",
+         "gNavOptimizer.isLastReference()\nError Message: NavMeshOptimizer instance is referenced from outside the "
+         "library, cannot delete the object !",
+         "\nError Message: there are other references to the object, delete it anyways"});
     builder.release(); // their memory goes with them
     optimizer.release();
 }

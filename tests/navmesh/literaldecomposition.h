@@ -10,8 +10,8 @@
 
 namespace KORV::Testing
 {
-/// The decomposition written down plainly: a table of all pairs, recursion, chains kept for every pair. Needs N^2 memory
-/// and up to N^4 time; the fast solver must find the same pieces.
+/// The decomposition written down plainly: a table of all pairs, recursion, chains kept for every pair. Needs N^2
+/// memory and up to N^4 time; the fast solver must find the same pieces.
 class LiteralDecomposition
 {
 public:
@@ -83,13 +83,17 @@ private:
     }
     int wrap(int i) const { return (i % mN + mN) % mN; }
     const Point& at(int i) const { return mP[static_cast<size_t>(wrap(i))]; }
-    Edge& edge(int i, int k) { return mEdges[static_cast<size_t>(k) * static_cast<size_t>(k + 1) / 2 + static_cast<size_t>(i)]; }
+    Edge& edge(int i, int k)
+    {
+        return mEdges[static_cast<size_t>(k) * static_cast<size_t>(k + 1) / 2 + static_cast<size_t>(i)];
+    }
 
     int findNearestEdge(int a, const Point& dir) const
     {
         float bestDistance = std::numeric_limits<float>::max();
         int best = -1;
-        const auto middle = [&](int k) {
+        const auto middle = [&](int k)
+        {
             const Point offset = (at(k) + at(k + 1)) * 0.5f - at(a);
             return dot(offset, offset);
         };
@@ -127,7 +131,8 @@ private:
 
     void sweep(int i, int step, std::vector<int>& side, std::vector<int>& seen)
     {
-        const auto turnsAway = [&](const Point& d, int j) {
+        const auto turnsAway = [&](const Point& d, int j)
+        {
             const float turn = cross(d, at(j + step) - at(j));
             return step > 0 ? !(turn <= 0.0001f) : !(turn >= -0.0001f);
         };

@@ -29,7 +29,8 @@ inline Outline star(uint32 seed, int corners, float innerRadius = 1.0f, float ou
     Outline outline;
     for (int i = 0; i < corners; ++i)
     {
-        const float angle = 6.2831853f * (static_cast<float>(i) + randomFloat(random, -0.4f, 0.4f)) / static_cast<float>(corners);
+        const float angle =
+            6.2831853f * (static_cast<float>(i) + randomFloat(random, -0.4f, 0.4f)) / static_cast<float>(corners);
         const float radius = randomFloat(random, innerRadius, outerRadius);
         outline.push_back({radius * std::cos(angle), radius * std::sin(angle), 0.0f});
     }
@@ -45,7 +46,8 @@ inline Outline spiral(int turns)
     float high = static_cast<float>(2 * turns + 2);
     for (int turn = 0; turn < turns; ++turn, low += 1.0f, high -= 1.0f)
     {
-        outer.insert(outer.end(), {{turn == 0 ? low : low - 1.0f, low, 0}, {high, low, 0}, {high, high, 0}, {low, high, 0}});
+        outer.insert(outer.end(),
+                     {{turn == 0 ? low : low - 1.0f, low, 0}, {high, low, 0}, {high, high, 0}, {low, high, 0}});
         inner.insert(inner.end(), {{turn == 0 ? low : low, low + 0.5f, 0},
                                    {high - 0.5f, low + 0.5f, 0},
                                    {high - 0.5f, high - 0.5f, 0},
@@ -98,7 +100,8 @@ private:
 
     bool isWalkable(int x, int y) const
     {
-        return x >= 0 && y >= 0 && x < mWidth && y < mHeight && mField[static_cast<size_t>(y)][static_cast<size_t>(x)] != 0;
+        return x >= 0 && y >= 0 && x < mWidth && y < mHeight &&
+               mField[static_cast<size_t>(y)][static_cast<size_t>(x)] != 0;
     }
     bool isBorder(int x, int y, int side) const { return isWalkable(x, y) && !isWalkable(x + DX[side], y + DY[side]); }
 
@@ -110,7 +113,8 @@ private:
             for (int x = 0; x < mWidth; ++x)
             {
                 std::vector<std::pair<int, int>> cells;
-                const auto visit = [&](int cx, int cy) {
+                const auto visit = [&](int cx, int cy)
+                {
                     if (!isWalkable(cx, cy) || part[static_cast<size_t>(cy)][static_cast<size_t>(cx)])
                         return;
                     part[static_cast<size_t>(cy)][static_cast<size_t>(cx)] = 1;

@@ -21,9 +21,9 @@ public:
 
     int64 mBlocks = 0;
     uint64 mAllocations = 0;
-    std::vector<uint32> mSizes;   ///< sizes asked for, recorded while mRecord is set
+    std::vector<uint32> mSizes; ///< sizes asked for, recorded while mRecord is set
     bool mRecord = false;
-    int64 mFailAfter = -1;        ///< allocations that still succeed; negative: no limit
+    int64 mFailAfter = -1; ///< allocations that still succeed; negative: no limit
 
     /// Whether two threads were ever inside at once.
     static bool sOverlapped;
@@ -88,7 +88,7 @@ std::string expectThrow(Action&& action)
 
 /// A test that runs inside the initialised foundation: KORV_TEST(Area, truthThatHolds) { ... }
 #define KORV_TEST(suite, name)                                                                                         \
-    class suite##_##name : public ::KORV::Testing::LibraryTest                                                            \
+    class suite##_##name : public ::KORV::Testing::LibraryTest                                                         \
     {                                                                                                                  \
     };                                                                                                                 \
     TEST_F(suite##_##name, holds)

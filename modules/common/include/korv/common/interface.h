@@ -15,7 +15,8 @@ class LogReporter;
 class KORV_COMMON_API Interface
 {
 public:
-    /// @param cbMemory  the host's memory; null for the C heap. A second initialisation is reported and changes nothing.
+    /// @param cbMemory  the host's memory; null for the C heap. A second initialisation is reported and changes
+    /// nothing.
     static void initLibrary(const SharedPtr<Callback::MemoryCallback>& cbMemory);
     static void closeLibrary();
 

@@ -6,8 +6,8 @@
 #include "korv/common/debug/trace.h"
 #include "korv/common/debug/tracelogdispatcher.h"
 #include "korv/common/memory/defaultallocator.h"
-#include "korv/common/memory/threadsafeallocator.h"
 #include "korv/common/memory/outofmemory.h"
+#include "korv/common/memory/threadsafeallocator.h"
 
 namespace KORV::Common
 {
@@ -67,8 +67,9 @@ void destroyLog()
 void Interface::initLibrary(const SharedPtr<Callback::MemoryCallback>& cbMemory)
 {
     // Without a callback the base allocator is what tells; either way the first initialisation stays.
-    if (!KORV_COMMON_ASSERT("KORV::Common::Interface::initLibrary", gMemCallback == nullptr && gBaseAllocator == nullptr,
-                            "gMemCallback == NULL", "Common is already initialized !"))
+    if (!KORV_COMMON_ASSERT("KORV::Common::Interface::initLibrary",
+                            gMemCallback == nullptr && gBaseAllocator == nullptr, "gMemCallback == NULL",
+                            "Common is already initialized !"))
         return;
     try
     {

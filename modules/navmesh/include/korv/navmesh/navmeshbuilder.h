@@ -39,8 +39,8 @@ public:
         Vec3<float> mGravityDir{0.0f, 0.0f, -1.0f};
         /// Edge of a voxel. [world units, > 0] Half of it gives about four times the voxels on flat ground.
         float mCubeSize = 2.0f;
-        /// Leading octree levels that neighbouring voxels must share to belong to one surface. -1 and 0: none. Below -1:
-        /// chosen by a run, which writes its choice back; set it again before the next scene.
+        /// Leading octree levels that neighbouring voxels must share to belong to one surface. -1 and 0: none. Below
+        /// -1: chosen by a run, which writes its choice back; set it again before the next scene.
         int32 mSplitDepth = -2;
         /// Worker threads of a run. [0: one per processor] The mesh is the same for any number.
         uint32 mNumThreads = 0;
@@ -63,8 +63,8 @@ public:
         uint32 mNumInsetRescues = 0;    ///< outlines decomposed only with the inset from unmoved points
         uint32 mNumTriangleRescues = 0; ///< outlines cut into triangles and merged
         uint32 mOctreeDepth = 0;
-        Stage mStages[NUM_STAGES];      ///< in the order they ran; the last is the total
-        bool mCancelled = false;        ///< a progress receiver stopped the run
+        Stage mStages[NUM_STAGES]; ///< in the order they ran; the last is the total
+        bool mCancelled = false;   ///< a progress receiver stopped the run
     };
 
     NavMeshBuilder();

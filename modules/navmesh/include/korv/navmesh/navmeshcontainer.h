@@ -23,9 +23,9 @@ public:
     /// One convex polygon of walkable ground.
     struct NavNode
     {
-        Vector<uint32> mPolygon;         ///< vertex ids of the corners, in order
-        Vector<int32> mNeighbours;       ///< node across the side from corner i to corner i + 1; negative for none
-        int32 mHeightClass = -1;         ///< index into mHeight
+        Vector<uint32> mPolygon;   ///< vertex ids of the corners, in order
+        Vector<int32> mNeighbours; ///< node across the side from corner i to corner i + 1; negative for none
+        int32 mHeightClass = -1;   ///< index into mHeight
         uint16 mSurfaceTypeID = 65535;
 
         NavNode() = default;
@@ -42,9 +42,9 @@ public:
     /// What checkInvariants finds: one broken promise of the mesh.
     struct Violation
     {
-        int32 mNode = -1;     ///< node id, -1 where it concerns the mesh
-        int32 mSide = -1;     ///< side or corner of that node, -1 where it concerns the node
-        BasicString mText;    ///< what is wrong, for a person
+        int32 mNode = -1;  ///< node id, -1 where it concerns the mesh
+        int32 mSide = -1;  ///< side or corner of that node, -1 where it concerns the node
+        BasicString mText; ///< what is wrong, for a person
     };
 
     /// An empty mesh. Orientation and cube size are zero until somebody sets them.
@@ -61,7 +61,8 @@ public:
 
     /// Height value of a class. [world units] An id out of range gives 0; one beyond the table is reported.
     float getHeightValue(int heightClassID) const;
-    /// The first character of that name (byte for byte) or user id, null if there is none. Valid until the list changes.
+    /// The first character of that name (byte for byte) or user id, null if there is none. Valid until the list
+    /// changes.
     const CharacterInfo* getCharacter(const BasicString& name) const;
     const CharacterInfo* getCharacter(int64 userID) const;
     /// The first surface type of that name (byte for byte) or id, null if there is none. Valid until the list changes.
@@ -102,20 +103,20 @@ public:
     bool initFromXML(Common::Parser::XML::XMLNodeElements* list);
 
     /// Checks what a finished mesh promises: ids in range, at least three corners, one neighbour entry a side, corners
-    /// that run counter-clockwise and convex in the ground plane (up to the dents that an inset of a quarter cube leaves;
-    /// a node without area passes), finite numbers, a class and orientation that make sense, no more nodes than the
-    /// search can take.
+    /// that run counter-clockwise and convex in the ground plane (up to the dents that an inset of a quarter cube
+    /// leaves; a node without area passes), finite numbers, a class and orientation that make sense, no more nodes than
+    /// the search can take.
     /// @param maxViolations  the search ends when so many have been found.
     /// Cost: n log n for a node of n corners.
     Vector<Violation> checkInvariants(uint32 maxViolations = 1000) const;
 
-    Vector<Vec3<float>> mVertices;        ///< corner positions; a vertex id is an index
-    Vector<NavNode> mNodes;               ///< a node id is an index
-    Vector<float> mHeight;                ///< height value of each height class [world units]
-    Vec3<float> mNormal;                  ///< up direction
-    Vec3<float> mXAxis;                   ///< first axis of the ground plane
-    Vec3<float> mYAxis;                   ///< second axis of the ground plane
-    float mCubeSize = 0.0f;               ///< voxel edge the mesh was built from [world units]
+    Vector<Vec3<float>> mVertices; ///< corner positions; a vertex id is an index
+    Vector<NavNode> mNodes;        ///< a node id is an index
+    Vector<float> mHeight;         ///< height value of each height class [world units]
+    Vec3<float> mNormal;           ///< up direction
+    Vec3<float> mXAxis;            ///< first axis of the ground plane
+    Vec3<float> mYAxis;            ///< second axis of the ground plane
+    float mCubeSize = 0.0f;        ///< voxel edge the mesh was built from [world units]
     Vector<CharacterInfo> mCharacters;
     Vector<SurfaceType> mSurfaceTypes;
 };

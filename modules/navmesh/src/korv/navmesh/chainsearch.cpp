@@ -26,7 +26,8 @@ int32 ChainSearch::extend(int32 corner)
     mMetUnordered = false;
     int32 seen = 0;
     const bool cornerReflex = mOutline.isReflex(corner);
-    for (const ChordTable::Chord* chord = mTable.lowerBound(mFirst + 1, corner); chord != mTable.chordsEnd(corner); ++chord)
+    for (const ChordTable::Chord* chord = mTable.lowerBound(mFirst + 1, corner); chord != mTable.chordsEnd(corner);
+         ++chord)
     {
         const int32 from = chord->mFrom;
         mSeenBy[static_cast<size_t>(from)] = corner;
@@ -58,8 +59,8 @@ void ChainSearch::appendChain(int32 from, int32 corner, float sideCost, int32 tu
     mRecords.push_back({from, sideCost + getRecord(best).mCost, best});
 }
 
-/// The cheapest chain to a pivot that may go on to a target. Targets come in increasing order, so that a record which has
-/// been used once needs no second look.
+/// The cheapest chain to a pivot that may go on to a target. Targets come in increasing order, so that a record which
+/// has been used once needs no second look.
 int32 ChainSearch::takeBest(Pivot& pivot, int32 target, int32 turnLimit)
 {
     const bool ordered = mTable.isOrdered(pivot.mCorner);

@@ -13,8 +13,8 @@ public:
     struct Record
     {
         int32 mFrom;
-        float mCost;       ///< total chord length of everything on the chain's side
-        int32 mPrevious;   ///< record of the chain up to mFrom, or NONE
+        float mCost;     ///< total chord length of everything on the chain's side
+        int32 mPrevious; ///< record of the chain up to mFrom, or NONE
     };
 
     static constexpr int32 NONE = -1;
@@ -48,8 +48,8 @@ private:
         int32 mCorner;
         uint32 mFirstRecord;
         uint32 mNumRecords;
-        uint32 mTaken;   // records that have been used: a leading run
-        int32 mBest;     // cheapest of them
+        uint32 mTaken; // records that have been used: a leading run
+        int32 mBest;   // cheapest of them
     };
 
     int32 takeBest(Pivot& pivot, int32 target, int32 turnLimit);
@@ -60,10 +60,10 @@ private:
     int32 mFirst = 0;
     bool mMetUnordered = false;
     bool mForced = false;
-    bool mLastEdgeHidden = false;  // the last record's side is no side of a piece against the last corner
+    bool mLastEdgeHidden = false; // the last record's side is no side of a piece against the last corner
     Vector<Pivot> mPivots;
     Vector<Record> mRecords;
-    Vector<int32> mSlots;          // pivot of each corner of the outline
-    Vector<int32> mSeenBy;         // last corner that was found to see it
+    Vector<int32> mSlots;  // pivot of each corner of the outline
+    Vector<int32> mSeenBy; // last corner that was found to see it
 };
 } // namespace KORV::NavMesh

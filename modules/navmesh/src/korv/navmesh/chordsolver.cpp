@@ -7,16 +7,16 @@
 // Splits one outline into convex pieces of minimal total chord length.
 //
 // Idea: cost(i, k) is the cheapest way to split the stretch of outline from corner i to corner k. The piece against
-// chord (i, k) is a convex chain of corners that all see i and k; each of its sides is an outline edge or a chord with a
-// cost of its own. A chain from i has nothing to do with k, except that all its corners must see k. So one search per
+// chord (i, k) is a convex chain of corners that all see i and k; each of its sides is an outline edge or a chord with
+// a cost of its own. A chain from i has nothing to do with k, except that all its corners must see k. So one search per
 // first corner i, over all corners that i sees, prices every chord (i, k), from the last first corner down.
 //
-// When the shared search is exact for (i, k): it takes the minimum over more chains than the search for (i, k) alone, so
-// its cost is a lower bound; and when all corners of its cheapest chain see k, the lower bound is reached, with the same
-// sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) Two things break
-// the argument: corners at which convexity is out of order, see ChordTable, and chains that had to take a corner which is
-// not convex. These, and chains with a corner that k does not see, get a search of their own. Such chains are common only
-// at a reflex corner i: there the piece itself may be reflex.
+// When the shared search is exact for (i, k): it takes the minimum over more chains than the search for (i, k) alone,
+// so its cost is a lower bound; and when all corners of its cheapest chain see k, the lower bound is reached, with the
+// same sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) Two things
+// break the argument: corners at which convexity is out of order, see ChordTable, and chains that had to take a corner
+// which is not convex. These, and chains with a corner that k does not see, get a search of their own. Such chains are
+// common only at a reflex corner i: there the piece itself may be reflex.
 //
 // Memory: the visible pairs, and the chains of one search at a time. Only costs are kept; the chains of the pieces that
 // are really used are searched again at the end. Time: about cubic in the corners that see each other. No recursion.
@@ -76,7 +76,8 @@ float ChordSolver::solveChord(int32 i, int32 k, int32 numBetween, int32 numSeen)
 
 float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
 {
-    return chainCost < ChordTable::UNSOLVED ? (mOutline[k] - mOutline[i]).getLength() + chainCost : ChordTable::UNSOLVED;
+    return chainCost < ChordTable::UNSOLVED ? (mOutline[k] - mOutline[i]).getLength() + chainCost
+                                            : ChordTable::UNSOLVED;
 }
 
 /// The cheapest chain from i to k over the corners that see both; mSeenFrom tells which see i.
@@ -151,6 +152,10 @@ void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
         const int32 corner = mOwn.getRecord(record).mFrom;
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
+        // reported for the pieces in use only: a search looks at the same pair of corners again and again
+        [[maybe_unused]] const bool apart =
+            KORV_ASSERT((mOutline[corner] - mOutline[pieces.mCorners.back()]).getLength() != 0.0f,
+                        "tmp1.getLength() != 0.0f", "cannot normalize null length vector");
         pieces.mCorners.push_back(corner);
     }
 }

@@ -36,10 +36,10 @@ private:
 
     const PlaneOutline& mOutline;
     ChordTable mTable;
-    ChainSearch mShared;        // over all corners that the first one sees
-    ChainSearch mOwn;           // over those that also see the last one
-    Vector<int32> mSeenFrom;    // last first corner that was found to see it
-    Vector<int32> mCorners;     // scratch
+    ChainSearch mShared;     // over all corners that the first one sees
+    ChainSearch mOwn;        // over those that also see the last one
+    Vector<int32> mSeenFrom; // last first corner that was found to see it
+    Vector<int32> mCorners;  // scratch
     uint32 mNumOwnSearches = 0;
 };
 } // namespace KORV::NavMesh

@@ -6,9 +6,9 @@
 #include <algorithm>
 
 // The search for pieces asks again and again whether a chain that comes from f may go over p to t. For corners that p
-// sees, directions turn with the index, so the f that may are a leading run, and it grows with t. The table keeps the end
-// of that run with the chord (p, t): the question becomes a comparison of indices. Where float noise breaks the order
-// (near-collinear corners, slits), the corner p is marked and the question is asked of the points.
+// sees, directions turn with the index, so the f that may are a leading run, and it grows with t. The table keeps the
+// end of that run with the chord (p, t): the question becomes a comparison of indices. Where float noise breaks the
+// order (near-collinear corners, slits), the corner p is marked and the question is asked of the points.
 
 namespace KORV::NavMesh
 {
@@ -88,7 +88,8 @@ void ChordTable::countChords()
 
 ChordTable::Chord* ChordTable::lowerBound(int32 i, int32 k)
 {
-    [[maybe_unused]] const bool ordered = KORV_ASSERT(k >= i, "k >= i", "to node index must be greate von from node index");
+    [[maybe_unused]] const bool ordered =
+        KORV_ASSERT(k >= i, "k >= i", "to node index must be greate von from node index");
     return std::lower_bound(mChords.data() + mChordStart[static_cast<size_t>(k)],
                             mChords.data() + mChordStart[static_cast<size_t>(k) + 1], i,
                             [](const Chord& chord, int32 first) { return chord.mFrom < first; });

@@ -36,10 +36,10 @@ public:
     /// A pair of corners i < k, stored with k.
     struct Chord
     {
-        int32 mFrom;        ///< corner i
-        float mCost;        ///< cheapest total chord length of the part it cuts off, itself included
-        int32 mTurnLimit;   ///< last corner f before i from which the way over i to k is convex
-        int32 mCloseLimit;  ///< last corner f between i and k from which the way over k to i is convex, or UNORDERED
+        int32 mFrom;       ///< corner i
+        float mCost;       ///< cheapest total chord length of the part it cuts off, itself included
+        int32 mTurnLimit;  ///< last corner f before i from which the way over i to k is convex
+        int32 mCloseLimit; ///< last corner f between i and k from which the way over k to i is convex, or UNORDERED
     };
 
     ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator);
@@ -88,9 +88,9 @@ private:
     Vector<int32> mLater;
     Vector<uint32> mChordStart;
     Vector<Chord> mChords;
-    Vector<uint32> mFilled;      // chords stored so far of each last corner
+    Vector<uint32> mFilled; // chords stored so far of each last corner
     Vector<uint8> mEdgeHidden;
     Vector<uint8> mOrdered;
-    Vector<Arrival> mArrivals;   // sides that may end at the corner at hand
+    Vector<Arrival> mArrivals; // sides that may end at the corner at hand
 };
 } // namespace KORV::NavMesh

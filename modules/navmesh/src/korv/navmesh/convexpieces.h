@@ -33,8 +33,8 @@ public:
     /// Appends the corners of the outline and a node for each piece; nothing when there are no pieces.
     void appendTo(NavMeshContainer& container, const SurfacePolygon& polygon) const;
 
-    Vector<uint32> mStart;       ///< first corner of each piece
-    Vector<int32> mCorners;      ///< corners of the outline, decreasing within a piece
-    Vector<int32> mNeighbours;   ///< piece across the side that starts at the corner, or -1
+    Vector<uint32> mStart;     ///< first corner of each piece
+    Vector<int32> mCorners;    ///< corners of the outline, decreasing within a piece
+    Vector<int32> mNeighbours; ///< piece across the side that starts at the corner, or -1
 };
 } // namespace KORV::NavMesh

@@ -12,9 +12,9 @@
 // The outline is projected into the ground plane and drawn in by a quarter of a cube. All decisions are made on that,
 // while the nodes use the corners themselves: so parts that only touch, such as the two halves of a bridge, come apart.
 // The inset works in place, each corner beside one that has moved already. That bends straight lines a little, on some
-// outlines by more than the solver tolerates; and its tolerances are absolute, so that they fail for small cubes and far
-// from the origin. An outline without a solution is therefore tried again with an inset from the unmoved corners, in
-// cubes from its first corner, and at last cut into triangles in exact arithmetic.
+// outlines by more than the solver tolerates; and its tolerances are absolute, so that they fail for small cubes and
+// far from the origin. An outline without a solution is therefore tried again with an inset from the unmoved corners,
+// in cubes from its first corner, and at last cut into triangles in exact arithmetic.
 
 namespace KORV::NavMesh
 {
@@ -162,8 +162,8 @@ void ConvexPolygonCreator::markReflexCorners()
     }
 }
 
-/// Whether pieces that were found on the drawn-in outline are also convex in the outline itself, up to the dents that the
-/// inset can cause. They are not where tolerances are of the order of a cube.
+/// Whether pieces that were found on the drawn-in outline are also convex in the outline itself, up to the dents that
+/// the inset can cause. They are not where tolerances are of the order of a cube.
 bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points,
                                           const Vec3<float>& axis)
 {
@@ -224,7 +224,8 @@ Vec2<double> ConvexPolygonCreator::exactSide(int32 from, int32 to) const
 {
     const Vec2<float>& a = mPolygon[from];
     const Vec2<float>& b = mPolygon[to];
-    return {static_cast<double>(b.mX) - static_cast<double>(a.mX), static_cast<double>(b.mY) - static_cast<double>(a.mY)};
+    return {static_cast<double>(b.mX) - static_cast<double>(a.mX),
+            static_cast<double>(b.mY) - static_cast<double>(a.mY)};
 }
 
 /// @return false when the outline has no decomposition, or the work was stopped.

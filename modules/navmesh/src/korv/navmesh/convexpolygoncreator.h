@@ -21,7 +21,8 @@ public:
         EMPTY      ///< not at all: the outline has no area, or the work was stopped
     };
 
-    /// @param shrinkDistance  how far outlines are drawn in for the decisions; a quarter of the cube size. [world units]
+    /// @param shrinkDistance  how far outlines are drawn in for the decisions; a quarter of the cube size. [world
+    /// units]
     explicit ConvexPolygonCreator(float shrinkDistance);
     ~ConvexPolygonCreator() override;
 
@@ -58,7 +59,7 @@ private:
     PlaneOutline mPolygon;
     int32 mN = 0;
     bool mHasReflex = false;
-    bool mFinite = true;      // no arithmetic on the outline has overflowed so far
+    bool mFinite = true; // no arithmetic on the outline has overflowed so far
     float mShrinkDistance;
 };
 } // namespace KORV::NavMesh

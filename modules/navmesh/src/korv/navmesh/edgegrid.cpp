@@ -96,7 +96,8 @@ double EdgeGrid::balancedCellSize(double area) const
     }
     // (length / size + N) entries in (area / size^2) cells
     const double n = mN;
-    return std::max((std::sqrt(length * length + 4.0 * n * area) - length) / (2.0 * n), length / (MAX_CELLS_PER_EDGE * n));
+    return std::max((std::sqrt(length * length + 4.0 * n * area) - length) / (2.0 * n),
+                    length / (MAX_CELLS_PER_EDGE * n));
 }
 
 int32 EdgeGrid::column(double x) const

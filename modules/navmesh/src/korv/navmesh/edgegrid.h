@@ -61,12 +61,12 @@ private:
     double mMinY = 0.0;
     double mCellSize = 1.0;
     double mCellsPerUnit = 1.0;
-    double mNoise = 0.0;             // what float arithmetic can move a point of this outline by
-    int32 mColumns = 0;              // 0: no grid, every edge is looked at
+    double mNoise = 0.0; // what float arithmetic can move a point of this outline by
+    int32 mColumns = 0;  // 0: no grid, every edge is looked at
     int32 mRows = 0;
-    Vector<uint32> mCellStart;       // first entry of each cell, one more at the end
+    Vector<uint32> mCellStart; // first entry of each cell, one more at the end
     Vector<CellEdge> mCellEdges;
-    Vector<Hit> mHits;               // of the current ray; an edge that lies in several cells may come twice
+    Vector<Hit> mHits; // of the current ray; an edge that lies in several cells may come twice
     float mNearestHit = 0.0f;
 };
 } // namespace KORV::NavMesh

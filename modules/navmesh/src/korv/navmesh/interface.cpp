@@ -1,9 +1,9 @@
 #include "korv/navmesh/interface.h"
 
-#include "korv/navmesh/geometryimporter.h"
 #include "korv/common/interface.h"
 #include "korv/common/memory/freelistallocator.h"
 #include "korv/common/memory/threadsafeallocator.h"
+#include "korv/navmesh/geometryimporter.h"
 #include "korv/navmesh/moduleallocator.h"
 #include "korv/navmesh/resourceinterface.h"
 

@@ -20,9 +20,9 @@ public:
     {
         int32 mNode = -1;
         int32 mSide = -1;
-        float mHeight = 0.0f;  ///< vertical coordinate of the side's first vertex
-        int32 mRefCount = 0;   ///< cells that list the record
-        uint32 mVisited = 0;   ///< mark, used within one findCandidates
+        float mHeight = 0.0f; ///< vertical coordinate of the side's first vertex
+        int32 mRefCount = 0;  ///< cells that list the record
+        uint32 mVisited = 0;  ///< mark, used within one findCandidates
     };
 
     using CandidateList = Vector<GridEdge*>;

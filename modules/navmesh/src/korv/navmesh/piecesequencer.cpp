@@ -10,7 +10,8 @@ using Common::Threading::ScopedLock;
 class PieceSequencer::Delivery : public Common::Memory::MemoryManaged
 {
 public:
-    Delivery(const SurfacePolygon& polygon, const ConvexPieces& pieces) : mPolygon(polygon), mPieces(pieces, getMemory())
+    Delivery(const SurfacePolygon& polygon, const ConvexPieces& pieces)
+        : mPolygon(polygon), mPieces(pieces, getMemory())
     {
     }
 

@@ -9,8 +9,8 @@
 
 namespace KORV::NavMesh
 {
-/// Takes the pieces of many outlines in whatever order they are finished, and appends them to the container in the order
-/// of the outlines. Nobody waits for a turn: whoever delivers appends all that is next. Any thread may deliver.
+/// Takes the pieces of many outlines in whatever order they are finished, and appends them to the container in the
+/// order of the outlines. Nobody waits for a turn: whoever delivers appends all that is next. Any thread may deliver.
 class PieceSequencer
 {
 public:

@@ -5,8 +5,8 @@
 
 namespace KORV::NavMesh
 {
-/// Splits one outline into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all of which
-/// must outlive it. What the work throws goes to the sequencer, which then stops the others.
+/// Splits one outline into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all of
+/// which must outlive it. What the work throws goes to the sequencer, which then stops the others.
 class PolygonCreateTask : public Common::Threading::Task
 {
 public:

@@ -11,7 +11,7 @@ struct SurfacePolygon
     SurfacePolygon() = default;
     explicit SurfacePolygon(Common::Memory::Allocator* allocator) : mPoints(allocator) {}
 
-    Vector<Vec3<float>> mPoints;  ///< [world units]
+    Vector<Vec3<float>> mPoints; ///< [world units]
     uint32 mHeightClass = 0;
     uint16 mSurfaceTypeID = 0;
 };

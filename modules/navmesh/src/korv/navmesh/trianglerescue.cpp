@@ -5,12 +5,12 @@
 
 // Ear clipping that also takes outlines whose parts touch: bridges to and fro, corners that coincide.
 //
-// All tests are exact: corners go onto an integer grid, that of half cubes where the outline comes from voxels, else a fine
-// one. A corner may be cut off when it turns left and no edge of what is left passes through the open triangle. Then the
-// triangle lies inside: it does at its tip, and no border comes between. Edges that only touch it, such as the other half
-// of a bridge, don't matter. What remains touches itself where the cut passes a corner, which does no harm for the same
-// reason. The areas of the triangles add up to that of the outline by construction, and as all lie inside and none is
-// negative, none overlap. Where nothing with area can be cut off, a corner without area goes.
+// All tests are exact: corners go onto an integer grid, that of half cubes where the outline comes from voxels, else a
+// fine one. A corner may be cut off when it turns left and no edge of what is left passes through the open triangle.
+// Then the triangle lies inside: it does at its tip, and no border comes between. Edges that only touch it, such as the
+// other half of a bridge, don't matter. What remains touches itself where the cut passes a corner, which does no harm
+// for the same reason. The areas of the triangles add up to that of the outline by construction, and as all lie inside
+// and none is negative, none overlap. Where nothing with area can be cut off, a corner without area goes.
 //
 // The triangles are then merged across their longest sides first, as long as pieces stay convex.
 //
@@ -56,7 +56,8 @@ void TriangleRescue::setPositions(const Vector<Vec2<float>>& polygon)
         for (const Vec2<float>& point : polygon)
         {
             if (std::isfinite(point.mX) && std::isfinite(point.mY))
-                reach = std::max({reach, std::fabs(static_cast<double>(point.mX)), std::fabs(static_cast<double>(point.mY))});
+                reach = std::max(
+                    {reach, std::fabs(static_cast<double>(point.mX)), std::fabs(static_cast<double>(point.mY))});
         }
         scale = reach > 0.0 ? FINE_LINES / reach : 1.0;
     }
@@ -70,12 +71,14 @@ void TriangleRescue::setPositions(const Vector<Vec2<float>>& polygon)
 
 bool TriangleRescue::fitsHalfCubes(const Vector<Vec2<float>>& polygon) const
 {
-    return std::all_of(polygon.begin(), polygon.end(), [](const Vec2<float>& point) {
-        const Vec2<float> halves = point * 2.0f;
-        return std::fabs(halves.mX) < MAX_GRID && std::fabs(halves.mY) < MAX_GRID &&
-               std::fabs(halves.mX - std::round(halves.mX)) < GRID_TOLERANCE &&
-               std::fabs(halves.mY - std::round(halves.mY)) < GRID_TOLERANCE;
-    });
+    return std::all_of(polygon.begin(), polygon.end(),
+                       [](const Vec2<float>& point)
+                       {
+                           const Vec2<float> halves = point * 2.0f;
+                           return std::fabs(halves.mX) < MAX_GRID && std::fabs(halves.mY) < MAX_GRID &&
+                                  std::fabs(halves.mX - std::round(halves.mX)) < GRID_TOLERANCE &&
+                                  std::fabs(halves.mY - std::round(halves.mY)) < GRID_TOLERANCE;
+                       });
 }
 
 int64 TriangleRescue::doubledArea() const
@@ -157,8 +160,8 @@ bool TriangleRescue::mayCut(int32 corner, Demand demand) const
     return true;
 }
 
-/// Whether no edge of what is left passes through the inside of a triangle. A segment and a convex shape are apart when a
-/// line along one of their sides has one on each side.
+/// Whether no edge of what is left passes through the inside of a triangle. A segment and a convex shape are apart when
+/// a line along one of their sides has one on each side.
 bool TriangleRescue::isEmpty(int32 a, int32 b, int32 c) const
 {
     const int64 minX = std::min({at(a).mX, at(b).mX, at(c).mX});
@@ -223,9 +226,9 @@ void TriangleRescue::mergeTriangles()
         const Position& q = at(destination(id));
         diagonals.push_back({(p.mX - q.mX) * (p.mX - q.mX) + (p.mY - q.mY) * (p.mY - q.mY), id});
     }
-    std::sort(diagonals.begin(), diagonals.end(), [](const Diagonal& a, const Diagonal& b) {
-        return a.mLength != b.mLength ? a.mLength > b.mLength : a.mSide < b.mSide;
-    });
+    std::sort(diagonals.begin(), diagonals.end(),
+              [](const Diagonal& a, const Diagonal& b)
+              { return a.mLength != b.mLength ? a.mLength > b.mLength : a.mSide < b.mSide; });
     for (const Diagonal& diagonal : diagonals)
     {
         if (mayMerge(diagonal.mSide))
@@ -269,7 +272,8 @@ void TriangleRescue::merge(int32 id)
     mSides[static_cast<size_t>(here.mNext)].mPrevious = there.mPrevious;
 }
 
-/// Writes the pieces breadth first from the one at the outline's closing edge, each with its last side towards its parent.
+/// Writes the pieces breadth first from the one at the outline's closing edge, each with its last side towards its
+/// parent.
 void TriangleRescue::writePieces(ConvexPieces& pieces) const
 {
     struct Open

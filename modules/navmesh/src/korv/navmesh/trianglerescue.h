@@ -7,14 +7,15 @@
 namespace KORV::NavMesh
 {
 /// Cuts any closed outline into triangles and merges these to convex pieces: the way out for outlines that have no
-/// decomposition within the tolerances of the solver. Chords are not the shortest, but no area is lost or covered twice.
+/// decomposition within the tolerances of the solver. Chords are not the shortest, but no area is lost or covered
+/// twice.
 class TriangleRescue
 {
 public:
     explicit TriangleRescue(Common::Memory::Allocator* allocator);
 
-    /// @param polygon  clockwise in its plane, relative to one of its corners, in cubes; bridges may run to and fro along
-    /// the same points, and corners may coincide.
+    /// @param polygon  clockwise in its plane, relative to one of its corners, in cubes; bridges may run to and fro
+    /// along the same points, and corners may coincide.
     /// @param pieces  receives the pieces; none when the outline has no area.
     /// @return false when @p stop was raised.
     /// Cost: about quadratic in the corners.
@@ -34,15 +35,15 @@ private:
         int32 mOrigin;
         int32 mNext;
         int32 mPrevious;
-        int32 mTwin;   // the same side seen from the other piece, or -1 on the outline
+        int32 mTwin; // the same side seen from the other piece, or -1 on the outline
     };
 
     /// What may be cut off, from good to bad. The later ones are for what is left of degenerate outlines.
     enum class Demand
     {
-        EAR,        // has area, and nothing of the outline lies in it
-        FLAT,       // has no area
-        LEFT_TURN,  // broken outlines only: something lies in it
+        EAR,       // has area, and nothing of the outline lies in it
+        FLAT,      // has no area
+        LEFT_TURN, // broken outlines only: something lies in it
         ANYTHING
     };
 
@@ -66,10 +67,10 @@ private:
     int32 destination(int32 id) const { return side(side(id).mNext).mOrigin; }
 
     Vector<Position> mPositions;
-    Vector<int32> mNext;      // ring of what is left
+    Vector<int32> mNext; // ring of what is left
     Vector<int32> mPrevious;
-    Vector<int32> mOuter;     // side beyond the ring's edge that starts at a corner, or -1 on the outline
+    Vector<int32> mOuter; // side beyond the ring's edge that starts at a corner, or -1 on the outline
     Vector<HalfEdge> mSides;
-    int32 mClosingSide = -1;  // of the outline's closing edge
+    int32 mClosingSide = -1; // of the outline's closing edge
 };
 } // namespace KORV::NavMesh

@@ -28,18 +28,17 @@ public:
 
     /// Any string with contiguous characters of type char.
     template <class String>
-        requires requires(const String& s) {
-            { s.data() } -> std::convertible_to<const char*>;
+        requires requires(const String& s)
+        {
+            {
+                s.data()
+                } -> std::convertible_to<const char*>;
             s.size();
         }
-    MessageText& operator<<(const String& text)
-    {
-        return *this << std::string_view(text.data(), text.size());
-    }
+    MessageText& operator<<(const String& text) { return *this << std::string_view(text.data(), text.size()); }
 
     template <class Integer>
-        requires std::is_integral_v<Integer>
-    MessageText& operator<<(Integer value)
+    requires std::is_integral_v<Integer> MessageText& operator<<(Integer value)
     {
         if constexpr (std::is_signed_v<Integer>)
             return appendSigned(static_cast<int64>(value));

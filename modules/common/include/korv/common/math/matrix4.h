@@ -38,9 +38,9 @@ struct Matrix4
     static Matrix4 getRotationMatrix(const Vec3<T>& axis, T angle)
     {
         const T squared = dot(axis, axis);
-        [[maybe_unused]] const bool normalised =
-            KORV_COMMON_ASSERT("KORV::Common::Math::Matrix4::getRotationMatrix", squared > T(0.9999f) && squared < T(1.0001f),
-                               "axis.isNormalized()", "rotation axis must be normalized");
+        [[maybe_unused]] const bool normalised = KORV_COMMON_ASSERT(
+            "KORV::Common::Math::Matrix4::getRotationMatrix", squared > T(0.9999f) && squared < T(1.0001f),
+            "axis.isNormalized()", "rotation axis must be normalized");
         const T c = std::cos(angle);
         const T s = std::sin(angle);
         const T k = T(1) - c;

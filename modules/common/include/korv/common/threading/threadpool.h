@@ -68,7 +68,7 @@ private:
     Semaphore mFreeSlots;
     Container::Vector<Thread*> mThreads;
     Container::Vector<Worker*> mWorkers;
-    TaskList mEndEntries; // null entries that will end the workers, made early: a destructor must not need memory
+    TaskList mEndEntries;  // null entries that will end the workers, made early: a destructor must not need memory
     Semaphore mQueueEmpty; // wakes waitForTasks
     bool mEmptyAwaited = false;
 };

@@ -61,7 +61,8 @@ namespace
     if (gBuffer == nullptr)
         return 0;
     size_t length = 0;
-    const auto advance = [&length](int written) {
+    const auto advance = [&length](int written)
+    {
         if (written > 0)
             length += static_cast<size_t>(written);
         if (length > Trace::BUFFER_SIZE - 1)

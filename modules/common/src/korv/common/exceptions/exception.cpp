@@ -3,10 +3,10 @@
 #include "korv/common/interface.h"
 #include "korv/common/io/ioexception.h"
 #include "korv/common/memory/memoryexception.h"
-#include "korv/common/parser/parserexception.h"
-#include "korv/common/serialize/serializeexception.h"
 #include "korv/common/memory/objectmemory.h"
+#include "korv/common/parser/parserexception.h"
 #include "korv/common/platform/console.h"
+#include "korv/common/serialize/serializeexception.h"
 
 #include <charconv>
 
@@ -269,7 +269,8 @@ BasicString SerializeException::getName() const
     return "SerializeException";
 }
 
-VersionMismatchException::VersionMismatchException(const BasicString& message, int32 foundVersion, int32 expectedVersion)
+VersionMismatchException::VersionMismatchException(const BasicString& message, int32 foundVersion,
+                                                   int32 expectedVersion)
     : SerializeException(message), mFoundVersion(foundVersion), mExpectedVersion(expectedVersion)
 {
 }

@@ -90,8 +90,7 @@ void solveChord(Tables& tables, size_t n, size_t i, size_t k)
 }
 
 /// Appends the triangles, that on a chord before those of the part before and after its third corner.
-void emitTriangles(Container::Vector<uint32>& triangles, const Tables& tables,
-                   const Container::Vector<uint32>& polygon)
+void emitTriangles(Container::Vector<uint32>& triangles, const Tables& tables, const Container::Vector<uint32>& polygon)
 {
     const size_t n = polygon.size();
     Container::Vector<std::pair<size_t, size_t>> chords(triangles.get_allocator());

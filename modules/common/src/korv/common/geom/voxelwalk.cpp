@@ -46,8 +46,8 @@ Axis makeAxis(float start, float end, float direction)
     axis.mStep = way >= 0 ? 1 : -1;
     axis.mLeft = static_cast<uint64>(way * axis.mStep);
     const int64 border = axis.mVoxel + (direction >= 0.0f ? 1 : 0);
-    axis.mNext = axis.mLeft > 0 ? (static_cast<float>(border) - start) / direction
-                                : std::numeric_limits<float>::infinity();
+    axis.mNext =
+        axis.mLeft > 0 ? (static_cast<float>(border) - start) / direction : std::numeric_limits<float>::infinity();
     axis.mDelta = 1.0f / std::fabs(direction);
     return axis;
 }

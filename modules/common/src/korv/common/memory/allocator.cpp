@@ -2,8 +2,8 @@
 
 #include "korv/common/interface.h"
 #include "korv/common/memory/defaultallocator.h"
-#include "korv/common/memory/stlallocator.h"
 #include "korv/common/memory/objectmemory.h"
+#include "korv/common/memory/stlallocator.h"
 
 #include <cstdlib>
 #include <cstring>

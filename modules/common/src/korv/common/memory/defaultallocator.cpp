@@ -1,7 +1,7 @@
 #include "korv/common/memory/defaultallocator.h"
 
-#include "korv/common/memory/stlallocator.h"
 #include "korv/common/memory/objectmemory.h"
+#include "korv/common/memory/stlallocator.h"
 
 #include <cstdlib>
 

@@ -1,8 +1,8 @@
 // Free lists of equal chunks in pages of about 16 KB, one size class for every 4 bytes.
 //
-// Chunks name each other and their pages by 32-bit references instead of pointers, so that a block costs one 4-byte word
-// on a 64-bit machine too. A page's number indexes a table of addresses; its first entries lie in the allocator itself,
-// so that a small allocator asks its parent for pages only. Numbers of released pages are used again.
+// Chunks name each other and their pages by 32-bit references instead of pointers, so that a block costs one 4-byte
+// word on a 64-bit machine too. A page's number indexes a table of addresses; its first entries lie in the allocator
+// itself, so that a small allocator asks its parent for pages only. Numbers of released pages are used again.
 //
 // Cost: a list pop or push per block, no search. 2,097,151 pages of 16 KB are the limit.
 #include "korv/common/memory/freelistallocator.h"

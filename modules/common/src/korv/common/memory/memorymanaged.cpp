@@ -1,8 +1,8 @@
 #include "korv/common/memory/memorymanaged.h"
 
 #include "korv/common/interface.h"
-#include "korv/common/memory/stlallocator.h"
 #include "korv/common/memory/objectmemory.h"
+#include "korv/common/memory/stlallocator.h"
 
 namespace KORV::Common::Memory
 {

@@ -13,9 +13,9 @@ namespace KORV::Common::Memory
 {
 /// Memory for single objects, with a header in front that says where it came from.
 ///
-/// operator new can't leave anything in the object itself: the compiler may drop stores made before construction. So the
-/// header keeps a reference to the source, and stands in a list of this thread until the constructor of the object's
-/// base adopts it. An object on the stack or inside another one finds no header of its own there.
+/// operator new can't leave anything in the object itself: the compiler may drop stores made before construction. So
+/// the header keeps a reference to the source, and stands in a list of this thread until the constructor of the
+/// object's base adopts it. An object on the stack or inside another one finds no header of its own there.
 ///
 /// Source: a smart pointer with allocate and deallocate overloads of allocateFrom and freeTo.
 template <class Source>

@@ -1,8 +1,8 @@
 #include "korv/common/memory/outofmemory.h"
 
 #include "korv/common/memory/memoryexception.h"
-#include "korv/common/memory/stlallocator.h"
 #include "korv/common/memory/objectmemory.h"
+#include "korv/common/memory/stlallocator.h"
 
 #include <cstdlib>
 
@@ -74,8 +74,8 @@ void closeReserve()
 }
 
 OutOfMemoryException::OutOfMemoryException(const char* message)
-    : MemoryException(KeepText(),
-                      BasicString(message, STLAllocator<char>(gReserve != nullptr ? gReserve.get() : getDefaultAllocator())))
+    : MemoryException(KeepText(), BasicString(message, STLAllocator<char>(gReserve != nullptr ? gReserve.get()
+                                                                                              : getDefaultAllocator())))
 {
 }
 

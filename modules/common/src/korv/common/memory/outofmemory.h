@@ -4,7 +4,8 @@
 
 namespace KORV::Common::Memory
 {
-/// Sets memory aside for OutOfMemoryException, and lets go of it. What exceptions still use stays until they are deleted.
+/// Sets memory aside for OutOfMemoryException, and lets go of it. What exceptions still use stays until they are
+/// deleted.
 void openReserve(const AllocatorPtr& base);
 void closeReserve();
 } // namespace KORV::Common::Memory

@@ -24,7 +24,8 @@ void* allocateAligned(Allocator& allocator, uint64 size, size_t alignment)
         return block;
 
     const auto start = reinterpret_cast<std::uintptr_t>(block);
-    const std::uintptr_t place = (start + BLOCK_ALIGNMENT + alignment - 1) & ~(static_cast<std::uintptr_t>(alignment) - 1);
+    const std::uintptr_t place =
+        (start + BLOCK_ALIGNMENT + alignment - 1) & ~(static_cast<std::uintptr_t>(alignment) - 1);
     const auto distance = static_cast<uint32>(place - start);
     std::memcpy(reinterpret_cast<void*>(place - sizeof(distance)), &distance, sizeof(distance));
     return reinterpret_cast<void*>(place);

@@ -19,8 +19,8 @@ void Semaphore::init(uint32 initial, uint32 maximum)
         mCount = valid ? initial : 0;
         mMaximum = valid ? maximum : 0;
     }
-    [[maybe_unused]] const bool created = KORV_COMMON_ASSERT("KORV::Common::Threading::Semaphore::init", valid,
-                                                             "mHandle", "Cannot create semaphore");
+    [[maybe_unused]] const bool created =
+        KORV_COMMON_ASSERT("KORV::Common::Threading::Semaphore::init", valid, "mHandle", "Cannot create semaphore");
 }
 
 void Semaphore::wait()

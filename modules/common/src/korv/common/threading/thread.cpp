@@ -60,8 +60,8 @@ int32 Thread::join()
     if (!KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", mJoined, "retVal != WAIT_FAILED",
                             "cannot join thread"))
         return -1;
-    [[maybe_unused]] const bool ended = KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", hasExitCode, "retVal",
-                                                           "cannot get exit code from joined thread");
+    [[maybe_unused]] const bool ended = KORV_COMMON_ASSERT("KORV::Common::Threading::Thread::join", hasExitCode,
+                                                           "retVal", "cannot get exit code from joined thread");
     return mJoinedExitCode;
 }
 

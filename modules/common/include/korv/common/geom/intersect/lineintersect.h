@@ -12,8 +12,8 @@ KORV_COMMON_API void reportZeroDirection();
 /// @param t  distance along the ray in lengths of @p dir; written even when it turns out to be off the segment, but not
 /// for parallel ones.
 /// @param dir  any length but zero, which is reported.
-inline bool LineRay(float& t, const Math::Vec2<float>& origin, const Math::Vec2<float>& dir,
-                    const Math::Vec2<float>& a, const Math::Vec2<float>& b)
+inline bool LineRay(float& t, const Math::Vec2<float>& origin, const Math::Vec2<float>& dir, const Math::Vec2<float>& a,
+                    const Math::Vec2<float>& b)
 {
     if (dir.mX == 0.0f && dir.mY == 0.0f) [[unlikely]]
         reportZeroDirection();

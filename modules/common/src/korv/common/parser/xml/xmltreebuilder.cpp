@@ -127,8 +127,8 @@ void XMLTreeBuilder::deleteXMLNode(XMLNode* node)
 {
     if (node == nullptr)
         return;
-    if (!KORV_COMMON_ASSERT("KORV::Common::Parser::XML::XMLTreeBuilder::deleteXMLNode",
-                            node->mType <= XMLNODE_ELEMENTS, "", "Undefined node type: " << node->mType))
+    if (!KORV_COMMON_ASSERT("KORV::Common::Parser::XML::XMLTreeBuilder::deleteXMLNode", node->mType <= XMLNODE_ELEMENTS,
+                            "", "Undefined node type: " << node->mType))
         return;
     for (const XMLNode* open = mOpen; open != nullptr; open = open->mParent)
     {
