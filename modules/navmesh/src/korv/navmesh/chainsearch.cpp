@@ -1,5 +1,7 @@
 #include "korv/navmesh/chainsearch.h"
 
+#include "korv/common/debug/assert.h"
+
 namespace KORV::NavMesh
 {
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
@@ -56,6 +58,8 @@ void ChainSearch::appendChain(int32 from, int32 corner, float sideCost, int32 tu
     if (pivot.mNumRecords == 0)
         return; // no piece reaches it: it takes no part
     const int32 best = takeBest(pivot, corner, turnLimit);
+    if (!KORV_ASSERT(best >= 0, "bestFragment", "no best fragment found"))
+        return;
     mRecords.push_back({from, sideCost + getRecord(best).mCost, best});
 }
 
@@ -76,6 +80,8 @@ int32 ChainSearch::takeBest(Pivot& pivot, int32 target, int32 turnLimit)
     }
     if (pivot.mTaken > 0)
         return pivot.mBest;
+    if (!KORV_ASSERT(pivot.mNumRecords > 0, "pivot->mBestSoFar", "no best element"))
+        return NONE;
     mForced = true;
     return static_cast<int32>(pivot.mFirstRecord);
 }
@@ -92,9 +98,7 @@ int32 ChainSearch::findClosing() const
 {
     const Pivot& pivot = mPivots.back();
     const uint32 end = pivot.mFirstRecord + pivot.mNumRecords - (mLastEdgeHidden ? 1 : 0);
-    int32 limit = NONE;
-    const ChordTable::Chord* chord = mTable.lowerBound(mFirst, pivot.mCorner);
-    limit = chord->mCloseLimit;
+    const int32 limit = mTable.lowerBound(mFirst, pivot.mCorner)->mCloseLimit;
     int32 best = NONE;
     for (uint32 record = pivot.mFirstRecord; record < end; ++record)
     {

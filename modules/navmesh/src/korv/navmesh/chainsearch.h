@@ -37,6 +37,8 @@ public:
     /// corner; of equal ones the one with the later last side. NONE if there is none.
     int32 findClosing() const;
     const Record& getRecord(int32 record) const { return mRecords[static_cast<size_t>(record)]; }
+    /// Whether some chain reaches the corner extended last.
+    bool isLastReached() const { return mPivots.back().mNumRecords > 0; }
     /// Whether every corner of a chain sees the corner extended last.
     bool seenByLast(int32 record) const;
     /// Whether a corner has been given to this search and has chains.

@@ -146,13 +146,17 @@ void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
     int32 record = searchChord(i, k);
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
     pieces.mCorners.push_back(k);
-    [[maybe_unused]] const bool found = KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
+    // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
+    [[maybe_unused]] const bool sound =
+        KORV_ASSERT(mOwn.isLastReached(), "current->mStack", "stack should not be empty") &&
+        KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found") &&
+        KORV_ASSERT((mOutline[i] - mOutline[k]).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
+                    "cannot normalize null length vector");
     for (; record >= 0; record = mOwn.getRecord(record).mPrevious)
     {
         const int32 corner = mOwn.getRecord(record).mFrom;
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
-        // reported for the pieces in use only: a search looks at the same pair of corners again and again
         [[maybe_unused]] const bool apart =
             KORV_ASSERT((mOutline[corner] - mOutline[pieces.mCorners.back()]).getLength() != 0.0f,
                         "tmp1.getLength() != 0.0f", "cannot normalize null length vector");

@@ -163,12 +163,11 @@ void ConvexPolygonCreator::markReflexCorners()
 }
 
 /// Whether pieces that were found on the drawn-in outline are also convex in the outline itself, up to the dents that
-/// the inset can cause. They are not where tolerances are of the order of a cube.
+/// the inset can cause. They are not where tolerances are of the order of a cube: even a single piece can have a reflex
+/// corner then.
 bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points,
                                           const Vec3<float>& axis)
 {
-    if (pieces.size() <= 1)
-        return true; // the outline itself
     projectInCubes(points, axis);
     for (size_t piece = 0; piece < pieces.size(); ++piece)
     {

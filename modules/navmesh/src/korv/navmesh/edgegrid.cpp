@@ -92,7 +92,8 @@ double EdgeGrid::balancedCellSize(double area) const
     for (int32 edge = 0; edge < mN; ++edge)
     {
         const CellEdge ends = edgeOf(edge);
-        length += static_cast<double>((ends.mB - ends.mA).getLength());
+        // in double: the squares of huge outlines overflow
+        length += std::hypot(static_cast<double>(ends.mB.mX) - ends.mA.mX, static_cast<double>(ends.mB.mY) - ends.mA.mY);
     }
     // (length / size + N) entries in (area / size^2) cells
     const double n = mN;
@@ -223,7 +224,9 @@ void EdgeGrid::collectCell(size_t cell, const Vec2<float>& origin, const Vec2<fl
     for (const CellEdge* edge = mCellEdges.data() + mCellStart[cell]; edge != end; ++edge)
     {
         float distance = 0.0f;
-        if (!meetEdge(distance, *edge, origin, dir) || distance <= TIE || distance > mNearestHit + MAX_CLUSTER)
+        if (!meetEdge(distance, *edge, origin, dir))
+            continue;
+        if (!(distance > TIE && distance <= mNearestHit + MAX_CLUSTER)) // nor one that is not a number
             continue;
         mHits.push_back({edge->mEdge, distance});
         mNearestHit = std::min(mNearestHit, distance);
