@@ -143,9 +143,15 @@ std::vector<Arrow> chooseArrows(const MeshView& view, const std::vector<Link>& l
         candidates.push_back(candidate);
         candidates.back().mHasBack = hasBack;
     }
-    std::stable_sort(candidates.begin(), candidates.end(),
-                     [](const Candidate& a, const Candidate& b)
-                     { return std::abs(a.mLink.mRise) > std::abs(b.mLink.mRise); });
+    std::sort(candidates.begin(), candidates.end(),
+              [](const Candidate& a, const Candidate& b)
+              {
+                  const float riseA = std::abs(a.mLink.mRise);
+                  const float riseB = std::abs(b.mLink.mRise);
+                  return riseA != riseB ? riseA > riseB
+                                        : std::pair(a.mLink.mNode, a.mLink.mNeighbour) <
+                                              std::pair(b.mLink.mNode, b.mLink.mNeighbour);
+              });
 
     Spacing all(std::max(spacing, 1e-6f));
     Spacing steps(std::max(spacing, 1e-6f));
