@@ -319,6 +319,24 @@ KORV_TEST(Decomposition, nodesOfSimpleOutlines)
     }
 }
 
+// The tolerances are absolute: with small cubes the solver took the reflex corner for want of another.
+KORV_TEST(Decomposition, anLIsNeverOnePiece)
+{
+    const Vec3<float> corners[] = {{0, 0, 0}, {2, 0, 0}, {2, 1, 0}, {1, 1, 0}, {1, 2, 0}, {0, 2, 0}};
+    for (const float cube : {1.0f, 0.1f, 0.01f, 0.001f})
+    {
+        for (size_t start = 0; start < std::size(corners); ++start)
+        {
+            KORV_CONTEXT("cube " << cube << ", start " << start);
+            Outline outline;
+            for (size_t i = 0; i < std::size(corners); ++i)
+                outline.push_back(corners[(start + i) % std::size(corners)] * cube);
+            Rescue rescue = Rescue::NONE;
+            EXPECT_EQ(decompose(outline, cube, rescue).size(), 2u);
+        }
+    }
+}
+
 KORV_TEST(Decomposition, anyOutlineEndsSafely)
 {
     const float infinite = std::numeric_limits<float>::infinity();

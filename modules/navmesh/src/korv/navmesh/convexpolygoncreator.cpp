@@ -26,6 +26,10 @@ constexpr float REFLEX_AREA = -0.0001f;
 /// solver, whose tolerance grows with the length. [cubes]
 constexpr double MAX_DENT = 0.75;
 constexpr double MAX_DENT_PER_LENGTH = 1e-3;
+/// A corner of a piece that is reflex on the drawn-in outline by more than both, as sine and as depth in insets, is one
+/// that the solver took for want of another: its tolerance is a hundredth of that sine.
+constexpr double MAX_WRONG_TURN = 0.01;
+constexpr double MAX_WRONG_DEPTH = 0.5;
 /// Rounding of an area of nothing. [squared cubes, twice]
 constexpr double MIN_AREA = 0.01;
 
@@ -71,12 +75,13 @@ ConvexPolygonCreator::Rescue ConvexPolygonCreator::decompose(ConvexPieces& piece
     Rescue rescue = Rescue::NONE;
     project(polygon.mPoints, axis);
     insetInPlace();
-    if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis))
+    if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis, mShrinkDistance))
     {
         rescue = Rescue::INSET;
         projectInCubes(polygon.mPoints, axis);
-        insetFromUnmoved(mShrinkDistance * cubeScale());
-        if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis))
+        const float inset = mShrinkDistance * cubeScale();
+        insetFromUnmoved(inset);
+        if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis, inset))
         {
             rescue = Rescue::TRIANGLES;
             projectInCubes(polygon.mPoints, axis);
@@ -162,16 +167,39 @@ void ConvexPolygonCreator::markReflexCorners()
     }
 }
 
-/// Whether pieces that were found on the drawn-in outline are also convex in the outline itself, up to the dents that
-/// the inset can cause. They are not where tolerances are of the order of a cube: even a single piece can have a reflex
-/// corner then.
+/// Whether pieces that were found on the drawn-in outline are convex there, and also in the outline itself, up to the
+/// dents that the inset can cause. They are not where tolerances are of the order of a cube: even a single piece can
+/// have a reflex corner then.
+/// @param inset  by which the outline has been drawn in.
 bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points,
-                                          const Vec3<float>& axis)
+                                          const Vec3<float>& axis, float inset)
 {
+    for (size_t piece = 0; piece < pieces.size(); ++piece)
+    {
+        const size_t begin = pieces.begin(piece);
+        if (!turnsOneWay(pieces.mCorners.data() + begin, pieces.end(piece) - begin, MAX_WRONG_DEPTH * inset))
+            return false;
+    }
     projectInCubes(points, axis);
     for (size_t piece = 0; piece < pieces.size(); ++piece)
     {
         if (!isPieceSound(pieces.mCorners.data() + pieces.begin(piece), pieces.end(piece) - pieces.begin(piece)))
+            return false;
+    }
+    return true;
+}
+
+bool ConvexPolygonCreator::turnsOneWay(const int32* corners, size_t size, double maxDepth) const
+{
+    for (size_t at = 0; at < size; ++at)
+    {
+        const int32 next = corners[(at + 1) % size];
+        const int32 afterNext = corners[(at + 2) % size];
+        const Vec2<double> arriving = exactSide(corners[at], next);
+        const Vec2<double> leaving = exactSide(next, afterNext);
+        const double wrongTurn = -cross(arriving, leaving);
+        if (wrongTurn > MAX_WRONG_TURN * arriving.getLength() * leaving.getLength() &&
+            wrongTurn > maxDepth * exactSide(corners[at], afterNext).getLength())
             return false;
     }
     return true;

@@ -48,7 +48,9 @@ private:
     void insetFromUnmoved(float distance);
     void markReflexCorners();
     bool solve(ConvexPieces& pieces, const std::atomic<bool>& stop);
-    bool arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points, const Vec3<float>& axis);
+    bool arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points, const Vec3<float>& axis,
+                        float inset);
+    bool turnsOneWay(const int32* corners, size_t size, double maxDepth) const;
     bool isPieceSound(const int32* corners, size_t size) const;
     bool crossesItself(const int32* corners, size_t size) const;
     Vec2<double> exactSide(int32 from, int32 to) const;
