@@ -380,7 +380,8 @@ KORV_TEST(Decomposition, workersChangeNothing)
         PieceSequencer sequencer(lock, mesh, polygons.size(), allocator);
         std::unique_ptr<ThreadPool> pool(ThreadPool::create(allocator, workers, 0));
         for (size_t i = 0; i < polygons.size(); ++i)
-            pool->appendTask(new (pool->getAllocator()) PolygonCreateTask(1.0f, sequencer, i, polygons[i], UP));
+            pool->appendTask(new (pool->getAllocator())
+                                 PolygonCreateTask(1.0f, Rules::SPECIFIED, sequencer, i, polygons[i], UP));
         pool->waitForTasks();
         EXPECT_EQ(sequencer.getNumEnded(), polygons.size());
         EXPECT_EQ(mesh.mVertices.size(),
@@ -431,7 +432,7 @@ KORV_TEST(Decomposition, runningOutOfMemoryReachesTheCaller)
     NavMeshContainer mesh;
     SpinLock lock;
     PieceSequencer sequencer(lock, mesh, 2, allocator);
-    auto* task = new (allocator) PolygonCreateTask(1.0f, sequencer, 0, hall, UP);
+    auto* task = new (allocator) PolygonCreateTask(1.0f, Rules::SPECIFIED, sequencer, 0, hall, UP);
     mMemory->mFailAfter = 2;
     task->execute();
     mMemory->mFailAfter = -1;

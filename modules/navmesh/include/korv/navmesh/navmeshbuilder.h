@@ -74,6 +74,10 @@ public:
     /// Copies the fields; generateNavMesh validates them.
     void setParameter(const Parameter& parameter);
 
+    /// Chooses between the specified rules (the default) and the refined ones, for the runs to come.
+    void setRefined(bool refined) { mRefined = refined; }
+    bool isRefined() const { return mRefined; }
+
     /// Adds a character. An equal name is reported, and the character added all the same.
     void addCharacter(const CharacterInfo& character);
     void clearCharacters();
@@ -112,6 +116,7 @@ private:
     void checkInputs() const;
 
     Parameter mParameter;
+    bool mRefined = false;
     Vector<GeometryInfo> mGeometries;
     Vector<CharacterInfo> mCharacters;
     Vector<SurfaceType> mSurfaceTypes;

@@ -46,8 +46,8 @@ Vec2<float> inward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<
 }
 } // namespace
 
-ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance)
-    : mPolygon(getMemory()), mShrinkDistance(shrinkDistance)
+ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance, Rules rules)
+    : mPolygon(getMemory()), mShrinkDistance(shrinkDistance), mRules(rules)
 {
 }
 

@@ -4,6 +4,7 @@
 #include "korv/common/threading/spinlock.h"
 #include "korv/navmesh/chordtable.h"
 #include "korv/navmesh/convexpieces.h"
+#include "korv/navmesh/rules.h"
 
 namespace KORV::NavMesh
 {
@@ -23,7 +24,7 @@ public:
 
     /// @param shrinkDistance  how far outlines are drawn in for the decisions; a quarter of the cube size. [world
     /// units]
-    explicit ConvexPolygonCreator(float shrinkDistance);
+    explicit ConvexPolygonCreator(float shrinkDistance, Rules rules = Rules::SPECIFIED);
     ~ConvexPolygonCreator() override;
 
     /// Splits an outline and appends its corners and nodes to a container. Fewer than three corners are reported, and
@@ -63,5 +64,6 @@ private:
     bool mHasReflex = false;
     bool mFinite = true; // no arithmetic on the outline has overflowed so far
     float mShrinkDistance;
+    Rules mRules;
 };
 } // namespace KORV::NavMesh

@@ -93,7 +93,8 @@ double EdgeGrid::balancedCellSize(double area) const
     {
         const CellEdge ends = edgeOf(edge);
         // in double: the squares of huge outlines overflow
-        length += std::hypot(static_cast<double>(ends.mB.mX) - ends.mA.mX, static_cast<double>(ends.mB.mY) - ends.mA.mY);
+        length +=
+            std::hypot(static_cast<double>(ends.mB.mX) - ends.mA.mX, static_cast<double>(ends.mB.mY) - ends.mA.mY);
     }
     // (length / size + N) entries in (area / size^2) cells
     const double n = mN;

@@ -86,9 +86,9 @@ private:
     NavMeshConnector& mConnector;
 };
 
-NavMeshConnector::NavMeshConnector(float overlapTolerance, float distanceTolerance)
-    : mOverlapTolerance(overlapTolerance), mDistanceTolerance(distanceTolerance), mSideQueue(getMemory()),
-      mKeptSides(getMemory()), mCandidates(getMemory())
+NavMeshConnector::NavMeshConnector(float overlapTolerance, float distanceTolerance, Rules rules)
+    : mOverlapTolerance(overlapTolerance), mDistanceTolerance(distanceTolerance), mRules(rules),
+      mSideQueue(getMemory()), mKeptSides(getMemory()), mCandidates(getMemory())
 {
 }
 

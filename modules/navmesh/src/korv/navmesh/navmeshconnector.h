@@ -2,6 +2,7 @@
 
 #include "korv/common/container/segmentvector.h"
 #include "korv/navmesh/navmeshcontainer.h"
+#include "korv/navmesh/rules.h"
 #include "korv/navmesh/runcontrol.h"
 
 #include <unordered_map>
@@ -29,7 +30,7 @@ public:
 
     /// @param overlapTolerance  length that two sides must share at least. [world units, > 0]
     /// @param distanceTolerance  distance in the ground plane at which sides still touch. [world units]
-    NavMeshConnector(float overlapTolerance, float distanceTolerance);
+    NavMeshConnector(float overlapTolerance, float distanceTolerance, Rules rules = Rules::SPECIFIED);
     ~NavMeshConnector() override;
 
     /// Sets the neighbours of open sides (entry -1), inserts vertices where sides are split. A link is one-way where
@@ -72,6 +73,7 @@ private:
     Grid* mGrid = nullptr;
     float mOverlapTolerance;
     float mDistanceTolerance;
+    Rules mRules;
 
     // The run in progress. The grid of mGrid exists only then.
     NavMeshContainer* mNavMesh = nullptr;

@@ -78,6 +78,7 @@ private:
     void writeHeights();
     void endStage(const char* name);
     void endPool();
+    Rules getRules() const { return mBuilder.mRefined ? Rules::REFINED : Rules::SPECIFIED; }
 
     NavMeshBuilder& mBuilder;
     RunControl mControl;
@@ -169,7 +170,7 @@ void NavMeshBuilder::Run::buildOutlines()
     mAxis = mBuilder.mainSurfaceAxis();
     {
         const std::unique_ptr<NavMeshOctree> octree(new (mAllocator) NavMeshOctree(
-            parameter, &mBuilder.mGeometries, mClassifier, mBuilder.mThreadPool, mControl));
+            parameter, &mBuilder.mGeometries, mClassifier, mBuilder.mThreadPool, mControl, getRules()));
         octree->buildMaxConnectedPolygons(mPolygons, mAxis);
     }
     endStage(OUTLINE_STAGE);
@@ -196,8 +197,8 @@ void NavMeshBuilder::Run::buildConvexNodes()
         for (const SurfacePolygon& polygon : mPolygons)
         {
             waitForOutlines(sequencer, outline, pool.getMaxTasks());
-            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, sequencer, outline,
-                                                               polygon, mContainer->mNormal));
+            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, getRules(), sequencer,
+                                                               outline, polygon, mContainer->mNormal));
             ++outline;
         }
         waitForOutlines(sequencer, outline, 1);
@@ -246,7 +247,7 @@ void NavMeshBuilder::Run::buildConnections()
     const int32 component = MAIN_AXIS_COMPONENTS[mAxis];
     mControl.report(CONNECTION_STAGE, 0.0f);
     const std::unique_ptr<NavMeshConnector> connector(
-        new (mAllocator) NavMeshConnector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE));
+        new (mAllocator) NavMeshConnector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE, getRules()));
     connector->buildConnections(*mContainer, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
                                 MAIN_AXES[mAxis][component], component, mControl);
     endStage(CONNECTION_STAGE);

@@ -152,9 +152,9 @@ Ray::Ray(const Vec3<int32>& origin, const Vec3<int32>& direction, uint32 length)
 
 NavMeshOctree::NavMeshOctree(const NavMeshBuilder::Parameter& parameter, const Vector<GeometryInfo>* geometries,
                              const HeightClassifier& classifier, Common::Threading::ThreadPool* threadPool,
-                             const RunControl& control)
+                             const RunControl& control, Rules rules)
     : mParameter(parameter), mHeightClassifier(classifier), mGeometries(geometries), mInnerOctants(getMemory()),
-      mLeafOctants(getMemory()), mThreadPool(threadPool), mControl(control)
+      mLeafOctants(getMemory()), mThreadPool(threadPool), mControl(control), mRules(rules)
 {
 }
 

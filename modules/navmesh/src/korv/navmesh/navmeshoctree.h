@@ -4,6 +4,7 @@
 #include "korv/common/memory/memorymanaged.h"
 #include "korv/navmesh/heightclassifier.h"
 #include "korv/navmesh/navmeshbuilder.h"
+#include "korv/navmesh/rules.h"
 #include "korv/navmesh/runcontrol.h"
 #include "korv/navmesh/surfacepolygon.h"
 
@@ -96,7 +97,7 @@ public:
     /// @param geometries  not copied; must outlive the octree, as must @p threadPool and @p control.
     NavMeshOctree(const NavMeshBuilder::Parameter& parameter, const Vector<GeometryInfo>* geometries,
                   const HeightClassifier& classifier, Common::Threading::ThreadPool* threadPool,
-                  const RunControl& control);
+                  const RunControl& control, Rules rules = Rules::SPECIFIED);
     ~NavMeshOctree() override;
     NavMeshOctree(const NavMeshOctree&) = delete;
     NavMeshOctree& operator=(const NavMeshOctree&) = delete;
@@ -133,6 +134,7 @@ public:
     const NavMeshBuilder::Parameter& getParameter() const { return mParameter; }
     const HeightClassifier& getHeightClassifier() const { return mHeightClassifier; }
     const RunControl& getControl() const { return mControl; }
+    Rules getRules() const { return mRules; }
     Common::Threading::ThreadPool* getThreadPool() const { return mThreadPool; }
 
     // The records themselves, for the stages beside this class.
@@ -164,5 +166,6 @@ private:
     uint32 mDepth = 0;
     Common::Threading::ThreadPool* mThreadPool;
     const RunControl& mControl;
+    Rules mRules;
 };
 } // namespace KORV::NavMesh

@@ -10,9 +10,10 @@ namespace
 constexpr float SHRINK_SHARE = 0.25f;
 } // namespace
 
-PolygonCreateTask::PolygonCreateTask(float cubeSize, PieceSequencer& sequencer, size_t outline,
+PolygonCreateTask::PolygonCreateTask(float cubeSize, Rules rules, PieceSequencer& sequencer, size_t outline,
                                      const SurfacePolygon& polygon, const Vec3<float>& axis)
-    : mCubeSize(cubeSize), mSurfacePolygon(polygon), mSequencer(sequencer), mOutline(outline), mAxis(axis)
+    : mCubeSize(cubeSize), mRules(rules), mSurfacePolygon(polygon), mSequencer(sequencer), mOutline(outline),
+      mAxis(axis)
 {
 }
 
@@ -29,7 +30,8 @@ void PolygonCreateTask::split()
 {
     // the worker's own allocator: nothing of it is left when this returns
     const Common::Memory::AllocatorPtr& allocator = mTaskAllocator != nullptr ? mTaskAllocator : getAllocator();
-    const std::unique_ptr<ConvexPolygonCreator> creator(new (allocator) ConvexPolygonCreator(mCubeSize * SHRINK_SHARE));
+    const std::unique_ptr<ConvexPolygonCreator> creator(new (allocator)
+                                                            ConvexPolygonCreator(mCubeSize * SHRINK_SHARE, mRules));
     ConvexPieces pieces(allocator.get());
     const ConvexPolygonCreator::Rescue rescue =
         creator->decompose(pieces, mSurfacePolygon, mAxis, mSequencer.getStopFlag());

@@ -12,8 +12,8 @@ class PolygonCreateTask : public Common::Threading::Task
 public:
     /// @param outline  the polygon's place in the order of the outlines.
     /// @param axis  the main surface axis.
-    PolygonCreateTask(float cubeSize, PieceSequencer& sequencer, size_t outline, const SurfacePolygon& polygon,
-                      const Vec3<float>& axis);
+    PolygonCreateTask(float cubeSize, Rules rules, PieceSequencer& sequencer, size_t outline,
+                      const SurfacePolygon& polygon, const Vec3<float>& axis);
 
     void run() override;
 
@@ -21,6 +21,7 @@ private:
     void split();
 
     float mCubeSize;
+    Rules mRules;
     const SurfacePolygon& mSurfacePolygon;
     PieceSequencer& mSequencer;
     size_t mOutline;
