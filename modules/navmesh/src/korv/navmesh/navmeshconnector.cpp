@@ -12,6 +12,9 @@
 //
 // Numbers: sides run along each other when the cosine of their angle is at least 0.99, in either direction. Heights are
 // those of a node's first corner and of the other side's first corner; slopes play no part.
+//
+// Refined rules differ in three places: a side that is out of reach does not end the search for one within reach; only
+// sides that face each other are linked; a side that finds nothing stays in the grid for others to find.
 // Cost: a side meets the sides in its own cells; each split leaves pieces of at least the overlap tolerance.
 #include "korv/navmesh/navmeshconnector.h"
 
@@ -29,6 +32,7 @@ namespace
 {
 constexpr const char* STAGE = "Build Vertical Connections";
 constexpr float MIN_COSINE = 0.99f;
+constexpr float ROUNDING_SHARE = 1e-5f;
 constexpr size_t NODES_PER_REPORT = 4096;
 constexpr float INSERTION_SHARE = 0.2f; // of the stage's time, about
 
@@ -59,6 +63,8 @@ struct NavMeshConnector::Side
     Vec2<float> mB;
     Vec2<float> mAlong;
     Vec2<float> mDir;
+    Vec2<float> mMin; ///< box around all that can touch the side
+    Vec2<float> mMax;
     float mLength = 0.0f;
     float mSlack = 0.0f; ///< the overlap tolerance as a share of the length
 };
@@ -192,6 +198,8 @@ void NavMeshConnector::connectSide(uint64 edgeID)
         if (examineCandidate(side, *candidate) == Decision::STOP)
             return;
     }
+    if (mRules == Rules::REFINED)
+        mKeptSides.push_back(static_cast<int32>(edgeID)); // another node's side may still lead here
 }
 
 /// @return false for a side without length or with a second corner that does not exist: nothing runs along it.
@@ -206,17 +214,21 @@ bool NavMeshConnector::makeSide(Side& side, uint32 edge) const
         return false;
     side.mDir = {side.mAlong.mX / side.mLength, side.mAlong.mY / side.mLength};
     side.mSlack = mOverlapTolerance / side.mLength;
+    const Vec2<float> low(std::min(side.mA.mX, side.mB.mX), std::min(side.mA.mY, side.mB.mY));
+    const Vec2<float> high(std::max(side.mA.mX, side.mB.mX), std::max(side.mA.mY, side.mB.mY));
+    // twice what is needed, and far more than the rounding of the tests
+    const float coordinate = std::max({std::fabs(low.mX), std::fabs(low.mY), std::fabs(high.mX), std::fabs(high.mY)});
+    const float reach = 2.0f * std::fabs(mDistanceTolerance) + ROUNDING_SHARE * (coordinate + side.mLength);
+    side.mMin = low - Vec2<float>(reach, reach);
+    side.mMax = high + Vec2<float>(reach, reach);
     return true;
 }
 
 NavMeshConnector::Decision NavMeshConnector::examineCandidate(const Side& side, const GridEdge& candidate)
 {
-    const NavMeshContainer::NavNode& node = mNavMesh->mNodes[static_cast<size_t>(candidate.mNode)];
-    Vec2<float> p0;
-    Vec2<float> p1;
-    if (!mGrid->getEnds(p0, p1, node, static_cast<size_t>(candidate.mSide)))
-        return Decision::NEXT_CANDIDATE;
-    if (!(std::fabs(dot(side.mDir, normalised(p1 - p0))) >= MIN_COSINE) || !touches(side, p0, p1))
+    const Vec2<float>& p0 = candidate.mEnds[0];
+    const Vec2<float>& p1 = candidate.mEnds[1];
+    if (!isBeside(side, candidate) || !runsAlong(side, p0, p1) || !touches(side, p0, p1))
         return Decision::NEXT_CANDIDATE;
     float t0;
     float t1;
@@ -225,10 +237,28 @@ NavMeshConnector::Decision NavMeshConnector::examineCandidate(const Side& side, 
         return Decision::NEXT_CANDIDATE;
     if (!isWithinReach(candidate.mHeight * mAxisValue))
     {
+        if (mRules == Rules::REFINED)
+            return Decision::NEXT_CANDIDATE;
         mKeptSides.push_back(static_cast<int32>(side.mEdge));
         return Decision::STOP; // open for good: sides further down the list are not tried
     }
     return link(side, candidate.mNode, t0, t1);
+}
+
+/// Whether a candidate may be near enough for the tests that take square roots; false only where they all say no.
+bool NavMeshConnector::isBeside(const Side& side, const GridEdge& candidate) const
+{
+    const auto [left, right] = std::minmax(candidate.mEnds[0].mX, candidate.mEnds[1].mX);
+    const auto [front, back] = std::minmax(candidate.mEnds[0].mY, candidate.mEnds[1].mY);
+    return !(left > side.mMax.mX || right < side.mMin.mX || front > side.mMax.mY || back < side.mMin.mY);
+}
+
+/// Whether a candidate's direction is that of the side, or opposite to it. Refined rules want it opposite: then the two
+/// nodes face each other, and the ground beyond the side is not the one beneath it.
+bool NavMeshConnector::runsAlong(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const
+{
+    const float cosine = dot(side.mDir, normalised(p1 - p0));
+    return mRules == Rules::REFINED ? -cosine >= MIN_COSINE : std::fabs(cosine) >= MIN_COSINE;
 }
 
 bool NavMeshConnector::touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const

@@ -23,7 +23,10 @@ public:
         int32 mSide = -1;
         float mHeight = 0.0f; ///< vertical coordinate of the side's first vertex
         int32 mRefCount = 0;  ///< cells that list the record
-        uint32 mVisited = 0;  ///< mark, used within one findCandidates
+        uint32 mVisited = 0;  ///< the last findCandidates that met it
+        Vec2<float> mEnds[2]; ///< in the ground plane
+
+        bool isRemoved() const { return mNode < 0; }
     };
 
     using CandidateList = Vector<GridEdge*>;
@@ -61,6 +64,8 @@ private:
     bool makeSide(Side& side, uint32 edge) const;
     Decision examineCandidate(const Side& side, const GridEdge& candidate);
     bool touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
+    bool isBeside(const Side& side, const GridEdge& candidate) const;
+    bool runsAlong(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
     bool isWithinReach(float height) const;
     Decision link(const Side& side, int32 neighbour, float t0, float t1);
     Decision splitSide(const Side& side, const float* cuts, uint32 numCuts);
@@ -91,7 +96,7 @@ private:
 };
 
 /// Finds the open sides near a side: a grid of square cells over the ground plane, each with the records of the sides
-/// that cross it. Only cells that are used take memory.
+/// that cross it, in the order inserted. A huge grid takes memory only for the cells that are used.
 class NavMeshConnector::Grid : public Common::Memory::MemoryManaged
 {
 public:
@@ -105,7 +110,8 @@ public:
     /// Registers a side. One with an invalid corner, or without a finite length above 0, can't be linked and is
     /// ignored, by the other operations too.
     void insertEdge(int32 node, int32 side);
-    /// Takes back what insertEdge has registered; the corners must be the same as then.
+    /// Takes back what insertEdge has registered; the first corner must be the same as then. The cells forget the
+    /// record when they are next looked at.
     void removeEdge(int32 node, int32 side);
     /// Appends the sides in the cells of a side that lie within a range of heights, each once, in the order met.
     void findCandidates(CandidateList& candidates, int32 node, int32 side, float range);
@@ -123,10 +129,21 @@ public:
     int32 mGridY = 0;
 
 private:
-    using CellList = Vector<GridEdge*>;
-    /// Cells by number, y * mGridX + x. A table of all cells could be huge: short sides in a wide mesh.
-    using CellTable = std::unordered_map<uint64, CellList, std::hash<uint64>, std::equal_to<uint64>,
-                                         Common::Memory::STLAllocator<std::pair<const uint64, CellList>>>;
+    static constexpr uint32 NONE = 0xFFFFFFFF;
+
+    /// A place in the list of a cell.
+    struct Entry
+    {
+        uint32 mEdge = NONE;
+        uint32 mNext = NONE;
+    };
+    struct Cell
+    {
+        uint32 mFirst = NONE;
+        uint32 mLast = NONE;
+    };
+    using CellTable = std::unordered_map<uint64, Cell, std::hash<uint64>, std::equal_to<uint64>,
+                                         Common::Memory::STLAllocator<std::pair<const uint64, Cell>>>;
     struct Position
     {
         int32 mX;
@@ -135,22 +152,28 @@ private:
     class CellWalk;
 
     void measure();
-    float averageOpenLength() const;
+    float averageOpenLength(uint64& numOpen) const;
     int32 countCells(float extent) const;
     static int32 toCell(float coordinate, int32 numCells);
     bool isInside(const Position& position) const;
-    bool measureSide(Vec2<float>& a, Vec2<float>& b, float& height, int32 node, int32 side) const;
+    bool measureSide(Vec2<float>& a, Vec2<float>& b, GridEdge& edge, int32 node, int32 side) const;
     Vec2<float> toGridCoords(const Vec2<float>& position) const;
     uint64 getKey(const Position& position) const;
-    CellList& getCell(const Position& position);
-    CellList* findCell(const Position& position);
-    GridEdge* takeEdge(const GridEdge& edge);
-    static GridEdge* findRecord(const CellList* cell, int32 node, int32 side);
-    static void collectCell(CandidateList& candidates, const CellList& cell, float height, float range);
+    Cell& getCell(const Position& position);
+    Cell* findCell(const Position& position);
+    uint32 takeEdge(const GridEdge& edge);
+    void append(Cell& cell, uint32 edge);
+    void unlink(Cell& cell, uint32 previous, uint32 entry);
+    template <class Visitor>
+    void visit(Cell* cell, Visitor&& visitor);
 
     const NavMeshContainer& mNavMesh;
-    CellTable mCells;
+    Vector<Cell> mCells;  ///< by number, y * mGridX + x; none where a table of all cells would be huge
+    CellTable mUsedCells; ///< takes its place: short sides in a wide mesh
+    Vector<Entry> mEntries;
+    uint32 mFreeEntries = NONE; ///< the first of those not in use, a list of their own
     Common::Container::SegmentVector<GridEdge> mEdges;
-    Vector<GridEdge*> mFreeEdges;
+    Vector<uint32> mFreeEdges;
+    uint32 mNumSearches = 0;
 };
 } // namespace KORV::NavMesh

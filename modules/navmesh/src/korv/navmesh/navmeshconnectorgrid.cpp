@@ -1,7 +1,8 @@
 // Finds sides near a side in the ground plane.
 //
 // Idea: square cells of twice the average length of the open sides; a side is listed in every cell it crosses, and
-// meets the sides listed in its own cells. A record is shared by its cells and counted.
+// meets the sides listed in its own cells. A record is shared by its cells and counted. Lists are chains in one array:
+// sides go in the order of their nodes and leave in that order, so removed records are at the heads of the chains.
 //
 // Numbers: a walk through the cells adds up distances in float, so near the corner of four cells it can step past the
 // last cell and miss it. It then goes on to the rim. That is harmless, since sides out there are too far away to be
@@ -24,6 +25,9 @@ namespace
 {
 constexpr int64 MAX_CELLS_FOR_LONG_WALKS = int64{1} << 24;
 constexpr int64 MAX_OVERRUN = 64; // cells past the end, in larger grids
+// Up to so many cells the grid is an array.
+constexpr uint64 CELLS_PER_SIDE = 4;
+constexpr uint64 FEW_CELLS = 1024;
 } // namespace
 
 /// The cells from one position to another, in the order met.
@@ -34,6 +38,8 @@ public:
         : mGrid(grid), mCell{grid.toCell(a.mX, grid.mGridX), grid.toCell(a.mY, grid.mGridY)},
           mEnd{grid.toCell(b.mX, grid.mGridX), grid.toCell(b.mY, grid.mGridY)}
     {
+        if (isAtEnd())
+            return;
         const Vec2<float> direction = normalised(b - a);
         mX = Axis(mCell.mX, a.mX, direction.mX);
         mY = Axis(mCell.mY, a.mY, direction.mY);
@@ -47,7 +53,7 @@ public:
 
     void advance()
     {
-        if ((mCell.mX == mEnd.mX && mCell.mY == mEnd.mY) || mStepsLeft-- == 0)
+        if (isAtEnd() || mStepsLeft-- == 0)
         {
             mDone = true;
             return;
@@ -82,6 +88,8 @@ private:
         float mDelta = 0.0f;
     };
 
+    bool isAtEnd() const { return mCell.mX == mEnd.mX && mCell.mY == mEnd.mY; }
+
     const Grid& mGrid;
     Position mCell;
     Position mEnd;
@@ -92,8 +100,8 @@ private:
 };
 
 NavMeshConnector::Grid::Grid(const NavMeshContainer& navMesh, int32 vertComp)
-    : mVertComp(vertComp), mNavMesh(navMesh), mCells(CellTable::allocator_type(getMemory())), mEdges(getMemory()),
-      mFreeEdges(getMemory())
+    : mVertComp(vertComp), mNavMesh(navMesh), mCells(getMemory()), mUsedCells(CellTable::allocator_type(getMemory())),
+      mEntries(getMemory()), mEdges(getMemory()), mFreeEdges(getMemory())
 {
     if (!KORV_ASSERT(mVertComp == 0 || mVertComp == 1 || mVertComp == 2,
                      "mVertComp == 0 || mVertComp == 1 || mVertComp == 2",
@@ -120,7 +128,8 @@ void NavMeshConnector::Grid::measure()
         low = {std::min(low.mX, p.mX), std::min(low.mY, p.mY)};
         high = {std::max(high.mX, p.mX), std::max(high.mY, p.mY)};
     }
-    const float cellSize = 2.0f * averageOpenLength();
+    uint64 numOpen = 0;
+    const float cellSize = 2.0f * averageOpenLength(numOpen);
     if (!(cellSize > 0.0f) || !isFinite(high - low) || !std::isfinite(cellSize))
         return;
     low = low - Vec2<float>(cellSize, cellSize);
@@ -129,13 +138,16 @@ void NavMeshConnector::Grid::measure()
     mOrigin = low;
     mGridX = countCells(high.mX - low.mX);
     mGridY = countCells(high.mY - low.mY);
+    const uint64 numCells = static_cast<uint64>(mGridX) * static_cast<uint64>(mGridY);
+    if (numCells <= CELLS_PER_SIDE * numOpen + FEW_CELLS)
+        mCells.resize(numCells);
 }
 
 /// Average length of the open sides, those that can't be measured left out; 0 when there are none.
-float NavMeshConnector::Grid::averageOpenLength() const
+float NavMeshConnector::Grid::averageOpenLength(uint64& numOpen) const
 {
     float sum = 0.0f;
-    uint64 count = 0;
+    numOpen = 0;
     for (const NavMeshContainer::NavNode& node : mNavMesh.mNodes)
     {
         for (size_t side = 0; side < node.mNeighbours.size(); ++side)
@@ -147,10 +159,10 @@ float NavMeshConnector::Grid::averageOpenLength() const
             if (!getEnds(a, b, node, side) || !std::isfinite((b - a).getLength()))
                 continue;
             sum += (b - a).getLength();
-            ++count;
+            ++numOpen;
         }
     }
-    return count > 0 ? sum / static_cast<float>(count) : 0.0f;
+    return numOpen > 0 ? sum / static_cast<float>(numOpen) : 0.0f;
 }
 
 int32 NavMeshConnector::Grid::countCells(float extent) const
@@ -188,21 +200,21 @@ bool NavMeshConnector::Grid::getEnds(Vec2<float>& a, Vec2<float>& b, const NavMe
     return true;
 }
 
-/// The ends of a side in grid coordinates, and the height it is registered with.
+/// The ends of a side in grid coordinates, and the record it is registered with.
 /// @return false when the side can't be registered.
-bool NavMeshConnector::Grid::measureSide(Vec2<float>& a, Vec2<float>& b, float& height, int32 node, int32 side) const
+bool NavMeshConnector::Grid::measureSide(Vec2<float>& a, Vec2<float>& b, GridEdge& edge, int32 node, int32 side) const
 {
     if (node < 0 || static_cast<size_t>(node) >= mNavMesh.mNodes.size() || side < 0 || !isUsable())
         return false;
     const NavMeshContainer::NavNode& navNode = mNavMesh.mNodes[static_cast<size_t>(node)];
     if (!getEnds(a, b, navNode, static_cast<size_t>(side)))
         return false;
+    edge = {node, side, mNavMesh.mVertices[navNode.mPolygon[static_cast<size_t>(side)]][mVertComp], 0, 0, {a, b}};
     const float length = (b - a).getLength();
     if (!(length > 0.0f) || !std::isfinite(length))
         return false;
     a = toGridCoords(a);
     b = toGridCoords(b);
-    height = mNavMesh.mVertices[navNode.mPolygon[static_cast<size_t>(side)]][mVertComp];
     return true;
 }
 
@@ -219,101 +231,129 @@ uint64 NavMeshConnector::Grid::getKey(const Position& position) const
     return static_cast<uint64>(position.mY) * static_cast<uint64>(mGridX) + static_cast<uint64>(position.mX);
 }
 
-NavMeshConnector::Grid::CellList& NavMeshConnector::Grid::getCell(const Position& position)
+NavMeshConnector::Grid::Cell& NavMeshConnector::Grid::getCell(const Position& position)
 {
-    return mCells.try_emplace(getKey(position), getMemory()).first->second;
+    const uint64 key = getKey(position);
+    return key < mCells.size() ? mCells[key] : mUsedCells[key];
 }
 
-NavMeshConnector::Grid::CellList* NavMeshConnector::Grid::findCell(const Position& position)
+NavMeshConnector::Grid::Cell* NavMeshConnector::Grid::findCell(const Position& position)
 {
-    const auto cell = mCells.find(getKey(position));
-    return cell != mCells.end() ? &cell->second : nullptr;
+    const uint64 key = getKey(position);
+    if (key < mCells.size())
+        return &mCells[key];
+    const auto cell = mUsedCells.find(key);
+    return cell != mUsedCells.end() ? &cell->second : nullptr;
 }
 
-NavMeshConnector::GridEdge* NavMeshConnector::Grid::takeEdge(const GridEdge& edge)
+uint32 NavMeshConnector::Grid::takeEdge(const GridEdge& edge)
 {
     if (mFreeEdges.empty())
-        return &mEdges[mEdges.append(edge)];
-    GridEdge* reused = mFreeEdges.back();
+        return mEdges.append(edge);
+    const uint32 reused = mFreeEdges.back();
     mFreeEdges.pop_back();
-    *reused = edge;
+    mEdges.getUnchecked(reused) = edge;
     return reused;
+}
+
+void NavMeshConnector::Grid::append(Cell& cell, uint32 edge)
+{
+    uint32 entry = mFreeEntries;
+    if (entry == NONE)
+    {
+        entry = static_cast<uint32>(mEntries.size());
+        mEntries.emplace_back();
+    }
+    mFreeEntries = mEntries[entry].mNext;
+    mEntries[entry] = {edge, NONE};
+    (cell.mFirst == NONE ? cell.mFirst : mEntries[cell.mLast].mNext) = entry;
+    cell.mLast = entry;
+    ++mEdges.getUnchecked(edge).mRefCount;
+}
+
+/// @param previous  the entry before, NONE for the first one.
+void NavMeshConnector::Grid::unlink(Cell& cell, uint32 previous, uint32 entry)
+{
+    Entry& unlinked = mEntries[entry];
+    (previous == NONE ? cell.mFirst : mEntries[previous].mNext) = unlinked.mNext;
+    if (cell.mLast == entry)
+        cell.mLast = previous;
+    if (--mEdges.getUnchecked(unlinked.mEdge).mRefCount == 0)
+        mFreeEdges.push_back(unlinked.mEdge);
+    unlinked.mNext = mFreeEntries;
+    mFreeEntries = entry;
+}
+
+/// Calls the visitor with the records of a cell in the order inserted, until it returns false. Removed ones that are
+/// met on the way leave the list; nodes are taken in the order inserted, so most of them come first.
+template <class Visitor>
+void NavMeshConnector::Grid::visit(Cell* cell, Visitor&& visitor)
+{
+    uint32 previous = NONE;
+    for (uint32 entry = cell != nullptr ? cell->mFirst : NONE; entry != NONE;)
+    {
+        const uint32 next = mEntries[entry].mNext;
+        GridEdge& edge = mEdges.getUnchecked(mEntries[entry].mEdge);
+        if (edge.isRemoved())
+            unlink(*cell, previous, entry);
+        else if (!visitor(edge))
+            return;
+        else
+            previous = entry;
+        entry = next;
+    }
 }
 
 void NavMeshConnector::Grid::insertEdge(int32 node, int32 side)
 {
     Vec2<float> a;
     Vec2<float> b;
-    GridEdge edge{node, side};
-    if (!measureSide(a, b, edge.mHeight, node, side))
+    GridEdge edge;
+    if (!measureSide(a, b, edge, node, side))
         return;
-    GridEdge* record = takeEdge(edge);
+    const uint32 record = takeEdge(edge);
     for (CellWalk walk(*this, a, b); !walk.isDone(); walk.advance())
-    {
-        getCell(walk.getCell()).push_back(record);
-        ++record->mRefCount;
-    }
+        append(getCell(walk.getCell()), record);
 }
 
 void NavMeshConnector::Grid::removeEdge(int32 node, int32 side)
 {
     Vec2<float> a;
     Vec2<float> b;
-    float height;
-    if (!measureSide(a, b, height, node, side))
+    GridEdge edge;
+    if (!measureSide(a, b, edge, node, side))
         return;
     GridEdge* removed = nullptr;
-    for (CellWalk walk(*this, a, b); !walk.isDone(); walk.advance())
-    {
-        CellList* cell = findCell(walk.getCell());
-        if (removed == nullptr)
-            removed = findRecord(cell, node, side);
-        if (!KORV_ASSERT(removed != nullptr, "removeEdge != NULL", "edge not found"))
-            return;
-        if (cell != nullptr)
-            removed->mRefCount -= static_cast<int32>(std::erase(*cell, removed));
-    }
-    if (KORV_ASSERT(removed->mRefCount == 0, "removeEdge->mRefCount == 0", "reference count of the edge must be zero"))
-        mFreeEdges.push_back(removed);
-}
-
-NavMeshConnector::GridEdge* NavMeshConnector::Grid::findRecord(const CellList* cell, int32 node, int32 side)
-{
-    if (cell == nullptr)
-        return nullptr;
-    const auto record =
-        std::find_if(cell->begin(), cell->end(),
-                     [node, side](const GridEdge* edge) { return edge->mNode == node && edge->mSide == side; });
-    return record != cell->end() ? *record : nullptr;
+    visit(findCell(CellWalk(*this, a, b).getCell()),
+          [&](GridEdge& listed)
+          {
+              removed = listed.mNode == node && listed.mSide == side ? &listed : nullptr;
+              return removed == nullptr;
+          });
+    if (KORV_ASSERT(removed != nullptr, "removeEdge != NULL", "edge not found"))
+        removed->mNode = -1;
 }
 
 void NavMeshConnector::Grid::findCandidates(CandidateList& candidates, int32 node, int32 side, float range)
 {
     Vec2<float> a;
     Vec2<float> b;
-    float height;
-    if (!measureSide(a, b, height, node, side))
+    GridEdge edge;
+    if (!measureSide(a, b, edge, node, side))
         return;
-    const size_t numBefore = candidates.size();
+    const uint32 mark = ++mNumSearches;
     for (CellWalk walk(*this, a, b); !walk.isDone(); walk.advance())
     {
-        CellList* cell = findCell(walk.getCell());
-        if (cell != nullptr)
-            collectCell(candidates, *cell, height, range);
-    }
-    for (size_t i = numBefore; i < candidates.size(); ++i)
-        candidates[i]->mVisited = 0;
-}
-
-/// Appends the records of a cell within a range of a height that are not marked yet, and marks them.
-void NavMeshConnector::Grid::collectCell(CandidateList& candidates, const CellList& cell, float height, float range)
-{
-    for (GridEdge* edge : cell)
-    {
-        if (edge->mVisited != 0 || !(std::fabs(edge->mHeight - height) <= range))
-            continue;
-        candidates.push_back(edge);
-        edge->mVisited = 1;
+        visit(findCell(walk.getCell()),
+              [&](GridEdge& listed)
+              {
+                  if (listed.mVisited != mark && std::fabs(listed.mHeight - edge.mHeight) <= range)
+                  {
+                      candidates.push_back(&listed);
+                      listed.mVisited = mark;
+                  }
+                  return true;
+              });
     }
 }
 } // namespace KORV::NavMesh
