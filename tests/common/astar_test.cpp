@@ -46,7 +46,7 @@ public:
     }
     void addOpenNode(uint32 edge, uint32 nodeID, float pathCost, float heuristic) override
     {
-        mRecords[nodeID] = {pathCost + heuristic, pathCost, edge, 0};
+        mRecords[nodeID] = {pathCost + heuristic, pathCost, edge, 0, {}, false};
         push(&mRecords[nodeID]);
         mStates[nodeID] = 1;
     }

@@ -3,6 +3,8 @@
 #include "korv/common/memory/memoryexception.h"
 #include "support/test.h"
 
+#include <vector>
+
 using namespace KORV;
 using namespace KORV::Common;
 using Container::SegmentVector;
@@ -44,6 +46,25 @@ KORV_TEST(SegmentVector, elementsStayInPlaceAcrossSegments)
         EXPECT_EQ(Counted::sAlive - aliveBefore, static_cast<int>(COUNT));
     }
     EXPECT_EQ(Counted::sAlive, aliveBefore);
+}
+
+KORV_TEST(SegmentVector, appendsManyAcrossSegments)
+{
+    constexpr uint32 COUNT = SegmentVector<uint32>::SEGMENT_SIZE;
+    std::vector<uint32> numbers(2 * COUNT + 7);
+    for (uint32 i = 0; i < numbers.size(); ++i)
+        numbers[i] = i;
+    SegmentVector<uint32> vector(Memory::getDefaultAllocator());
+    uint32 size = 0;
+    for (const uint32 count : {0u, 5u, COUNT - 5u, COUNT, COUNT + 3u, 2 * COUNT + 7u})
+    {
+        EXPECT_EQ(vector.append(numbers.data(), count), size);
+        for (uint32 i = 0; i < count; ++i)
+            ASSERT_EQ(vector[size + i], i);
+        size += count;
+        EXPECT_EQ(vector.size(), size);
+    }
+    EXPECT_LT(vector.capacity(), size + COUNT);
 }
 
 KORV_TEST(SegmentVector, anIndexOutOfRangeIsReportedAndReachesNoElement)

@@ -4,7 +4,8 @@
 #include "korv/common/memory/memoryexception.h"
 #include "korv/common/threading/threadpool.h"
 #include "korv/navmesh/chordsolver.h"
-#include "korv/navmesh/edgegrid.h"
+#include "korv/navmesh/edgeboxes.h"
+#include "korv/navmesh/flatpieces.h"
 #include "korv/navmesh/polygoncreatetask.h"
 #include "korv/navmesh/trianglerescue.h"
 #include "navmesh/literaldecomposition.h"
@@ -36,10 +37,10 @@ SurfacePolygon surface(const Outline& outline)
     return polygon;
 }
 
-ConvexPieces decompose(const Outline& outline, float cube, Rescue& rescue)
+ConvexPieces decompose(const Outline& outline, float cube, Rescue& rescue, Rules rules = Rules::SPECIFIED)
 {
     ConvexPieces pieces(Common::Memory::getDefaultAllocator());
-    ConvexPolygonCreator creator(cube * 0.25f);
+    ConvexPolygonCreator creator(cube * 0.25f, rules);
     rescue = creator.decompose(pieces, surface(outline), UP, NEVER);
     return pieces;
 }
@@ -224,7 +225,7 @@ KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
         }
 }
 
-KORV_TEST(Decomposition, gridFindsTheEdgeThatTheLookAtAllFinds)
+KORV_TEST(Decomposition, boxesFindTheEdgeThatTheLookAtAllFinds)
 {
     const Outline outlines[] = {Outlines::FieldTracer(Outlines::pillarHall(1, 4, 16, 4.5f)).trace(),
                                 Outlines::FieldTracer(Outlines::noise(2, 30, 30, 0.1f)).trace(),
@@ -233,7 +234,8 @@ KORV_TEST(Decomposition, gridFindsTheEdgeThatTheLookAtAllFinds)
     for (const Outline& outline : outlines)
     {
         const PlaneOutline plane = drawnIn(outline, 0.25f);
-        EdgeGrid grid(plane.mPoints, Common::Memory::getDefaultAllocator());
+        EdgeBoxes boxes(plane.mPoints, Common::Memory::getDefaultAllocator());
+        boxes.build();
         std::mt19937 random(5);
         for (int ray = 0; ray < 5000; ++ray)
         {
@@ -242,7 +244,7 @@ KORV_TEST(Decomposition, gridFindsTheEdgeThatTheLookAtAllFinds)
             Vec2<float> dir = ray % 4 != 0 ? plane[a] - plane[b] : Vec2<float>(0.0f, ray % 8 != 0 ? 1.0f : -1.0f);
             if (dir.normalise() == 0.0f)
                 continue;
-            ASSERT_EQ(grid.findNearestEdge(a, dir), grid.findNearestEdgeOfAll(a, dir))
+            ASSERT_EQ(boxes.findNearestEdge(a, dir), boxes.findNearestEdgeOfAll(a, dir))
                 << "from " << a << " towards " << b;
         }
     }
@@ -273,6 +275,49 @@ KORV_TEST(Decomposition, piecesCoverTheOutline)
             expectSound(given.mOutline, triangles, cube, 1e-3);
         }
     EXPECT_GT(rescued, 0) << "the tiny cubes should need it";
+}
+
+KORV_TEST(Decomposition, refinedPiecesAreConvexOfAnySizeAndAnywhere)
+{
+    for (int kind = 2; kind < 6; ++kind) // those made of voxels
+        for (uint32 seed = 0; seed < 40; ++seed)
+        {
+            KORV_CONTEXT("kind " << kind << " seed " << seed);
+            Sample given = sample(kind, seed);
+            const float scale = seed % 2 != 0 ? 0.0078125f : 64.0f; // exact, so that the outline stays on its grid
+            for (Vec3<float>& point : given.mOutline)
+                point = point * scale + Vec3<float>(64.0f, -32.0f, 0.0f) * scale;
+            Rescue rescue = Rescue::TRIANGLES;
+            const ConvexPieces pieces = decompose(given.mOutline, given.mCube * scale, rescue, Rules::REFINED);
+            ASSERT_GT(pieces.size(), 0u);
+            EXPECT_EQ(rescue, Rescue::NONE);
+            expectSound(given.mOutline, pieces, static_cast<double>(given.mCube * scale), 1e-3);
+        }
+}
+
+KORV_TEST(Decomposition, flatPiecesJoinTheirNeighboursOrGo)
+{
+    // a square with a corner on its right side, and one in the middle of its left side, as chords to flat pieces
+    const Vector<Vec2<float>> points = {{0, 0}, {0, 2}, {0, 4}, {4, 4}, {4, 2}, {4, 0}};
+    ConvexPieces pieces(Common::Memory::getDefaultAllocator());
+    pieces.mStart = {0, 4, 7};
+    pieces.mCorners = {5, 3, 2, 0, 2, 1, 0, 5, 4, 3};
+    pieces.mNeighbours = {2, -1, 1, -1, -1, -1, 0, -1, -1, 0};
+    mergeFlatPieces(pieces, points, 1e-3);
+    ASSERT_EQ(pieces.size(), 1u);
+    ASSERT_EQ(pieces.mCorners.size(), 6u);
+    for (const int32 neighbour : pieces.mNeighbours)
+        EXPECT_EQ(neighbour, -1);
+
+    // the flat piece's longest side is one of the outline: it goes, and its neighbour is open there
+    const Vector<Vec2<float>> doubled = {{0, 0}, {2, 0}, {4, 0}, {2, -4}};
+    pieces.mStart = {0, 3};
+    pieces.mCorners = {2, 1, 0, 3, 2, 1};
+    pieces.mNeighbours = {1, -1, -1, -1, 0, -1};
+    mergeFlatPieces(pieces, doubled, 1e-3);
+    ASSERT_EQ(pieces.size(), 1u);
+    for (const int32 neighbour : pieces.mNeighbours)
+        EXPECT_EQ(neighbour, -1);
 }
 
 KORV_TEST(Decomposition, nodesOfSimpleOutlines)

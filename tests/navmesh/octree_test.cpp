@@ -87,6 +87,22 @@ public:
     }
 };
 
+/// Remembers its calls, and can fail at one.
+class CallSequence : public TriangleClassifier
+{
+public:
+    void classifyTriangle(TriangleClass& result, const GeometryInfo&, uint32 triangle) override
+    {
+        if (mTriangles.size() == mFailAt)
+            throw new Common::Exceptions::NotSupportedException("no");
+        mTriangles.push_back(triangle);
+        result = {triangle % 3 == 0, static_cast<uint16>(triangle)};
+    }
+
+    std::vector<uint32> mTriangles;
+    size_t mFailAt = SIZE_MAX;
+};
+
 class StopAtCall : public ProgressReceiver
 {
 public:
@@ -180,6 +196,45 @@ KORV_TEST(Octree, agreesWithTheDefinitionOnAnyTriangles)
             all[i] = i;
         reference.insert(all, min + Vec3<float>(edge, edge, edge) * 0.5f, edge, {}, size);
         EXPECT_EQ(voxelsOf(run), reference.mVoxels);
+    }
+}
+
+KORV_TEST(Octree, isTheSameForAnyNumberOfWorkers)
+{
+    std::mt19937 random(5);
+    std::uniform_real_distribution<float> coordinate(0.0f, 400.0f);
+    VoxelScene scene(200, UP_Z);
+    for (uint32 n = 0; n < 80; ++n)
+    {
+        for (int corner = 0; corner < 3; ++corner) // every other one level
+            scene.mVertices.push_back(
+                {coordinate(random), coordinate(random), n % 2 == 0 ? static_cast<float>(4 * n) : coordinate(random)});
+        scene.mTriangles.push_back({{3 * n + 2, 3 * n + 3, 3 * n + 4}});
+    }
+    CallSequence calls[3];
+    Voxels voxels[3];
+    for (const uint32 workers : {1u, 2u, 3u})
+    {
+        GeometryInfo geometry = scene.getGeometry();
+        geometry.mClassifier = &calls[workers - 1];
+        OctreeRun run({geometry}, {1.0f}, 0, workers);
+        run.buildTree();
+        voxels[workers - 1] = voxelsOf(run);
+        EXPECT_GT(run.mOctree->getLeafOctants().size(), 200000u) << "else the workers have nothing to do";
+    }
+    for (const int other : {1, 2})
+    {
+        EXPECT_TRUE(voxels[other] == voxels[0]);
+        EXPECT_TRUE(calls[other].mTriangles == calls[0].mTriangles);
+    }
+    for (const size_t failAt : {size_t{30000}, calls[0].mTriangles.size() - 1})
+    {
+        CallSequence failing;
+        failing.mFailAt = failAt;
+        GeometryInfo geometry = scene.getGeometry();
+        geometry.mClassifier = &failing;
+        OctreeRun run({geometry}, {1.0f}, 0, 2);
+        Testing::expectThrow<Common::Exceptions::NotSupportedException>([&] { run.buildTree(); });
     }
 }
 

@@ -399,12 +399,19 @@ KORV_TEST(PathSearch, brokenMeshesAreSafe)
         breakMesh(*mesh);
         NavMeshPathSearch search(mesh);
         const auto anyNode = [&] { return static_cast<int>(random() % mesh->mNodes.size()); };
+        NavMeshSearchFilter filter(mesh->getMemory());
+        filter.setBodyRadius(0.1f);
+        filter.setCharacter({});
+        search.setFilter(round % 3 == 0 ? &filter : nullptr);
         ASSERT_TRUE(search.initSearch({}, anyNode(), {5, 0, 0}, anyNode()));
         search.runSearch(static_cast<uint32>(random() % 6));
         if (round % 2 == 0)
             breakMesh(*mesh);
         EXPECT_LT(runAll(search, 3), 1);
         EXPECT_LE(search.getPath().size(), 30u);
+        const NavMeshPlace place = search.getNearestReachable();
+        if (place.isValid())
+            search.getPathTo(place.mNodeID);
         dropReports(); // a changed mesh may be reported
     }
 }

@@ -97,7 +97,8 @@ public:
     /// @param characterHeights  [world units]
     OctreeRun(const std::vector<NavMesh::GeometryInfo>& geometries, const std::vector<float>& characterHeights,
               int32 splitDepth = 0, uint32 numThreads = 1, NavMesh::ProgressReceiver* receiver = nullptr,
-              float cubeSize = VoxelScene::CUBE_SIZE)
+              float cubeSize = VoxelScene::CUBE_SIZE, NavMesh::Rules rules = NavMesh::Rules::SPECIFIED,
+              bool isSplitDepthAutomatic = false)
         : mGeometries(geometries.begin(), geometries.end()), mControl(receiver, mStatistics),
           mPool(Common::Threading::ThreadPool::create(Common::Interface::getSharedAllocator(), numThreads, 0)),
           mPolygons(Common::Memory::getDefaultAllocator())
@@ -113,8 +114,8 @@ public:
         NavMesh::NavMeshBuilder::Parameter parameter;
         parameter.mCubeSize = cubeSize;
         parameter.mSplitDepth = splitDepth;
-        mOctree.reset(new (mPool->getAllocator())
-                          NavMesh::NavMeshOctree(parameter, &mGeometries, classifier, mPool.get(), mControl));
+        mOctree.reset(new (mPool->getAllocator()) NavMesh::NavMeshOctree(
+            parameter, &mGeometries, classifier, mPool.get(), mControl, rules, isSplitDepthAutomatic));
     }
 
     /// The stages one by one on this thread, without the last step, which straightens the outlines.

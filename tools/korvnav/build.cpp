@@ -45,7 +45,7 @@ struct BuildArguments
     std::string mWinding = "ccw";
     std::string mThreads = "0";
     std::string mSplitDepth = "-2";
-    std::string mRules = "specified";
+    std::string mRules = "refined";
     std::string mPicture;
     bool mQuiet = false;
     bool mVerbose = false;
@@ -64,6 +64,7 @@ struct BuildOptions
     float mCube = 0.0f;
     uint32 mThreads = 0;
     int32 mSplitDepth = CHOOSE_SPLIT_DEPTH;
+    bool mRefined = true;
     Verbosity mVerbosity = Verbosity::Normal;
 };
 
@@ -125,6 +126,7 @@ BuildOptions interpret(const BuildArguments& arguments)
     options.mSurfaceTypes = surfaceTypesFor(options.mRules.mSurfaces);
     options.mThreads = parseThreads(arguments.mThreads);
     options.mSplitDepth = parseSplitDepth(arguments.mSplitDepth);
+    options.mRefined = arguments.mRules == "refined";
     options.mVerbosity = arguments.mQuiet     ? Verbosity::Quiet
                          : arguments.mVerbose ? Verbosity::Verbose
                          : arguments.mJson    ? Verbosity::Json
@@ -239,6 +241,7 @@ public:
             builder.addSurfaceType(surfaceType);
         }
         inputs.addTo(builder);
+        builder.setRefined(options.mRefined);
         builder.setProgressReceiver(&progress);
     }
     ~Configured()
@@ -335,7 +338,7 @@ MeshPtr generate(NavMesh::NavMeshBuilder& builder, const BuildOptions& options)
 void writeFiles(const BuildOptions& options, const MeshPtr& mesh, const std::string& title)
 {
     AtomicFile meshFile(options.mOutput);
-    writeMesh(meshFile.getTemporaryName(), options.mOutput, mesh);
+    writeMesh(meshFile.getTemporaryName(), options.mOutput, mesh, formFor(options.mOutput));
     std::optional<AtomicFile> pictureFile;
     if (!options.mPicture.empty())
     {
@@ -444,8 +447,12 @@ void addMeshOptions(CLI::App& command, BuildArguments& arguments)
                     "octree levels that a surface never crosses; -1: none, -2: chosen by the size of the scene")
         ->type_name("N")
         ->capture_default_str();
-    command.add_option("--rules", arguments.mRules, "rules of the generation")
-        ->check(CLI::IsMember({"specified"}))
+    command
+        .add_option(
+            "--rules", arguments.mRules,
+            "rules of the generation: refined ones make fewer nodes and links that bodies can follow; specified ones\n"
+            "are those of the library when nobody chooses")
+        ->check(CLI::IsMember({"specified", "refined"}))
         ->capture_default_str();
     command
         .add_option("--threads", arguments.mThreads,
@@ -456,7 +463,11 @@ void addMeshOptions(CLI::App& command, BuildArguments& arguments)
 
 void addOutputOptions(CLI::App& command, BuildArguments& arguments)
 {
-    command.add_option("-o,--output", arguments.mOutput, "mesh document to write")->required()->type_name("MESH.xml");
+    command
+        .add_option("-o,--output", arguments.mOutput,
+                    "mesh to write, in binary form if it ends in .knm (recommended), else as a document")
+        ->required()
+        ->type_name("MESH.knm|MESH.xml");
     command.add_option("--svg", arguments.mPicture, "picture of the mesh to write")->type_name("PICTURE.svg");
     CLI::Option* const quiet = command.add_flag("--quiet", arguments.mQuiet, "print nothing but warnings and errors");
     CLI::Option* const verbose =

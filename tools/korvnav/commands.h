@@ -16,4 +16,7 @@ struct Command
 
 Command addBuildCommand(CLI::App& program);
 Command addInfoCommand(CLI::App& program);
+Command addPathCommand(CLI::App& program);
+Command addPruneCommand(CLI::App& program);
+Command addConvertCommand(CLI::App& program);
 } // namespace KORV::Tool

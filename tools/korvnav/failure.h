@@ -12,6 +12,7 @@ enum class ExitCode : int
     BadInput = 1,
     BadUsage = 2,
     NothingWalkable = 3,
+    NoWay = 3, ///< of the two, a subcommand knows one
     Signal = 128
 };
 

@@ -20,33 +20,6 @@ struct InfoOptions
     bool mJson = false;
 };
 
-constexpr std::size_t SHOWN_VIOLATIONS = 20;
-
-std::vector<std::string> findViolations(const NavMesh::NavMeshContainer& mesh)
-{
-    std::vector<std::string> texts;
-    for (const NavMesh::NavMeshContainer::Violation& violation : mesh.checkInvariants())
-    {
-        std::string where;
-        if (violation.mNode >= 0)
-            where = "node " + std::to_string(violation.mNode);
-        if (violation.mSide >= 0)
-            where += ", side " + std::to_string(violation.mSide);
-        texts.push_back((where.empty() ? "mesh" : where) + ": " + toStd(violation.mText));
-    }
-    return texts;
-}
-
-[[noreturn]] void refuseBroken(const std::string& fileName, const std::vector<std::string>& violations)
-{
-    std::string text = fileName + ": the mesh breaks its invariants:";
-    for (std::size_t index = 0; index < violations.size() && index < SHOWN_VIOLATIONS; ++index)
-        text += "\n  " + violations[index];
-    if (violations.size() > SHOWN_VIOLATIONS)
-        text += "\n  and " + grouped(violations.size() - SHOWN_VIOLATIONS) + " more (--json lists them)";
-    throw Failure(ExitCode::BadInput, text + "\n  Build the mesh again from its scene.");
-}
-
 void inform(const InfoOptions& options)
 {
     const Reports reports;
@@ -58,7 +31,7 @@ void inform(const InfoOptions& options)
     for (const std::string& warning : searchLimitWarnings(figures))
         printWarning(warning);
     if (!violations.empty())
-        refuseBroken(options.mMesh, violations);
+        refuseBrokenMesh(options.mMesh, violations);
 }
 
 int runInfo(const InfoOptions& options)
@@ -73,7 +46,7 @@ Command addInfoCommand(CLI::App& program)
 {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App* const command = program.add_subcommand("info", "Tells what a stored mesh holds and whether it is sound.");
-    command->add_option("mesh", options->mMesh, "mesh document to read")->required()->type_name("MESH.xml");
+    command->add_option("mesh", options->mMesh, "mesh to read")->required()->type_name("MESH");
     command->add_flag("--json", options->mJson, "print one JSON object, and nothing else, on standard output");
     command->footer(INFO_JSON_HELP);
     return {command, [options] { return runInfo(*options); }};

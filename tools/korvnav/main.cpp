@@ -1,4 +1,4 @@
-// korvnav: makes navigation meshes from scene files, and tells about them.
+// korvnav: makes navigation meshes from scene files, tells about them and finds ways on them.
 
 #include "commands.h"
 #include "failure.h"
@@ -22,13 +22,15 @@ int runNamed(const std::vector<Command>& commands)
 
 int parseAndRun(int argc, char** argv)
 {
-    CLI::App program("Makes navigation meshes for characters from scene files.", "korvnav");
+    CLI::App program("Makes navigation meshes for characters from scene files, and finds ways on them.", "korvnav");
     program.set_version_flag("--version", std::string("korvnav ") + KORVNAV_VERSION);
     program.require_subcommand(1);
     program.footer(
-        "Exit codes: 0 done; 1 the input could not be used; 2 wrong usage; 3 nothing walkable in the scene;\n"
-        "128 and the signal's number when a signal stopped it (130 for Ctrl-C).\n");
-    const std::vector<Command> commands = {addBuildCommand(program), addInfoCommand(program)};
+        "Exit codes: 0 done; 1 the input could not be used; 2 wrong usage; 3 nothing walkable in the scene,\n"
+        "or no way from one place to the other; 128 and the signal's number when a signal stopped it (130 for "
+        "Ctrl-C).\n");
+    const std::vector<Command> commands = {addBuildCommand(program), addInfoCommand(program), addPathCommand(program),
+                                           addPruneCommand(program), addConvertCommand(program)};
     try
     {
         program.parse(argc, argv);

@@ -178,4 +178,47 @@ int32 parseSplitDepth(const std::string& text)
         refuse("--split-depth", "'" + text + "'", "expected a whole number; -2 chooses by the size of the scene.");
     return *depth;
 }
+
+Vector3 parsePoint(const std::string& option, const std::string& text)
+{
+    const std::vector<std::string> fields = split(text, ',');
+    Vector3 point;
+    for (int axis = 0; axis < 3 && fields.size() == 3; ++axis)
+    {
+        const std::optional<float> number = parseNumber<float>(fields[static_cast<std::size_t>(axis)]);
+        if (!number || !std::isfinite(*number))
+            refuse(option, "'" + text + "'", "'" + fields[static_cast<std::size_t>(axis)] + "' is no number.");
+        point[axis] = *number;
+    }
+    if (fields.size() != 3)
+        refuse(option, "'" + text + "'", "expected three numbers X,Y,Z without blanks, such as 1.5,0,-2.");
+    return point;
+}
+
+float parseRadius(const std::string& text)
+{
+    const std::optional<float> radius = parseLength(text, true);
+    if (!radius)
+        refuse("--radius", "'" + text + "'", "expected a number, 0 or more, in units of the mesh.");
+    return *radius;
+}
+
+uint32 parseSteps(const std::string& text)
+{
+    const std::optional<uint32> steps = parseNumber<uint32>(text);
+    if (!steps || *steps == 0)
+        refuse("--steps", "'" + text + "'", "expected a whole number, 1 or more.");
+    return *steps;
+}
+
+CostOption parseCost(const std::string& text)
+{
+    const std::size_t at = text.rfind('=');
+    if (at == std::string::npos || at == 0)
+        refuse("--cost", "'" + text + "'", "expected SURFACE=FACTOR, such as grass=2.");
+    const std::optional<float> factor = parseNumber<float>(text.substr(at + 1));
+    if (!factor || !std::isfinite(*factor) || (*factor > 0.0f && *factor < 1.0f))
+        refuse("--cost", "'" + text + "'", "the factor must be at least 1, or 0 to forbid the surface.");
+    return {text.substr(0, at), *factor};
+}
 } // namespace KORV::Tool

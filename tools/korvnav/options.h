@@ -60,5 +60,21 @@ double parseSlope(const std::string& text);
 uint32 parseThreads(const std::string& text);
 int32 parseSplitDepth(const std::string& text);
 
+/// X,Y,Z, all finite.
+Common::Math::Vec3<float> parsePoint(const std::string& option, const std::string& text);
+/// A finite number, 0 or more.
+float parseRadius(const std::string& text);
+/// Nodes a slice, at least 1.
+uint32 parseSteps(const std::string& text);
+
+struct CostOption
+{
+    std::string mSurface;
+    float mFactor = 1.0f;
+};
+
+/// SURFACE=FACTOR; the last '=' counts. The factor is 0 or less, or at least 1.
+CostOption parseCost(const std::string& text);
+
 constexpr uint32 MAX_THREADS = 1024;
 } // namespace KORV::Tool

@@ -3,12 +3,14 @@
 #include "figures.h"
 #include "picturelayout.h"
 #include "picturelinks.h"
+#include "pictureway.h"
 #include "svg.h"
 #include "text.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <optional>
 
 namespace KORV::Tool
 {
@@ -218,7 +220,7 @@ std::string heightRange(float lowest, float highest)
 /// What a picture is made of.
 struct Drawing
 {
-    explicit Drawing(const NavMesh::NavMeshContainer& mesh)
+    Drawing(const NavMesh::NavMeshContainer& mesh, const NavMesh::NavMeshWay* way)
         : mView(mesh), mFigures(measure(mesh)), mLinks(mView.links()), mFloors(sortIntoFloors(mView, mLinks)),
           mLayout(layOutPanels(mView, mFloors.size())),
           mArrows(chooseArrows(mView, mLinks, mFloors, ARROW_SPACING / mLayout.mScale))
@@ -230,6 +232,8 @@ struct Drawing
             mLowest = std::min(mLowest, floor.mLowest);
             mHighest = std::max(mHighest, floor.mHighest);
         }
+        if (way != nullptr)
+            mWay.emplace(mView, mFloors, *way);
     }
 
     float panelX(std::size_t index) const
@@ -253,6 +257,7 @@ struct Drawing
     std::vector<Floor> mFloors;
     PanelLayout mLayout;
     std::vector<Arrow> mArrows;
+    std::optional<PictureWay> mWay;
     float mLowest = 0.0f;
     float mHighest = 0.0f;
 };
@@ -279,6 +284,10 @@ std::string paintPanels(const Drawing& drawing, const Shading& shading)
         result += painter.nodes(floor);
         result += "<g class=\"edge\">" + painter.edges(floor, index) + "</g>\n";
         result += painter.arrows(drawing.mArrows, static_cast<uint32>(index));
+        if (drawing.mWay)
+            result += drawing.mWay->paint(
+                static_cast<uint32>(index), [&](const PlanPoint& point) { return painter.x(point); },
+                [&](const PlanPoint& point) { return painter.y(point); });
         result += "</g>\n";
     }
     return result;
@@ -298,6 +307,7 @@ public:
         surfaces();
         heights();
         links();
+        way();
         scaleBar();
         axes();
         return mResult;
@@ -419,6 +429,27 @@ private:
         mY += LEGEND_ROW + 8;
     }
 
+    void way()
+    {
+        if (!mDrawing.mWay)
+            return;
+        heading("Way");
+        const auto row = [this](const std::string& symbol, const std::string& caption)
+        {
+            mResult += symbol + text(mX + 34, mY, caption);
+            mY += LEGEND_ROW;
+        };
+        const auto stroke = [this](const std::string& style)
+        { return "<path class=\"way " + style + "\" d=\"M" + pixels(mX + 2) + " " + pixels(mY - 4) + "h22\"/>\n"; };
+        row(PictureWay::marker(mX + 12, mY - 4, "ws"), "start");
+        row(PictureWay::marker(mX + 12, mY - 4, "we"), "end");
+        row(stroke("ww"), "walked");
+        row(stroke("wj"), "jumped or dropped");
+        if (mDrawing.mFloors.size() > 1)
+            row(stroke("wo"), "on another floor");
+        mY += 8;
+    }
+
     void scaleBar()
     {
         heading("Scale");
@@ -474,12 +505,12 @@ std::string subtitle(const Drawing& drawing)
 }
 } // namespace
 
-std::string drawPicture(const NavMesh::NavMeshContainer& mesh, const std::string& title)
+std::string drawPicture(const NavMesh::NavMeshContainer& mesh, const std::string& title, const NavMesh::NavMeshWay* way)
 {
     if (mesh.mNodes.empty())
         return "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"200\" height=\"60\"><text x=\"20\" y=\"35\">empty "
                "mesh</text></svg>\n";
-    const Drawing drawing(mesh);
+    const Drawing drawing(mesh, way);
     const Shading shading(drawing.mFigures, drawing.mLowest, drawing.mHighest, 0.5f * mesh.mCubeSize);
     Legend legend(drawing, shading);
     const std::string legendText = legend.paint();
@@ -489,7 +520,7 @@ std::string drawPicture(const NavMesh::NavMeshContainer& mesh, const std::string
 
     std::string svg = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + pixels(width) + "\" height=\"" +
                       pixels(height) + "\" viewBox=\"0 0 " + pixels(width) + " " + pixels(height) + "\">\n";
-    svg += STYLE;
+    svg += STYLE + (way != nullptr ? "<style>\n" + std::string(PictureWay::STYLE) + "</style>\n" : "");
     svg += "<rect width=\"100%\" height=\"100%\" fill=\"#f6f7f9\"/>\n";
     svg += text(MARGIN, MARGIN + 16, title, "class=\"title\"");
     svg += text(MARGIN, MARGIN + 38, subtitle(drawing), "class=\"sub\"");

@@ -1,10 +1,9 @@
 #include "summary.h"
 
 #include "failure.h"
+#include "json.h"
 #include "library.h"
 #include "text.h"
-
-#include <nlohmann/json.hpp>
 
 #include <iostream>
 #include <sys/resource.h>
@@ -13,16 +12,9 @@ namespace KORV::Tool
 {
 namespace
 {
-using Json = nlohmann::ordered_json;
 using Mesh = NavMesh::NavMeshContainer;
 
 constexpr double MEBIBYTE = 1024.0 * 1024.0;
-
-/// A line of the text for a person: a heading in a column of its own.
-std::string line(const std::string& heading, const std::string& text)
-{
-    return "  " + heading + std::string(heading.size() < 11 ? 12 - heading.size() : 1, ' ') + text + "\n";
-}
 
 std::string linkText(const LinkCounts& links)
 {
@@ -50,9 +42,9 @@ std::string surfaceLines(const MeshFigures& figures)
     for (const auto& [id, surface] : figures.mSurfaces)
     {
         const std::string name = surface.mName.empty() ? "(no name)" : surface.mName;
-        text += line(text.empty() ? "surfaces" : "", name + " = " + std::to_string(id) + ": " +
-                                                         counted(surface.mNodes, "node") + ", area " +
-                                                         groupedDecimal(surface.mArea, 1));
+        text += entry(text.empty() ? "surfaces" : "", name + " = " + std::to_string(id) + ": " +
+                                                          counted(surface.mNodes, "node") + ", area " +
+                                                          groupedDecimal(surface.mArea, 1));
     }
     return text;
 }
@@ -69,25 +61,14 @@ std::string stageText(const NavMesh::NavMeshBuilder::Statistics& statistics)
     return decimal(statistics.mStages[total].mSeconds, 2) + " s (" + text + ")";
 }
 
-Json linkJson(const LinkCounts& links)
+JsonValue linkJson(const LinkCounts& links)
 {
     return {{"level", links.mLevel}, {"up", links.mUp}, {"down", links.mDown}};
 }
 
-Json vectorJson(const NavMesh::Vec3<float>& vector)
+JsonValue charactersJson(const Mesh& mesh)
 {
-    return {asDouble(vector.mX), asDouble(vector.mY), asDouble(vector.mZ)};
-}
-
-/// Names come from files: bytes that are no UTF-8 are replaced rather than refused.
-std::string dump(const Json& json)
-{
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-Json charactersJson(const Mesh& mesh)
-{
-    Json list = Json::array();
+    JsonValue list = JsonValue::array();
     for (const NavMesh::CharacterInfo& character : mesh.mCharacters)
         list.push_back({{"name", toStd(character.mName)},
                         {"userId", character.mUserID},
@@ -98,9 +79,9 @@ Json charactersJson(const Mesh& mesh)
     return list;
 }
 
-Json surfacesJson(const MeshFigures& figures)
+JsonValue surfacesJson(const MeshFigures& figures)
 {
-    Json list = Json::array();
+    JsonValue list = JsonValue::array();
     for (const auto& [id, surface] : figures.mSurfaces)
         list.push_back({{"name", surface.mName}, {"id", id}, {"nodes", surface.mNodes}, {"area", surface.mArea}});
     return list;
@@ -127,24 +108,24 @@ std::string buildText(const BuildSummary& summary, const Mesh& mesh)
     for (const std::string& scene : summary.mScenes)
         scenes += (scenes.empty() ? "" : ", ") + scene;
     std::string text = scenes + "\n";
-    text += line("scene", grouped(summary.mSceneVertices) + " vertices" + ", " +
-                              counted(summary.mSceneTriangles, "triangle") + ", " +
-                              grouped(summary.mWalkableTriangles) + " of them walkable");
-    text += line("voxels", grouped(statistics.mNumVoxels) + " occupied, " + grouped(statistics.mNumWalkableVoxels) +
-                               " walkable in " + counted(statistics.mNumSurfaces, "surface") + ", cube " +
-                               shortest(mesh.mCubeSize));
-    text += line("mesh", counted(figures.mNodes, "node") + ", area " + groupedDecimal(figures.mArea, 1));
-    text += line("links", linkText(figures.mLinks));
-    text += line("heights", heightText(mesh));
+    text += entry("scene", grouped(summary.mSceneVertices) + " vertices" + ", " +
+                               counted(summary.mSceneTriangles, "triangle") + ", " +
+                               grouped(summary.mWalkableTriangles) + " of them walkable");
+    text += entry("voxels", grouped(statistics.mNumVoxels) + " occupied, " + grouped(statistics.mNumWalkableVoxels) +
+                                " walkable in " + counted(statistics.mNumSurfaces, "surface") + ", cube " +
+                                shortest(mesh.mCubeSize));
+    text += entry("mesh", counted(figures.mNodes, "node") + ", area " + groupedDecimal(figures.mArea, 1));
+    text += entry("links", linkText(figures.mLinks));
+    text += entry("heights", heightText(mesh));
     text += surfaceLines(figures);
     const uint64 rescues = uint64{statistics.mNumInsetRescues} + statistics.mNumTriangleRescues;
     if (rescues > 0)
-        text += line("rescues", counted(rescues, "outline") + " cut in a second way");
-    text += line("time", stageText(statistics));
-    text += line("memory", decimal(static_cast<double>(summary.mPeakMemoryBytes) / MEBIBYTE, 1) + " MiB at most");
-    text += line("written", summary.mOutput);
+        text += entry("rescues", counted(rescues, "outline") + " cut in a second way");
+    text += entry("time", stageText(statistics));
+    text += entry("memory", decimal(static_cast<double>(summary.mPeakMemoryBytes) / MEBIBYTE, 1) + " MiB at most");
+    text += entry("written", summary.mOutput);
     if (!summary.mPicture.empty())
-        text += line("picture", summary.mPicture);
+        text += entry("picture", summary.mPicture);
     return text;
 }
 
@@ -152,7 +133,7 @@ std::string buildJson(const BuildSummary& summary, const Mesh& mesh)
 {
     const auto& statistics = summary.mStatistics;
     constexpr uint32 total = NavMesh::NavMeshBuilder::Statistics::NUM_STAGES - 1;
-    Json stages = Json::object();
+    JsonValue stages = JsonValue::object();
     for (uint32 stage = 0; stage < total; ++stage)
         if (statistics.mStages[stage].mName != nullptr)
             stages[statistics.mStages[stage].mName] = statistics.mStages[stage].mSeconds;
@@ -176,36 +157,36 @@ std::string infoText(const std::string& fileName, const MeshFigures& figures, co
                      const std::vector<std::string>& violations)
 {
     std::string text = fileName + "\n";
-    text += line("mesh", counted(figures.mNodes, "node") + ", " + counted(figures.mSides, "side") + ", area " +
-                             groupedDecimal(figures.mArea, 1));
+    text += entry("mesh", counted(figures.mNodes, "node") + ", " + counted(figures.mSides, "side") + ", area " +
+                              groupedDecimal(figures.mArea, 1));
     if (figures.mWithoutArea > 0)
-        text += line("", counted(figures.mWithoutArea, "node") + " of them without area");
-    text += line("vertices", grouped(figures.mVertices));
-    text += line("links", linkText(figures.mLinks));
-    text += line("up", shortest(mesh.mNormal.mX) + " " + shortest(mesh.mNormal.mY) + " " + shortest(mesh.mNormal.mZ));
-    text += line("cube", shortest(mesh.mCubeSize));
-    text += line("box", shortest(figures.mMinimum.mX) + " " + shortest(figures.mMinimum.mY) + " " +
-                            shortest(figures.mMinimum.mZ) + " to " + shortest(figures.mMaximum.mX) + " " +
-                            shortest(figures.mMaximum.mY) + " " + shortest(figures.mMaximum.mZ));
-    text += line("heights", heightText(mesh));
+        text += entry("", counted(figures.mWithoutArea, "node") + " of them without area");
+    text += entry("vertices", grouped(figures.mVertices));
+    text += entry("links", linkText(figures.mLinks));
+    text += entry("up", shortest(mesh.mNormal.mX) + " " + shortest(mesh.mNormal.mY) + " " + shortest(mesh.mNormal.mZ));
+    text += entry("cube", shortest(mesh.mCubeSize));
+    text += entry("box", shortest(figures.mMinimum.mX) + " " + shortest(figures.mMinimum.mY) + " " +
+                             shortest(figures.mMinimum.mZ) + " to " + shortest(figures.mMaximum.mX) + " " +
+                             shortest(figures.mMaximum.mY) + " " + shortest(figures.mMaximum.mZ));
+    text += entry("heights", heightText(mesh));
     for (std::size_t index = 0; index < mesh.mCharacters.size(); ++index)
     {
         const NavMesh::CharacterInfo& character = mesh.mCharacters[index];
-        text += line(index == 0 ? "characters" : "",
-                     toStd(character.mName) + ": height " + shortest(character.mPhysicalHeight) + ", jump " +
-                         shortest(character.mJumpHeight) + ", fall " + shortest(character.mFallHeight) + ", user id " +
-                         std::to_string(character.mUserID));
+        text += entry(index == 0 ? "characters" : "",
+                      toStd(character.mName) + ": height " + shortest(character.mPhysicalHeight) + ", jump " +
+                          shortest(character.mJumpHeight) + ", fall " + shortest(character.mFallHeight) + ", user id " +
+                          std::to_string(character.mUserID));
     }
     text += surfaceLines(figures);
-    text += line("memory", decimal(static_cast<double>(mesh.getMemoryUsage()) / MEBIBYTE, 2) + " MiB");
-    text += line("invariants", violations.empty() ? "hold" : "broken, " + counted(violations.size(), "violation"));
+    text += entry("memory", decimal(static_cast<double>(mesh.getMemoryUsage()) / MEBIBYTE, 2) + " MiB");
+    text += entry("invariants", violations.empty() ? "hold" : "broken, " + counted(violations.size(), "violation"));
     return text;
 }
 
 std::string infoJson(const std::string& fileName, const MeshFigures& figures, const Mesh& mesh,
                      const std::vector<std::string>& violations)
 {
-    Json heights = Json::array();
+    JsonValue heights = JsonValue::array();
     for (const float height : mesh.mHeight)
         heights.push_back(asDouble(height));
     return dump({{"file", fileName},

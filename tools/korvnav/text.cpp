@@ -60,6 +60,11 @@ double asDouble(float value)
     return result;
 }
 
+std::string entry(const std::string& heading, const std::string& text)
+{
+    return "  " + heading + std::string(heading.size() < 11 ? 12 - heading.size() : 1, ' ') + text + "\n";
+}
+
 void printWarning(const std::string& text)
 {
     std::cerr << "korvnav: warning: " << text << std::endl;

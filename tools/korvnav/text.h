@@ -19,6 +19,9 @@ std::string counted(std::uint64_t number, const std::string& what);
 /// The double whose shortest text is that of the float: 1.8 and not 1.7999999523162842.
 double asDouble(float value);
 
+/// A line of a summary: a heading in a column of its own.
+std::string entry(const std::string& heading, const std::string& text);
+
 /// A line for a person on standard error, headed by the program's name.
 void printWarning(const std::string& text);
 void printError(const std::string& text);

@@ -181,6 +181,15 @@ KORV_TEST(Xml, everyCutDocumentIsRefused)
     }
 }
 
+KORV_TEST(Xml, hugeNamesAndValuesAreReadOrRefusedAtTheirPlace)
+{
+    const std::string huge(500000, 'x');
+    EXPECT_EQ(rewritten("<a " + huge + "=\"" + huge + "\"><b/></a>"),
+              "<a " + huge + "=\"" + huge + "\">\n\t<b/>\n</a>\n");
+    EXPECT_EQ(refusal("<a>\n<b x=\"" + huge + "></b></a>"), "XMLParser: End of buffer reached. @2:4");
+    EXPECT_EQ(refusal("<a>\n<" + huge + "></b></a>"), "XMLParser: Name in starttag and endtag are not equal @2:500003");
+}
+
 KORV_TEST(Xml, zeroBytesAreWhiteSpaceAndPartsOfNames)
 {
     using namespace std::string_view_literals;

@@ -7,6 +7,7 @@
 #include "korv/common/astar/bitmask.h"
 #include "korv/navmesh/api.h"
 #include "korv/navmesh/navmeshcontainer.h"
+#include "korv/navmesh/navmeshsearchfilter.h"
 #include "korv/navmesh/types.h"
 
 namespace KORV::NavMesh
@@ -17,42 +18,6 @@ constexpr uint32 KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS = 20;
 constexpr uint32 STARTNODE_MASK = Common::Utility::BitMask<KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS>::MASK;
 /// The largest value of the side field; sides stay below it.
 constexpr uint32 BORDER_MASK = Common::Utility::BitMask<32 - KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS>::MASK;
-
-/// The middle points of a mesh, each computed when somebody first asks for it in a search.
-/// The results are those of NavMeshContainer::getNodeMiddlePoint.
-class KORV_NAVMESH_API NodeMiddlePoints
-{
-public:
-    explicit NodeMiddlePoints(Common::Memory::Allocator* allocator);
-    ~NodeMiddlePoints();
-    NodeMiddlePoints(const NodeMiddlePoints&) = delete;
-    NodeMiddlePoints& operator=(const NodeMiddlePoints&) = delete;
-
-    /// Forgets all points, since the mesh may have changed, and makes room for those of @p mesh, which must outlive the
-    /// use of the points. Cost: one bit a node. Throws OutOfMemoryException; there is then room for none.
-    void reset(const NavMeshContainer& mesh);
-
-    /// @param nodeID  a node of the mesh that was there at the last reset.
-    const Vec3<float>& get(uint32 nodeID)
-    {
-        if ((mKnown[nodeID / 64] >> (nodeID % 64) & 1) == 0)
-            compute(nodeID);
-        return mPoints[nodeID];
-    }
-    /// Nodes that get may be asked for.
-    uint32 size() const { return mSize; }
-
-private:
-    void compute(uint32 nodeID);
-    void freePoints();
-
-    const NavMeshContainer* mMesh = nullptr;
-    Vec3<float>* mPoints = nullptr; // raw until a node's bit is set
-    uint32 mCapacity = 0;
-    uint32 mSize = 0;
-    Vector<uint64> mKnown;
-    Common::Memory::Allocator* mAllocator;
-};
 
 /// The mesh as a search graph: its nodes are the mesh's nodes, its edges the sides with a neighbour. Neighbour entries
 /// that name no node are no edges. Keeps the mesh alive.
@@ -98,7 +63,8 @@ struct KORV_NAVMESH_API NMSearchPoints
     Vec3<float> mEndPos;
     int32 mStartNode = -1;
     int32 mEndNode = -1;
-    NodeMiddlePoints* mMiddlePoints = nullptr; ///< null: computed on every call; not owned
+    /// Where the middle points of the nodes that a search has reached are kept; null: none are. Not owned.
+    const Common::Astar::AStarStorageFast* mStorage = nullptr;
 
     /// The point where a way leaves a node, and the one where it arrives. [world units]
     Vec3<float> getFromPoint(uint32 nodeID) const;
@@ -108,7 +74,8 @@ private:
     Vec3<float> getMiddlePoint(uint32 nodeID) const;
 };
 
-/// The cost of crossing a side: the straight distance between the points of the two nodes. [world units]
+/// The cost of crossing a side: the straight distance between the points of the two nodes, times what the filter asks
+/// for the surface of the node entered. [world units]
 class KORV_NAVMESH_API NMCostFunc : public Common::Astar::CostFunc
 {
 public:
@@ -117,10 +84,11 @@ public:
                int startNode, int endNode);
     ~NMCostFunc() override;
 
-    /// @return infinity for an edge that does not exist.
+    /// @return infinity for an edge that does not exist or that the filter does not allow.
     float calcCost(uint32 edge) override;
 
     NMSearchPoints mPoints;
+    const NavMeshSearchFilter* mFilter = nullptr; ///< null: all is allowed at the plain cost; not owned
 };
 
 /// The estimate: the straight distance to the point of the goal. [world units]
@@ -138,7 +106,7 @@ public:
 };
 
 /// A* over a mesh: the search of the base class, step by step, with the calls of graph, costs, estimates and storage
-/// resolved beforehand. Middle points are computed once a search.
+/// resolved beforehand. Middle points are computed once a search, and kept in the records.
 class KORV_NAVMESH_API AStarNavMesh : public Common::Astar::AStar
 {
 public:
@@ -150,17 +118,20 @@ public:
     /// Makes a goal over these two functions that of the engine, or null. Owns none of them.
     void setGoal(Common::Astar::ASGoalBase* searchGoal, NMCostFunc* costFunc, NMHeuristicFunc* heuristicFunc);
 
+    /// A start that the filter of the cost function does not allow gives a search without open nodes.
     void initSearch() override;
     int runSearch(uint32 maxSteps) override;
 
 private:
     bool isOwnSetup() const;
+    bool isStartAllowed() const;
+    template <bool FILTERED>
+    int runMeshSteps(uint32 maxSteps);
 
     Common::Astar::AStarStorageFast* mOwnStorage;
     AStarMapNavMesh* mOwnMap;
     Common::Astar::ASGoalBase* mOwnGoal = nullptr;
     NMCostFunc* mOwnCostFunc = nullptr;
     NMHeuristicFunc* mOwnHeuristicFunc = nullptr;
-    NodeMiddlePoints mMiddlePoints;
 };
 } // namespace KORV::NavMesh

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "korv/common/memory/memorymanaged.h"
+#include "korv/common/io/stream.h"
 #include "korv/navmesh/api.h"
 #include "korv/navmesh/characterinfo.h"
 #include "korv/navmesh/surfacetype.h"
@@ -101,6 +101,19 @@ public:
     /// Fills the mesh from the children of an element "navmesh".
     /// @return false, after a report, when something required is missing; the mesh is then partly filled.
     bool initFromXML(Common::Parser::XML::XMLNodeElements* list);
+
+    /// Writes the mesh in binary form to a stream that stands at its start and stays open.
+    /// Throws, before anything is written, an ArgumentException for a mesh that the form cannot hold (a name of 65,536
+    /// bytes or more, a node whose neighbour entries are not one a corner) or a stream that is not writable and
+    /// seekable. The stream's own exceptions pass through, and leave a stream that no reader accepts.
+    void writeToBinary(const SharedPtr<Common::Stream>& stream, Endiness endiness) const;
+    /// Fills an empty mesh from a stream that stands at its start; it is left behind the mesh, open. Values are not
+    /// checked, see checkInvariants.
+    /// Throws a SerializeException when the stream does not hold a whole mesh (a VersionMismatchException or
+    /// TypeMismatchException where that is the reason), an ArgumentException for one that is not readable and seekable;
+    /// the mesh is then partly filled.
+    /// @return true; every failure is an exception.
+    bool initFromBinary(const SharedPtr<Common::Stream>& stream);
 
     /// Checks what a finished mesh promises: ids in range, at least three corners, one neighbour entry a side, corners
     /// that run counter-clockwise and convex in the ground plane (up to the dents that an inset of a quarter cube

@@ -3,6 +3,8 @@
 #include "korv/common/astar/astar.h"
 #include "korv/navmesh/api.h"
 #include "korv/navmesh/navmeshcontainer.h"
+#include "korv/navmesh/navmeshnodeindex.h"
+#include "korv/navmesh/navmeshsearchfilter.h"
 #include "korv/navmesh/types.h"
 
 namespace KORV::NavMesh
@@ -43,6 +45,12 @@ public:
     ///                               lie; one out of range is reported and gives false.
     bool initSearch(const Vec3<float>& start, int startNodeID, const Vec3<float>& end, int endNodeID);
 
+    /// Makes the searches to come those of one character; null: those of nobody in particular, as from the start.
+    /// @param filter  copied. A node that it does not allow is never entered; a search from or to such a node finds no
+    ///                way.
+    /// Takes effect with the next initSearch, for all copies. Throws OutOfMemoryException.
+    void setFilter(const NavMeshSearchFilter* filter);
+
     /// Expands up to @p maxSteps nodes.
     /// @return 0: path found, 1: not finished, -1: there is no path, 2 after a report that the state is not known.
     /// Without a search that was set up: a report and -1.
@@ -53,6 +61,19 @@ public:
     /// report, when no search was set up. The list lives on the mesh's allocator and must not outlive it.
     Vector<NavMeshPathChunk> getPath() const;
 
+    /// After runSearch returned -1: the place nearest to the end, in space, among all the nodes that can be reached
+    /// from the start; before that, among those reached so far. Of places at the same distance that on the lowest node
+    /// id. Not valid when there is none, and, after a report, when no search was set up.
+    /// Cost: linear in the corners of the nodes that were reached, and a glance at every other node.
+    NavMeshPlace getNearestReachable() const;
+    /// As getPath, but to any node that the search has reached, such as that of getNearestReachable. None, after a
+    /// report, for a node that it has not reached.
+    Vector<NavMeshPathChunk> getPathTo(int nodeID) const;
+    /// Whether the search has reached a node: it knows a way to it, the cheapest one perhaps not yet.
+    bool isReached(int nodeID) const;
+    /// Cost of the way found to a node that the search has reached, in the search's own measure; infinity for others.
+    float getCost(int nodeID) const;
+
     SharedPtr<NavMeshContainer> mNavMesh;
     Common::Astar::AStar* mAStar = nullptr; ///< the engine that all copies share; null for a search without a mesh
 
@@ -60,6 +81,10 @@ private:
     class Engine;
     using EnginePtr =
         SharedPtr<Engine, Common::MemberReferenceCount<Common::ReferenceCounted, Common::ReferenceCounter, 4>>;
+
+    bool isInitialized() const;
+    Vector<uint32> createEdges() const;
+    static Vector<NavMeshPathChunk> createPath(const Vector<uint32>& edges);
 
     EnginePtr mEngine;
 };

@@ -6,6 +6,7 @@
 #include "korv/common/math/matrix4.h"
 #include "korv/common/math/vec2.h"
 #include "korv/common/math/vec3.h"
+#include "korv/common/platform/endian.h"
 #include "korv/common/sharedptr.h"
 #include "korv/common/types.h"
 
@@ -19,4 +20,7 @@ using Common::Geom::IndexedTriangle;
 using Common::Math::Matrix4;
 using Common::Math::Vec2;
 using Common::Math::Vec3;
+using Common::Platform::Endian::ENDIAN_BIG;
+using Common::Platform::Endian::ENDIAN_LITTLE;
+using Common::Platform::Endian::Endiness;
 } // namespace KORV::NavMesh

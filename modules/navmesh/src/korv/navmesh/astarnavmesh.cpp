@@ -1,9 +1,12 @@
 #include "korv/navmesh/astarnavmesh.h"
 
 #include "korv/common/debug/assert.h"
-#include "korv/common/memory/stlallocator.h"
+#include "korv/common/platform/prefetch.h"
+#include "korv/navmesh/linkgeometry.h"
+#include "korv/navmesh/navmeshqueries.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace KORV::NavMesh
@@ -25,43 +28,27 @@ uint32 getNeighbour(const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
                ? static_cast<uint32>(neighbour)
                : NO_NODE;
 }
+
+/// By how much the height of a link may be wrong: it is the difference of two rounded coordinates.
+float getHeightTolerance(const NavMeshContainer& mesh, const Vec3<float>& place)
+{
+    constexpr float CUBES = 1e-4f;
+    constexpr float ROUNDING = 8.0f * std::numeric_limits<float>::epsilon();
+    return CUBES * mesh.mCubeSize + ROUNDING * (std::abs(place.mX) + std::abs(place.mY) + std::abs(place.mZ));
+}
+
+/// Whether the body gets across a side with a neighbour.
+bool isLinkAllowed(const NavMeshSearchFilter& filter, const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
+{
+    if (!filter.measuresLinks())
+        return true;
+    LinkGeometry link;
+    if (!measureLink(link, mesh, nodeID, border))
+        return false;
+    return filter.isWidthAllowed(link.mWidth) &&
+           filter.isHeightAllowed(link.mHeight, getHeightTolerance(mesh, link.mLeaving[0]));
+}
 } // namespace
-
-NodeMiddlePoints::NodeMiddlePoints(Common::Memory::Allocator* allocator) : mKnown(allocator), mAllocator(allocator) {}
-
-NodeMiddlePoints::~NodeMiddlePoints()
-{
-    freePoints();
-}
-
-void NodeMiddlePoints::reset(const NavMeshContainer& mesh)
-{
-    const auto numNodes = static_cast<uint32>(mesh.mNodes.size());
-    mMesh = &mesh;
-    mSize = 0;
-    if (mCapacity < numNodes)
-    {
-        freePoints();
-        mPoints = static_cast<Vec3<float>*>(
-            Common::Memory::allocateAligned(*mAllocator, uint64{numNodes} * sizeof(Vec3<float>), alignof(Vec3<float>)));
-        mCapacity = numNodes;
-    }
-    mKnown.assign(numNodes / 64 + 1, 0);
-    mSize = numNodes;
-}
-
-void NodeMiddlePoints::compute(uint32 nodeID)
-{
-    mPoints[nodeID] = mMesh->getNodeMiddlePoint(static_cast<int>(nodeID));
-    mKnown[nodeID / 64] |= uint64{1} << (nodeID % 64);
-}
-
-void NodeMiddlePoints::freePoints()
-{
-    mCapacity = 0;
-    Common::Memory::deallocateAligned(*mAllocator, mPoints, alignof(Vec3<float>));
-    mPoints = nullptr;
-}
 
 AStarMapNavMesh::AStarMapNavMesh(const SharedPtr<NavMeshContainer>& navMesh) : mNavMesh(navMesh)
 {
@@ -120,8 +107,12 @@ bool AStarMapNavMesh::reportBorder()
 
 Vec3<float> NMSearchPoints::getMiddlePoint(uint32 nodeID) const
 {
-    if (mMiddlePoints != nullptr && nodeID < mMiddlePoints->size())
-        return mMiddlePoints->get(nodeID);
+    if (mStorage != nullptr && mStorage->getState(nodeID) != AStarStorageFast::STATE_NEW)
+    {
+        const AStarNode& node = *mStorage->findNode(nodeID);
+        if (node.hasPoint)
+            return {node.point[0], node.point[1], node.point[2]};
+    }
     return mNavMesh != nullptr ? mNavMesh->getNodeMiddlePoint(static_cast<int>(nodeID)) : Vec3<float>();
 }
 
@@ -139,7 +130,7 @@ NMCostFunc::NMCostFunc(const SharedPtr<NavMeshContainer>& navMesh) : NMCostFunc(
 
 NMCostFunc::NMCostFunc(const SharedPtr<NavMeshContainer>& navMesh, const Vec3<float>& startPos,
                        const Vec3<float>& endPos, int startNode, int endNode)
-    : mPoints{navMesh, startPos, endPos, startNode, endNode, nullptr}
+    : mPoints{navMesh, startPos, endPos, startNode, endNode}
 {
 }
 
@@ -153,7 +144,14 @@ float NMCostFunc::calcCost(uint32 edge)
                               : NO_NODE;
     if (target == NO_NODE)
         return std::numeric_limits<float>::infinity();
-    return (mPoints.getToPoint(target) - mPoints.getFromPoint(source)).getLength();
+    const float distance = (mPoints.getToPoint(target) - mPoints.getFromPoint(source)).getLength();
+    if (mFilter == nullptr)
+        return distance;
+    const NavNode& node = mPoints.mNavMesh->mNodes[target];
+    const bool isAllowed = mFilter->isNodeAllowed(node) &&
+                           isLinkAllowed(*mFilter, *mPoints.mNavMesh, source, AStarMapNavMesh::getBorder(edge));
+    return isAllowed ? distance * mFilter->getSurfaceFactor(node.mSurfaceTypeID)
+                     : std::numeric_limits<float>::infinity();
 }
 
 NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh) : NMHeuristicFunc(navMesh, {}, {}, -1, -1)
@@ -162,7 +160,7 @@ NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh) : N
 
 NMHeuristicFunc::NMHeuristicFunc(const SharedPtr<NavMeshContainer>& navMesh, const Vec3<float>& startPos,
                                  const Vec3<float>& endPos, int startNode, int endNode)
-    : mPoints{navMesh, startPos, endPos, startNode, endNode, nullptr}
+    : mPoints{navMesh, startPos, endPos, startNode, endNode}
 {
 }
 
@@ -176,16 +174,21 @@ float NMHeuristicFunc::calcHeuristic(uint32 nodeID, uint32 goalNodeID)
 namespace
 {
 /// Expansion of mesh nodes. An edge's target is read where its side is, not looked up again from the edge id.
+///
+/// On a mesh beyond the cache most of the time of a search goes into waiting for nodes that it sees for the first time:
+/// the node, its lists, its corners, its record. So all that the edges of a node will need is asked for before the
+/// first is followed, one step of that chain for all of them together; and the open list knows which nodes will follow.
+template <bool FILTERED>
 class MeshSteps
 {
 public:
-    MeshSteps(AStarStorageFast& storage, const NavMeshContainer& mesh, NodeMiddlePoints& middlePoints,
-              const NMSearchPoints& costPoints, const NMSearchPoints& heuristicPoints, uint32 goalNode)
-        : mStorage(storage), mNodes(mesh.mNodes.data()), mMiddlePoints(middlePoints), mStartPos(costPoints.mStartPos),
-          mEndPos(costPoints.mEndPos), mStartNode(static_cast<uint32>(costPoints.mStartNode)),
-          mEndNode(static_cast<uint32>(costPoints.mEndNode)), mGoalPoint(heuristicPoints.getToPoint(goalNode)),
-          mGoalNode(goalNode),
-          mNodeLimit(std::min({AStarMapNavMesh::getNodeLimit(mesh), storage.getNumNodes(), middlePoints.size()}))
+    MeshSteps(AStarStorageFast& storage, const NavMeshContainer& mesh, const NMCostFunc& costFunc,
+              const NMSearchPoints& heuristicPoints, uint32 goalNode)
+        : mStorage(storage), mMesh(mesh), mNodes(mesh.mNodes.data()), mFilter(costFunc.mFilter),
+          mStartPos(costFunc.mPoints.mStartPos), mEndPos(costFunc.mPoints.mEndPos),
+          mStartNode(static_cast<uint32>(costFunc.mPoints.mStartNode)),
+          mEndNode(static_cast<uint32>(costFunc.mPoints.mEndNode)), mGoalPoint(heuristicPoints.getToPoint(goalNode)),
+          mGoalNode(goalNode), mNodeLimit(std::min(AStarMapNavMesh::getNodeLimit(mesh), storage.getNumNodes()))
     {
     }
 
@@ -201,8 +204,11 @@ public:
         const uint32 source = mStorage.getNodeID(node);
         if (source >= mNodeLimit)
             return;
-        const Vec3<float> from = getFromPoint(source);
+        const Vec3<float> from = source == mStartNode ? mStartPos
+                                 : node->hasPoint     ? Vec3<float>(node->point[0], node->point[1], node->point[2])
+                                                      : getMiddlePoint(source);
         const Vector<int32>& neighbours = mNodes[source].mNeighbours;
+        fetch(neighbours);
         const auto numBorders = static_cast<uint32>(neighbours.size());
         for (uint32 i = 0; i < numBorders; ++i)
         {
@@ -214,31 +220,123 @@ public:
     }
 
 private:
+    /// More new nodes around one are rare.
+    static constexpr uint32 MAX_FETCHED = 8;
+
     void follow(const AStarNode& node, const Vec3<float>& from, uint32 edge, uint32 target)
     {
         const AStarStorageFast::State state = mStorage.getState(target);
+        AStarNode& record = *mStorage.getNode(target);
         // no distance is negative: a node that is as near to the start as this one can't be reached cheaper through it
-        if (state != AStarStorageFast::STATE_NEW && !(mStorage.getNode(target)->pathCost > node.pathCost))
+        if (state != AStarStorageFast::STATE_NEW && !(record.pathCost > node.pathCost))
             return;
-        const Vec3<float>& middle = mMiddlePoints.get(target);
-        const Vec3<float>& to = target == mEndNode ? mEndPos : middle;
-        const float pathCost = (to - from).getLength() + node.pathCost;
+        if (FILTERED && !isAllowed(state, edge, target))
+            return;
+        const Vec3<float> middle = state != AStarStorageFast::STATE_NEW && record.hasPoint
+                                       ? Vec3<float>(record.point[0], record.point[1], record.point[2])
+                                       : getMiddlePoint(target);
+        float cost = ((target == mEndNode ? mEndPos : middle) - from).getLength();
+        if (FILTERED)
+            cost *= mFilter->getSurfaceFactor(mNodes[target].mSurfaceTypeID);
+        const float pathCost = cost + node.pathCost;
         if (state == AStarStorageFast::STATE_NEW)
-            mStorage.addOpenNode(edge, target, pathCost, (mGoalPoint - getFromPoint(target)).getLength());
+            open(record, edge, target, pathCost, middle);
         else if (state == AStarStorageFast::STATE_OPEN)
             mStorage.updateOpenNode(target, edge, pathCost);
         else
             mStorage.updateClosedNode(target, edge, pathCost);
     }
 
-    const Vec3<float>& getFromPoint(uint32 nodeID)
+    void open(AStarNode& record, uint32 edge, uint32 target, float pathCost, const Vec3<float>& middle)
     {
-        return nodeID == mStartNode ? mStartPos : mMiddlePoints.get(nodeID);
+        const Vec3<float>& from = target == mStartNode ? mStartPos : middle;
+        mStorage.addOpenNode(edge, target, pathCost, (mGoalPoint - from).getLength());
+        record.point[0] = middle.mX;
+        record.point[1] = middle.mY;
+        record.point[2] = middle.mZ;
+        record.hasPoint = true;
+    }
+
+    bool isAllowed(AStarStorageFast::State state, uint32 edge, uint32 target) const
+    {
+        // what has been reached is allowed
+        if (state == AStarStorageFast::STATE_NEW && !mFilter->isNodeAllowed(mNodes[target]))
+            return false;
+        return isLinkAllowed(*mFilter, mMesh, AStarMapNavMesh::getNode(edge), AStarMapNavMesh::getBorder(edge));
+    }
+
+    Vec3<float> getMiddlePoint(uint32 nodeID) const
+    {
+        return getMiddleOfCorners(mMesh.mVertices, mNodes[nodeID].mPolygon);
+    }
+
+    void fetch(const Vector<int32>& neighbours) const
+    {
+        uint32 targets[MAX_FETCHED];
+        uint32 numTargets = 0;
+        for (const int32 neighbour : neighbours)
+        {
+            const auto target = static_cast<uint32>(neighbour);
+            if (isNew(target) && numTargets < MAX_FETCHED)
+                targets[numTargets++] = target;
+        }
+        for (uint32 i = 0; i < numTargets; ++i)
+            fetchNode(targets[i]);
+        for (uint32 i = 0; i < numTargets; ++i)
+            fetchLists(targets[i]);
+        fetchNext();
+        for (uint32 i = 0; i < numTargets; ++i)
+            fetchCorners(targets[i]);
+    }
+    /// For the nodes that will probably be expanded next.
+    void fetchNext() const
+    {
+        const uint32 first = mStorage.foreseeNode(0);
+        const uint32 second = mStorage.foreseeNode(1);
+        const uint32 third = mStorage.foreseeNode(2);
+        if (third < mNodeLimit)
+            fetchNode(third);
+        if (second < mNodeLimit)
+            Common::Platform::prefetch(mNodes[second].mNeighbours.data());
+        if (first >= mNodeLimit)
+            return;
+        for (const int32 neighbour : mNodes[first].mNeighbours)
+        {
+            const auto target = static_cast<uint32>(neighbour);
+            if (isNew(target))
+                fetchNode(target);
+        }
+    }
+
+    bool isNew(uint32 nodeID) const
+    {
+        return nodeID < mNodeLimit && mStorage.getState(nodeID) == AStarStorageFast::STATE_NEW;
+    }
+    void fetchNode(uint32 nodeID) const
+    {
+        constexpr size_t LAST_BYTE = sizeof(NavNode) - 1;
+        Common::Platform::prefetch(mNodes + nodeID);
+        Common::Platform::prefetch(reinterpret_cast<const char*>(mNodes + nodeID) + LAST_BYTE);
+        Common::Platform::prefetch(mStorage.findNode(nodeID));
+    }
+    void fetchLists(uint32 nodeID) const
+    {
+        Common::Platform::prefetch(mNodes[nodeID].mPolygon.data());
+        Common::Platform::prefetch(mNodes[nodeID].mNeighbours.data());
+    }
+    void fetchCorners(uint32 nodeID) const
+    {
+        for (const uint32 id : mNodes[nodeID].mPolygon)
+        {
+            if (id < mMesh.mVertices.size())
+                Common::Platform::prefetch(mMesh.mVertices.data() + id);
+        }
     }
 
     AStarStorageFast& mStorage;
+    const NavMeshContainer& mMesh;
     const NavNode* mNodes;
-    NodeMiddlePoints& mMiddlePoints;
+    const NavMeshSearchFilter* mFilter;
     Vec3<float> mStartPos;
     Vec3<float> mEndPos;
     uint32 mStartNode;
@@ -251,8 +349,7 @@ private:
 
 AStarNavMesh::AStarNavMesh(AStarStorageFast* nodeStorage, AStarMapNavMesh* meshMap,
                            const Common::Memory::AllocatorPtr& allocator)
-    : AStar(nodeStorage, nullptr, meshMap, allocator), mOwnStorage(nodeStorage), mOwnMap(meshMap),
-      mMiddlePoints(mEdges.get_allocator().getAllocator())
+    : AStar(nodeStorage, nullptr, meshMap, allocator), mOwnStorage(nodeStorage), mOwnMap(meshMap)
 {
 }
 
@@ -266,8 +363,8 @@ void AStarNavMesh::setGoal(Common::Astar::ASGoalBase* searchGoal, NMCostFunc* co
     mOwnHeuristicFunc = heuristicFunc;
     if (searchGoal == nullptr)
         return;
-    costFunc->mPoints.mMiddlePoints = &mMiddlePoints;
-    heuristicFunc->mPoints.mMiddlePoints = &mMiddlePoints;
+    costFunc->mPoints.mStorage = mOwnStorage;
+    heuristicFunc->mPoints.mStorage = mOwnStorage;
 }
 
 bool AStarNavMesh::isOwnSetup() const
@@ -276,19 +373,36 @@ bool AStarNavMesh::isOwnSetup() const
            mOwnMap->getNavMesh() != nullptr;
 }
 
+bool AStarNavMesh::isStartAllowed() const
+{
+    const NavMeshSearchFilter* filter = mOwnCostFunc->mFilter;
+    const NavMeshContainer& mesh = *mOwnMap->getNavMesh();
+    const uint32 start = mOwnGoal->getStartNode();
+    return filter == nullptr || start >= mesh.mNodes.size() || filter->isNodeAllowed(mesh.mNodes[start]);
+}
+
 void AStarNavMesh::initSearch()
 {
-    if (mOwnMap->getNavMesh() != nullptr)
-        mMiddlePoints.reset(*mOwnMap->getNavMesh());
+    // with another storage in its place, it still holds the points of the search before
+    if (storage != mOwnStorage)
+        mOwnStorage->initStorage(0);
     AStar::initSearch();
+    if (isOwnSetup() && !isStartAllowed())
+        mOwnStorage->initStorage(map->getMaxNodeID());
 }
 
 int AStarNavMesh::runSearch(uint32 maxSteps)
 {
     if (!isOwnSetup())
         return AStar::runSearch(maxSteps);
-    MeshSteps steps(*mOwnStorage, *mOwnMap->getNavMesh(), mMiddlePoints, mOwnCostFunc->mPoints,
-                    mOwnHeuristicFunc->mPoints, mOwnGoal->getEndNode());
+    return mOwnCostFunc->mFilter != nullptr ? runMeshSteps<true>(maxSteps) : runMeshSteps<false>(maxSteps);
+}
+
+template <bool FILTERED>
+int AStarNavMesh::runMeshSteps(uint32 maxSteps)
+{
+    MeshSteps<FILTERED> steps(*mOwnStorage, *mOwnMap->getNavMesh(), *mOwnCostFunc, mOwnHeuristicFunc->mPoints,
+                              mOwnGoal->getEndNode());
     return runSteps(*mOwnStorage, steps, maxSteps);
 }
 } // namespace KORV::NavMesh

@@ -1,128 +1,200 @@
 #include "korv/navmesh/chainsearch.h"
 
-#include "korv/common/debug/assert.h"
+#include <algorithm>
 
 namespace KORV::NavMesh
 {
+namespace
+{
+/// More than this, and a search of its own is the faster way to price a chord.
+constexpr int32 MAX_STEPS = 160;
+} // namespace
+
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
-    : mTable(table), mOutline(table.getOutline()), mPivots(allocator), mRecords(allocator),
-      mSlots(static_cast<size_t>(table.getOutline().size()), NONE, allocator),
-      mSeenBy(static_cast<size_t>(table.getOutline().size()), NONE, allocator)
+    : mTable(table), mPivots(allocator), mNumSides(allocator), mRecords(allocator)
 {
 }
 
-void ChainSearch::begin(int32 first)
+void ChainSearch::reset()
 {
-    for (const Pivot& pivot : mPivots)
-        mSlots[static_cast<size_t>(pivot.mCorner)] = NONE;
-    mPivots.clear();
-    mRecords.clear();
+    const size_t n = mTable.getOutline().mPoints.size();
+    mSearch = 0;
+    mPivots.assign(n, Pivot{});
+    mNumSides.assign(n, 0);
+}
+
+void ChainSearch::countSides(int32 first)
+{
+    for (const ChordTable::Side* side = mTable.sidesBegin(first); side != mTable.sidesEnd(first); ++side)
+        ++mNumSides[static_cast<size_t>(side->mTo)];
+}
+
+void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
+{
+    ++mSearch;
     mFirst = first;
     mForced = false;
+    uint32 place = 0;
+    for (; corners != end; ++corners)
+    {
+        const bool hiddenEdge = mTable.isEdgeHidden(*corners);
+        const bool allTurns = mTable.getTurns(*corners) == ChordTable::Turns::ALL;
+        mPivots[static_cast<size_t>(*corners)] = {mSearch, place, 0, false, hiddenEdge, allTurns};
+        place += 1 + (allTurns ? 1 : mNumSides[static_cast<size_t>(*corners)] + (hiddenEdge ? 1 : 0));
+    }
+    if (mRecords.size() < place)
+        mRecords.resize(place);
 }
 
-int32 ChainSearch::extend(int32 corner)
+void ChainSearch::addFirstSide(int32 corner, const ChordTable::Side& side)
 {
-    const size_t slot = mPivots.size();
-    mPivots.push_back({corner, static_cast<uint32>(mRecords.size()), 0, 0, NONE});
-    mMetUnordered = false;
-    int32 seen = 0;
-    const bool cornerReflex = mOutline.isReflex(corner);
-    for (const ChordTable::Chord* chord = mTable.lowerBound(mFirst + 1, corner); chord != mTable.chordsEnd(corner);
-         ++chord)
-    {
-        const int32 from = chord->mFrom;
-        mSeenBy[static_cast<size_t>(from)] = corner;
-        if (mSlots[static_cast<size_t>(from)] == NONE)
-            continue;
-        ++seen;
-        mMetUnordered = mMetUnordered || !mTable.isOrdered(from);
-        if (cornerReflex || mOutline.isReflex(from) || from + 1 == corner)
-            appendChain(from, corner, chord->mCost, chord->mTurnLimit);
-    }
-    mLastEdgeHidden = false;
-    if (mTable.isEdgeHidden(corner) && takesPart(corner - 1))
-    {
-        const size_t before = mRecords.size();
-        appendChain(corner - 1, corner, 0.0f, ChordTable::UNORDERED);
-        mLastEdgeHidden = mRecords.size() > before;
-    }
-    mPivots[slot].mNumRecords = static_cast<uint32>(mRecords.size()) - mPivots[slot].mFirstRecord;
-    mSlots[static_cast<size_t>(corner)] = static_cast<int32>(slot);
-    return seen;
+    Pivot& pivot = mPivots[static_cast<size_t>(corner)];
+    mRecords[pivot.mFirst] = {side.mDirection, side.mCost, mFirst, NONE};
+    pivot.mFirstSide = true;
 }
 
-void ChainSearch::appendChain(int32 from, int32 corner, float sideCost, int32 turnLimit)
+/// Goes on along the sides to later corners. They come in increasing order, so that a record which has been used once
+/// needs no second look.
+void ChainSearch::pass(int32 corner)
 {
-    Pivot& pivot = mPivots[static_cast<size_t>(mSlots[static_cast<size_t>(from)])];
-    if (pivot.mNumRecords == 0)
+    const Pivot& pivot = getPivot(corner);
+    uint32 record = pivot.mFirst + (pivot.mFirstSide ? 0 : 1);
+    const uint32 first = record;
+    const uint32 end = pivot.mFirst + 1 + pivot.mNumRecords;
+    if (first == end)
         return; // no piece reaches it: it takes no part
-    const int32 best = takeBest(pivot, corner, turnLimit);
-    if (!KORV_ASSERT(best >= 0, "bestFragment", "no best fragment found"))
-        return;
-    mRecords.push_back({from, sideCost + getRecord(best).mCost, best});
-}
-
-/// The cheapest chain to a pivot that may go on to a target. Targets come in increasing order, so that a record which
-/// has been used once needs no second look.
-int32 ChainSearch::takeBest(Pivot& pivot, int32 target, int32 turnLimit)
-{
-    const bool ordered = mTable.isOrdered(pivot.mCorner);
-    while (pivot.mTaken < pivot.mNumRecords)
+    uint32 best = first;
+    const auto advance = [&](const Vec2<float>& leaving)
     {
-        const int32 record = static_cast<int32>(pivot.mFirstRecord + pivot.mTaken);
-        const int32 from = getRecord(record).mFrom;
-        if (ordered ? from > turnLimit : !isConvexCorner(mOutline, from, pivot.mCorner, target))
-            break;
-        if (pivot.mTaken == 0 || getRecord(pivot.mBest).mCost >= getRecord(record).mCost)
-            pivot.mBest = record;
-        ++pivot.mTaken;
+        for (; record < end && (pivot.mAllTurns || turnsConvex(mRecords[record].mDirection, leaving)); ++record)
+        {
+            if (mRecords[best].mCost >= mRecords[record].mCost)
+                best = record;
+        }
+        mForced = mForced || record == first;
+    };
+    Pivot* next = mPivots.data() + corner + 1;
+    if (mTable.isEdgeHidden(corner + 1) && takesPart(corner + 1))
+    {
+        const Vec2<float> direction = mTable.direction(corner, corner + 1);
+        advance(direction);
+        extend(corner, direction, 0.0f, static_cast<int32>(best), *next);
     }
-    if (pivot.mTaken > 0)
-        return pivot.mBest;
-    if (!KORV_ASSERT(pivot.mNumRecords > 0, "pivot->mBestSoFar", "no best element"))
-        return NONE;
-    mForced = true;
-    return static_cast<int32>(pivot.mFirstRecord);
-}
-
-void ChainSearch::addFirstSide(float cost)
-{
-    // in front of the others, which no chain refers to yet: the first corner comes before every other
-    Pivot& pivot = mPivots.back();
-    mRecords.insert(mRecords.begin() + pivot.mFirstRecord, {mFirst, cost, NONE});
-    ++pivot.mNumRecords;
-}
-
-int32 ChainSearch::findClosing() const
-{
-    const Pivot& pivot = mPivots.back();
-    const uint32 end = pivot.mFirstRecord + pivot.mNumRecords - (mLastEdgeHidden ? 1 : 0);
-    const int32 limit = mTable.lowerBound(mFirst, pivot.mCorner)->mCloseLimit;
-    int32 best = NONE;
-    for (uint32 record = pivot.mFirstRecord; record < end; ++record)
+    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
+    for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
     {
-        const int32 from = mRecords[record].mFrom;
-        if (limit == ChordTable::UNORDERED ? !isConvexCorner(mOutline, from, pivot.mCorner, mFirst) : from > limit)
+        Pivot& target = mPivots[static_cast<size_t>(side->mTo)];
+        if (target.mSearch != mSearch)
+            continue;
+        advance(side->mDirection);
+        extend(corner, side->mDirection, side->mCost, static_cast<int32>(best), target);
+    }
+}
+
+void ChainSearch::extend(int32 from, const Vec2<float>& direction, float sideCost, int32 best, Pivot& target)
+{
+    const float cost = sideCost + getRecord(best).mCost;
+    const uint32 place = target.mFirst + 1;
+    if (!target.mAllTurns)
+    {
+        mRecords[place + target.mNumRecords++] = {direction, cost, from, best};
+        return;
+    }
+    if (target.mNumRecords > 0 && !(mRecords[place].mCost >= cost))
+        return;
+    mRecords[place] = {direction, cost, from, best};
+    target.mNumRecords = 1;
+}
+
+int32 ChainSearch::findClosing(int32 corner, const Vec2<float>& back) const
+{
+    const Pivot& pivot = getPivot(corner);
+    const uint32 first = pivot.mFirst + 1;
+    const bool lastIsHidden =
+        pivot.mHiddenEdge && pivot.mNumRecords > 0 && mRecords[first + pivot.mNumRecords - 1].mFrom + 1 == corner;
+    const uint32 end = first + pivot.mNumRecords - (lastIsHidden ? 1 : 0);
+    int32 best = NONE;
+    for (uint32 record = first; record < end; ++record)
+    {
+        if (!pivot.mAllTurns && !turnsConvex(mRecords[record].mDirection, back))
             break;
         if (best == NONE || getRecord(best).mCost >= mRecords[record].mCost)
             best = static_cast<int32>(record);
     }
     // the closing edge of the outline takes what there is
-    if (best == NONE && pivot.mFirstRecord < end && mTable.isRoot(mFirst, pivot.mCorner))
-        best = static_cast<int32>(pivot.mFirstRecord);
+    if (best == NONE && first < end && mTable.isRoot(mFirst, corner))
+        best = static_cast<int32>(first);
     return best;
 }
 
-bool ChainSearch::seenByLast(int32 record) const
+bool ChainSearch::isChainSeen(int32 record, int32 corner) const
 {
-    const int32 last = mPivots.back().mCorner;
-    for (; record != NONE; record = getRecord(record).mPrevious)
+    if (record == NONE)
+        return true;
+    // the last side is one, so its corner sees the end; the record without one before it starts at the first corner
+    for (record = getRecord(record).mPrevious; record != NONE; record = getRecord(record).mPrevious)
     {
-        const int32 from = getRecord(record).mFrom;
-        if (from != mFirst && mSeenBy[static_cast<size_t>(from)] != last)
+        const Record& link = getRecord(record);
+        if (link.mPrevious != NONE && !mTable.sees(link.mFrom, corner))
             return false;
     }
+    return true;
+}
+
+/// The costs known are lower bounds, as they take more chains into account; where the chain of a record is seen, its
+/// cost is exact. Else the records that may come before it are asked, as far as they can be cheaper than what is found.
+bool ChainSearch::priceSeenChains(float& cost, int32 corner, const Vec2<float>& back)
+{
+    mClosing = corner;
+    mStepsLeft = MAX_STEPS;
+    return priceSeen(cost, corner, getPivot(corner).mFirst + 1, back);
+}
+
+/// The cheapest record of a corner, from one on, that may go on to a side and whose chain is seen.
+bool ChainSearch::priceSeen(float& cost, int32 corner, uint32 record, const Vec2<float>& leaving)
+{
+    const Pivot& pivot = getPivot(corner);
+    if (pivot.mHiddenEdge)
+        return false;
+    bool found = false;
+    for (const uint32 end = pivot.mFirst + 1 + pivot.mNumRecords; record < end; ++record)
+    {
+        if (!pivot.mAllTurns && !turnsConvex(mRecords[record].mDirection, leaving))
+            break;
+        if (--mStepsLeft < 0)
+            return false;
+        if (found && mRecords[record].mCost >= cost)
+            continue;
+        if (corner != mClosing && mRecords[record].mPrevious != NONE && !mTable.sees(mRecords[record].mFrom, mClosing))
+        {
+            if (pivot.mAllTurns)
+                return false; // others that are seen have not been kept
+            continue;
+        }
+        float seenCost = 0.0f;
+        if (!priceSeenRecord(seenCost, corner, record))
+            return false;
+        cost = found ? std::min(cost, seenCost) : seenCost;
+        found = true;
+    }
+    return found;
+}
+
+bool ChainSearch::priceSeenRecord(float& cost, int32 corner, uint32 record)
+{
+    const Record& link = mRecords[record];
+    cost = link.mCost;
+    if (link.mPrevious == NONE)
+        return true;
+    const bool seen = isChainSeen(static_cast<int32>(record), mClosing);
+    if (seen || getPivot(corner).mAllTurns)
+        return seen;
+    const Pivot& before = getPivot(link.mFrom);
+    if (!priceSeen(cost, link.mFrom, before.mFirst + (before.mFirstSide ? 0 : 1), link.mDirection))
+        return false;
+    const ChordTable::Side* side = std::lower_bound(mTable.sidesBegin(link.mFrom), mTable.sidesEnd(link.mFrom), corner,
+                                                    [](const ChordTable::Side& a, int32 to) { return a.mTo < to; });
+    cost = side->mCost + cost;
     return true;
 }
 } // namespace KORV::NavMesh

@@ -5,15 +5,16 @@
 namespace KORV::NavMesh
 {
 /// Searches the cheapest convex chains from one corner of an outline over others, in the order of the outline.
-/// The side costs of all chords after the first corner must be known.
+/// The costs of all sides after the first corner must be known.
 class ChainSearch
 {
 public:
     /// A chain that ends with the side from mFrom to the corner that holds the record.
     struct Record
     {
+        Vec2<float> mDirection; ///< of that side
+        float mCost;            ///< total chord length of everything on the chain's side
         int32 mFrom;
-        float mCost;     ///< total chord length of everything on the chain's side
         int32 mPrevious; ///< record of the chain up to mFrom, or NONE
     };
 
@@ -21,51 +22,62 @@ public:
 
     ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator);
 
-    /// Starts at a corner; what was found before is forgotten.
-    void begin(int32 first);
-    /// Prices the chains to a corner that the first one sees. Corners come in increasing order.
-    /// @return how many of the corners so far it sees, the first not counted.
-    int32 extend(int32 corner);
-    /// Makes the side from the first corner to the corner extended last a chain too, at that cost.
-    void addFirstSide(float cost);
-    /// Whether the last extension met a corner whose answers depend on which corners take part.
-    bool metUnordered() const { return mMetUnordered; }
+    /// Forgets everything, for another outline in the table. Sides are counted as they become known.
+    void reset();
+    /// Tells that the sides that start at a corner are known.
+    void countSides(int32 first);
+
+    /// Starts at a corner, over others in increasing order; what was found before is forgotten.
+    void begin(int32 first, const int32* corners, const int32* end);
+    /// Goes on from the next of the corners, to which all chains are known then, to all later ones.
+    void pass(int32 corner);
+    /// Makes the side from the first corner to another one a chain too, at that cost. Before that one is passed.
+    void addFirstSide(int32 corner, const ChordTable::Side& side);
+
+    /// The cheapest chain to a corner that closes a convex piece against the side back to the first corner; of equal
+    /// ones the one with the later last side. NONE if there is none. Before that corner is passed.
+    /// @param back  direction of that side.
+    int32 findClosing(int32 corner, const Vec2<float>& back) const;
+    /// Whether every corner of such a chain sees the corner it closes at.
+    bool isChainSeen(int32 record, int32 corner) const;
+    /// The cost of the cheapest of those chains of whose corners all see that corner, where a few steps find it. Turns
+    /// at all these corners must be in order, and no chain forced.
+    /// @return false when they don't.
+    bool priceSeenChains(float& cost, int32 corner, const Vec2<float>& back);
+    const Record& getRecord(int32 record) const { return mRecords[static_cast<size_t>(record)]; }
     /// Whether some chain had to take a corner that is not convex, for want of another.
     bool wasForced() const { return mForced; }
-
-    /// The cheapest chain to the corner extended last that closes a convex piece against the side back to the first
-    /// corner; of equal ones the one with the later last side. NONE if there is none.
-    int32 findClosing() const;
-    const Record& getRecord(int32 record) const { return mRecords[static_cast<size_t>(record)]; }
-    /// Whether some chain reaches the corner extended last.
-    bool isLastReached() const { return mPivots.back().mNumRecords > 0; }
-    /// Whether every corner of a chain sees the corner extended last.
-    bool seenByLast(int32 record) const;
-    /// Whether a corner has been given to this search and has chains.
-    bool takesPart(int32 corner) const { return mSlots[static_cast<size_t>(corner)] != NONE; }
+    /// Whether some chain reaches a corner.
+    bool isReached(int32 corner) const { return getPivot(corner).mNumRecords > 0; }
+    /// Whether a corner is one of those of this search.
+    bool takesPart(int32 corner) const { return getPivot(corner).mSearch == mSearch; }
 
 private:
+    /// What is known about a corner. Its first record has a place for the side from the first corner, then the others
+    /// follow by their mFrom. Where all turns are convex only the cheapest of these is kept.
     struct Pivot
     {
-        int32 mCorner;
-        uint32 mFirstRecord;
-        uint32 mNumRecords;
-        uint32 mTaken; // records that have been used: a leading run
-        int32 mBest;   // cheapest of them
+        int32 mSearch;      // that it last took part in
+        uint32 mFirst;      // place of the first record
+        uint32 mNumRecords; // without that of the first side
+        bool mFirstSide;
+        bool mHiddenEdge; // the last record's side is no side of a piece against this corner
+        bool mAllTurns;
     };
 
-    int32 takeBest(Pivot& pivot, int32 target, int32 turnLimit);
-    void appendChain(int32 from, int32 corner, float sideCost, int32 turnLimit);
+    const Pivot& getPivot(int32 corner) const { return mPivots[static_cast<size_t>(corner)]; }
+    bool priceSeen(float& cost, int32 corner, uint32 record, const Vec2<float>& leaving);
+    bool priceSeenRecord(float& cost, int32 corner, uint32 record);
+    void extend(int32 from, const Vec2<float>& direction, float sideCost, int32 best, Pivot& target);
 
     ChordTable& mTable;
-    const PlaneOutline& mOutline;
     int32 mFirst = 0;
-    bool mMetUnordered = false;
+    int32 mSearch = 0;
     bool mForced = false;
-    bool mLastEdgeHidden = false; // the last record's side is no side of a piece against the last corner
+    int32 mClosing = 0;   // corner that others must see
+    int32 mStepsLeft = 0; // of pricing chains that do
     Vector<Pivot> mPivots;
+    Vector<uint32> mNumSides; // known so far that end at each corner
     Vector<Record> mRecords;
-    Vector<int32> mSlots;  // pivot of each corner of the outline
-    Vector<int32> mSeenBy; // last corner that was found to see it
 };
 } // namespace KORV::NavMesh

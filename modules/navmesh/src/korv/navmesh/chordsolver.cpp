@@ -15,8 +15,14 @@
 // so its cost is a lower bound; and when all corners of its cheapest chain see k, the lower bound is reached, with the
 // same sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) Two things
 // break the argument: corners at which convexity is out of order, see ChordTable, and chains that had to take a corner
-// which is not convex. These, and chains with a corner that k does not see, get a search of their own. Such chains are
-// common only at a reflex corner i: there the piece itself may be reflex.
+// which is not convex.
+//
+// Chains with a corner that k does not see are common at a reflex corner i: there the piece itself may be reflex, with
+// a first side that lies more than half a turn from (i, k). A second search over the window of corners from the first
+// one that sees k leaves these out. It serves the next chords too, for which the window may begin a little early; it is
+// opened anew when that is too early. The argument is the same. Such chains are common too where a wall that is not
+// along the voxels makes steps: three of its corners in a row are straight within the tolerance, yet one hides the
+// other. There the next best chains are looked through, by their lower bounds. What is left gets a search of its own.
 //
 // Memory: the visible pairs, and the chains of one search at a time. Only costs are kept; the chains of the pieces that
 // are really used are searched again at the end. Time: about cubic in the corners that see each other. No recursion.
@@ -27,80 +33,165 @@
 namespace KORV::NavMesh
 {
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
-    : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mOwn(mTable, allocator),
-      mSeenFrom(static_cast<size_t>(outline.size()), -1, allocator), mCorners(allocator)
+    : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
+      mOwn(mTable, allocator), mUnordered(allocator), mCorners(allocator)
 {
 }
 
 ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 {
+    mRootCost = ChordTable::UNSOLVED;
+    mNumOwnSearches = 0;
     if (!mTable.build(stop))
         return Result::STOPPED;
+    mShared.reset();
+    mWindow.reset();
+    mOwn.reset();
     for (int32 i = mOutline.size() - 2; i >= 0; --i)
     {
         if (stop.load(std::memory_order_relaxed))
             return Result::STOPPED;
-        mShared.begin(i);
-        int32 numBetween = 0;
-        for (const int32* k = mTable.laterBegin(i); k != mTable.laterEnd(i); ++k, ++numBetween)
-        {
-            const int32 numSeen = mShared.extend(*k);
-            mSeenFrom[static_cast<size_t>(*k)] = i;
-            const bool side = mTable.isSide(i, *k);
-            float cost = 0.0f;
-            if (i + 1 != *k && (side || mTable.isRoot(i, *k)))
-                cost = solveChord(i, *k, numBetween, numSeen);
-            if (side)
-                mShared.addFirstSide(cost);
-        }
+        solveFrom(i);
+        mShared.countSides(i);
+        mWindow.countSides(i);
+        mOwn.countSides(i);
     }
-    return getRootCost() < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
+    return mRootCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
 }
 
-/// Prices a chord with what the shared search knows, or with a search of its own where that may not be exact.
-float ChordSolver::solveChord(int32 i, int32 k, int32 numBetween, int32 numSeen)
+/// Prices all chords that start at a corner.
+void ChordSolver::solveFrom(int32 i)
 {
-    const bool allSeen = numSeen == numBetween;
-    int32 best = mShared.findClosing();
-    float chainCost = best >= 0 ? mShared.getRecord(best).mCost : ChordTable::UNSOLVED;
-    const bool exact = allSeen || (!mShared.metUnordered() && !mShared.wasForced() && mShared.seenByLast(best));
-    if (!exact)
+    mShared.begin(i, mTable.laterBegin(i), mTable.laterEnd(i));
+    mUnordered.clear();
+    mWindowStart = nullptr;
+    ChordTable::Side* side = mTable.sidesBegin(i);
+    for (const int32* k = mTable.laterBegin(i); k != mTable.laterEnd(i); ++k)
     {
-        best = searchChord(i, k);
-        chainCost = best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
+        if (mTable.isRoot(i, *k))
+            mRootCost = solveChord(i, *k, mTable.direction(i, *k));
+        if (side != mTable.sidesEnd(i) && side->mTo == *k)
+        {
+            if (i + 1 != *k)
+                side->mCost = solveChord(i, *k, side->mDirection);
+            mShared.addFirstSide(*k, *side);
+            ++side;
+        }
+        mShared.pass(*k);
+        if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
+            mUnordered.push_back(*k);
     }
-    const float cost = chordCost(i, k, chainCost);
-    mTable.lowerBound(i, k)->mCost = cost;
-    return cost;
+}
+
+/// Prices a chord with the widest search that is exact for it.
+float ChordSolver::solveChord(int32 i, int32 k, const Vec2<float>& direction)
+{
+    const int32 best = mShared.findClosing(k, {-direction.mX, -direction.mY});
+    const bool exact = (isTrustworthy(mShared, k) && mShared.isChainSeen(best, k)) || doAllSee(i, k);
+    if (!exact)
+        return chordCost(i, k, priceOwn(i, k, direction));
+    return chordCost(i, k, best >= 0 ? mShared.getRecord(best).mCost : ChordTable::UNSOLVED);
+}
+
+/// The cost of the chain against a chord for which the shared search is not exact.
+float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction)
+{
+    int32 best = searchWindow(i, k, direction);
+    ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
+    if (isTrustworthy(search, k))
+    {
+        if (mWindowStart != nullptr && mWindow.isChainSeen(best, k))
+            return best >= 0 ? mWindow.getRecord(best).mCost : ChordTable::UNSOLVED;
+        float cost = 0.0f;
+        if (search.priceSeenChains(cost, k, {-direction.mX, -direction.mY}))
+            return cost;
+    }
+    best = searchChord(i, k, direction);
+    return best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
 }
 
 float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
 {
-    return chainCost < ChordTable::UNSOLVED ? (mOutline[k] - mOutline[i]).getLength() + chainCost
-                                            : ChordTable::UNSOLVED;
+    return chainCost < ChordTable::UNSOLVED ? mOutline.way(i, k).getLength() + chainCost : ChordTable::UNSOLVED;
 }
 
-/// The cheapest chain from i to k over the corners that see both; mSeenFrom tells which see i.
-int32 ChordSolver::searchChord(int32 i, int32 k)
+/// Whether the costs of a search that has passed all its corners before k are lower bounds for k.
+bool ChordSolver::isTrustworthy(const ChainSearch& search, int32 k) const
+{
+    return !search.wasForced() && std::none_of(mUnordered.begin(), mUnordered.end(),
+                                               [this, k](int32 corner) { return mTable.sees(corner, k); });
+}
+
+/// Whether all corners between i and k that i sees also see k.
+bool ChordSolver::doAllSee(int32 i, int32 k) const
+{
+    const int32* const begin = mTable.laterBegin(i);
+    return std::all_of(begin, std::lower_bound(begin, mTable.laterEnd(i), k),
+                       [this, k](int32 corner) { return mTable.sees(corner, k); });
+}
+
+/// The cheapest chain from i to k over a window, which is left closed where it is no use.
+int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& direction)
+{
+    const int32* start = mTable.laterBegin(i);
+    while (!mTable.sees(*start, k) && *start != k)
+        ++start;
+    if (mWindowStart != nullptr && mWindowStart <= start)
+    {
+        const int32 best = closeInWindow(i, k, direction);
+        if (mWindowStart == start || mWindow.isChainSeen(best, k))
+            return best;
+    }
+    mWindowStart = nullptr;
+    if (start == mTable.laterBegin(i) || *start == k)
+        return ChainSearch::NONE;
+    openWindow(i, start);
+    return closeInWindow(i, k, direction);
+}
+
+void ChordSolver::openWindow(int32 i, const int32* start)
+{
+    mWindowStart = start;
+    mWindowNext = start;
+    mWindowSide = mTable.sidesBegin(i);
+    mWindow.begin(i, start, mTable.laterEnd(i));
+}
+
+int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& direction)
+{
+    for (; *mWindowNext != k; ++mWindowNext)
+    {
+        while (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo < *mWindowNext)
+            ++mWindowSide;
+        if (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo == *mWindowNext)
+            mWindow.addFirstSide(*mWindowNext, *mWindowSide);
+        mWindow.pass(*mWindowNext);
+    }
+    return mWindow.findClosing(k, {-direction.mX, -direction.mY});
+}
+
+/// The cheapest chain from i to k over the corners that see both.
+int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& direction)
 {
     ++mNumOwnSearches;
-    mOwn.begin(i);
-    for (const ChordTable::Chord* chord = mTable.lowerBound(i + 1, k); chord != mTable.chordsEnd(k); ++chord)
+    mCorners.clear();
+    for (const int32* corner = mTable.laterBegin(i); *corner != k; ++corner)
     {
-        const int32 corner = chord->mFrom;
-        if (mSeenFrom[static_cast<size_t>(corner)] != i)
-            continue;
-        mOwn.extend(corner);
-        if (mTable.isSide(i, corner))
-            mOwn.addFirstSide(mTable.lowerBound(i, corner)->mCost);
+        if (mTable.sees(*corner, k))
+            mCorners.push_back(*corner);
     }
-    mOwn.extend(k);
-    return mOwn.findClosing();
-}
-
-float ChordSolver::getRootCost()
-{
-    return mTable.lowerBound(0, mOutline.size() - 1)->mCost;
+    mCorners.push_back(k);
+    mOwn.begin(i, mCorners.data(), mCorners.data() + mCorners.size());
+    const ChordTable::Side* side = mTable.sidesBegin(i);
+    for (size_t at = 0; at + 1 < mCorners.size(); ++at)
+    {
+        while (side != mTable.sidesEnd(i) && side->mTo < mCorners[at])
+            ++side;
+        if (side != mTable.sidesEnd(i) && side->mTo == mCorners[at])
+            mOwn.addFirstSide(mCorners[at], *side);
+        mOwn.pass(mCorners[at]);
+    }
+    return mOwn.findClosing(k, {-direction.mX, -direction.mY});
 }
 
 void ChordSolver::extract(ConvexPieces& pieces)
@@ -113,7 +204,6 @@ void ChordSolver::extract(ConvexPieces& pieces)
     };
     Vector<Open> queue(mCorners.get_allocator());
     queue.push_back({0, mOutline.size() - 1, -1});
-    std::fill(mSeenFrom.begin(), mSeenFrom.end(), -1);
     for (size_t current = 0; current < queue.size(); ++current)
     {
         const Open open = queue[current];
@@ -141,16 +231,14 @@ void ChordSolver::extract(ConvexPieces& pieces)
 /// Appends the corners of the piece against chord (i, k), from k down to i.
 void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
 {
-    for (const int32* seen = mTable.laterBegin(i); seen != mTable.laterEnd(i); ++seen)
-        mSeenFrom[static_cast<size_t>(*seen)] = i;
-    int32 record = searchChord(i, k);
+    int32 record = searchChord(i, k, mTable.direction(i, k));
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
     pieces.mCorners.push_back(k);
     // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
     [[maybe_unused]] const bool sound =
-        KORV_ASSERT(mOwn.isLastReached(), "current->mStack", "stack should not be empty") &&
+        KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
         KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found") &&
-        KORV_ASSERT((mOutline[i] - mOutline[k]).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
+        KORV_ASSERT(mOutline.way(k, i).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
                     "cannot normalize null length vector");
     for (; record >= 0; record = mOwn.getRecord(record).mPrevious)
     {
@@ -158,8 +246,8 @@ void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
         [[maybe_unused]] const bool apart =
-            KORV_ASSERT((mOutline[corner] - mOutline[pieces.mCorners.back()]).getLength() != 0.0f,
-                        "tmp1.getLength() != 0.0f", "cannot normalize null length vector");
+            KORV_ASSERT(mOutline.way(pieces.mCorners.back(), corner).getLength() != 0.0f, "tmp1.getLength() != 0.0f",
+                        "cannot normalize null length vector");
         pieces.mCorners.push_back(corner);
     }
 }

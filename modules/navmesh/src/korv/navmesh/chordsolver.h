@@ -5,10 +5,11 @@
 
 namespace KORV::NavMesh
 {
-/// Splits an outline into convex pieces of minimal total chord length.
+/// Splits outlines into convex pieces of minimal total chord length.
 class ChordSolver
 {
 public:
+    /// @param outline  is referred to; it may change between two calls of solve.
     ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator);
 
     enum class Result
@@ -18,10 +19,10 @@ public:
         STOPPED
     };
 
-    /// Prices all chords.
+    /// Prices all chords of the outline as it is now.
     Result solve(const std::atomic<bool>& stop);
     /// Total chord length of the cheapest decomposition, the closing edge of the outline included.
-    float getRootCost();
+    float getRootCost() const { return mRootCost; }
     /// Writes the pieces of the cheapest decomposition, once it has been found.
     void extract(ConvexPieces& pieces);
 
@@ -29,17 +30,29 @@ public:
     uint32 getNumOwnSearches() const { return mNumOwnSearches; }
 
 private:
-    float solveChord(int32 i, int32 k, int32 numBetween, int32 numSeen);
+    void solveFrom(int32 i);
+    float solveChord(int32 i, int32 k, const Vec2<float>& direction);
     float chordCost(int32 i, int32 k, float chainCost) const;
-    int32 searchChord(int32 i, int32 k);
+    float priceOwn(int32 i, int32 k, const Vec2<float>& direction);
+    bool isTrustworthy(const ChainSearch& search, int32 k) const;
+    bool doAllSee(int32 i, int32 k) const;
+    int32 searchWindow(int32 i, int32 k, const Vec2<float>& direction);
+    void openWindow(int32 i, const int32* start);
+    int32 closeInWindow(int32 i, int32 k, const Vec2<float>& direction);
+    int32 searchChord(int32 i, int32 k, const Vec2<float>& direction);
     void appendPiece(ConvexPieces& pieces, int32 i, int32 k);
 
     const PlaneOutline& mOutline;
     ChordTable mTable;
-    ChainSearch mShared;     // over all corners that the first one sees
-    ChainSearch mOwn;        // over those that also see the last one
-    Vector<int32> mSeenFrom; // last first corner that was found to see it
-    Vector<int32> mCorners;  // scratch
+    ChainSearch mShared;                 // over all corners that the first one sees
+    ChainSearch mWindow;                 // over those of them from one on
+    ChainSearch mOwn;                    // over those that also see the last one
+    const int32* mWindowStart = nullptr; // among the corners that the first one sees; null: not open
+    const int32* mWindowNext = nullptr;  // the next to be passed
+    const ChordTable::Side* mWindowSide = nullptr;
+    Vector<int32> mUnordered; // corners that the first one sees where the answers depend on who takes part
+    Vector<int32> mCorners;   // scratch
+    float mRootCost = ChordTable::UNSOLVED;
     uint32 mNumOwnSearches = 0;
 };
 } // namespace KORV::NavMesh

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "korv/navmesh/types.h"
+#include "korv/navmesh/outlinevisibility.h"
 
 #include <atomic>
 
@@ -9,88 +9,116 @@ namespace KORV::NavMesh
 /// An outline that has been moved into its plane: clockwise, interior to the right of each edge.
 struct PlaneOutline
 {
-    explicit PlaneOutline(Common::Memory::Allocator* allocator) : mPoints(allocator), mReflex(allocator) {}
+    explicit PlaneOutline(Common::Memory::Allocator* allocator)
+        : mPoints(allocator), mUnmoved(allocator), mReflex(allocator)
+    {
+    }
 
     int32 size() const { return static_cast<int32>(mPoints.size()); }
     const Vec2<float>& operator[](int32 corner) const { return mPoints[static_cast<size_t>(corner)]; }
+    /// From one corner to another, as lengths and turns are measured.
+    Vec2<float> way(int32 from, int32 to) const
+    {
+        const Vector<Vec2<float>>& points = mUnmoved.empty() ? mPoints : mUnmoved;
+        return points[static_cast<size_t>(to)] - points[static_cast<size_t>(from)];
+    }
     bool isReflex(int32 corner) const { return mReflex[static_cast<size_t>(corner)] != 0; }
 
-    Vector<Vec2<float>> mPoints;
-    Vector<uint8> mReflex; ///< 1: the interior angle is 180 degrees or more, or nearly so
+    Vector<Vec2<float>> mPoints;  ///< decide what sees what
+    Vector<Vec2<float>> mUnmoved; ///< lengths and turns are those of these, unless there are none
+    Vector<uint8> mReflex;        ///< 1: the interior angle is 180 degrees or more, or nearly so
 };
 
-/// Whether the way from a over b to c turns right, goes straight on, or turns left by no more than 0.0001 (as sine).
-bool isConvexCorner(const PlaneOutline& outline, int32 a, int32 b, int32 c);
-
 /// The pairs of corners that see each other, with what the search for pieces needs to know about each.
-/// Memory: 20 bytes for each pair. Fails with the allocator's exception only.
+/// Memory: 8 bytes for each pair that sees each other, and 20 for each that may bound a piece. Fails with the
+/// allocator's exception only.
 class ChordTable
 {
 public:
-    /// No corner makes it, in place of a limit.
-    static constexpr int32 NONE = -1;
-    /// The corners that make it are no leading run, so that each must be looked at.
-    static constexpr int32 UNORDERED = -2;
     static constexpr float UNSOLVED = 3.4028235e+38f;
 
-    /// A pair of corners i < k, stored with k.
-    struct Chord
+    /// A side of pieces, stored with its first corner: an edge of the outline or a chord with a reflex end.
+    struct Side
     {
-        int32 mFrom;       ///< corner i
-        float mCost;       ///< cheapest total chord length of the part it cuts off, itself included
-        int32 mTurnLimit;  ///< last corner f before i from which the way over i to k is convex
-        int32 mCloseLimit; ///< last corner f between i and k from which the way over k to i is convex, or UNORDERED
+        int32 mTo;              ///< the later corner
+        float mCost;            ///< cheapest total chord length of the part it cuts off, itself included
+        Vec2<float> mDirection; ///< of unit length
     };
 
+    /// What is known about the turns at a corner, between sides that arrive from earlier corners and leave to later
+    /// ones.
+    enum class Turns : uint8
+    {
+        ALL,      ///< every turn is convex, also back to an earlier corner than that of arrival
+        ORDERED,  ///< from the arrivals up to one which grows with the corner that is left for
+        UNORDERED ///< float noise decides: the answers depend on which corners take part
+    };
+
+    /// @param outline  is referred to; it may change between two calls of build.
     ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator);
 
-    /// Fills the table. @return false when @p stop was raised; the table is then of no use.
+    /// Fills the table for the outline as it is now. @return false when @p stop was raised; the table is then of no
+    /// use.
     bool build(const std::atomic<bool>& stop);
 
     const PlaneOutline& getOutline() const { return mOutline; }
     /// Corners after i that see it, increasing.
     const int32* laterBegin(int32 i) const { return mLater.data() + mLaterStart[static_cast<size_t>(i)]; }
     const int32* laterEnd(int32 i) const { return mLater.data() + mLaterStart[static_cast<size_t>(i) + 1]; }
-    /// Chords that end at k, by increasing first corner.
-    const Chord* chordsBegin(int32 k) const { return mChords.data() + mChordStart[static_cast<size_t>(k)]; }
-    const Chord* chordsEnd(int32 k) const { return mChords.data() + mChordStart[static_cast<size_t>(k) + 1]; }
-    /// The chord from i to k, or the first one after its place; i < k.
-    Chord* lowerBound(int32 i, int32 k);
-
-    /// Whether the side from p to k, corners that see each other or neighbours, may bound a piece.
-    bool isSide(int32 p, int32 k) const
+    /// Whether corner k, which comes after i, sees it.
+    bool sees(int32 i, int32 k) const
     {
-        return p + 1 == k || ((mOutline.isReflex(p) || mOutline.isReflex(k)) && !isRoot(p, k));
+        const size_t bit = static_cast<size_t>(i) * mRowBits + static_cast<size_t>(k);
+        return mRowBits > 0 ? (mSeeing[bit / 64] >> (bit % 64) & 1) != 0 : isListed(i, k);
     }
-    /// The closing edge of the outline is no chord, though it joins first and last corner.
+    /// Sides that start at i, by increasing later corner.
+    Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
+    Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
+    /// Number of sides that end at k.
+    uint32 numArrivals(int32 k) const
+    {
+        return mArrivalStart[static_cast<size_t>(k) + 1] - mArrivalStart[static_cast<size_t>(k)];
+    }
+
+    /// The closing edge of the outline is no side, though it joins first and last corner.
     bool isRoot(int32 i, int32 k) const { return i == 0 && k == mOutline.size() - 1; }
     /// Whether the edge that ends at k joins corners that don't see each other: degenerate outlines have that.
     bool isEdgeHidden(int32 k) const { return mEdgeHidden[static_cast<size_t>(k)] != 0; }
-    /// Whether the limits of the chords that start at p may be trusted whatever corners take part.
-    bool isOrdered(int32 p) const { return mOrdered[static_cast<size_t>(p)] != 0; }
+    Turns getTurns(int32 p) const { return mTurns[static_cast<size_t>(p)]; }
+    /// Of unit length, unless the corners coincide.
+    Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline.way(a, b)); }
 
 private:
-    struct Arrival
-    {
-        int32 mFrom;
-        Vec2<float> mDirection;
-    };
-
+    bool isListed(int32 i, int32 k) const;
     bool findVisible(const std::atomic<bool>& stop);
-    void countChords();
-    void gatherArrivals(int32 p);
-    void computeCloseLimits(int32 p);
-    void computeTurnLimits(int32 p);
-    Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline[b] - mOutline[a]); }
+    void appendSides(int32 i);
+    void transpose();
+    void gatherDirections(int32 p);
+    Turns classifyTurns(int32 p);
+    bool turnOneWay();
+    bool turnWithinHalf() const;
+    bool isOrderClear() const;
+    bool isOrdered() const;
 
     const PlaneOutline& mOutline;
+    OutlineVisibility mVisibility;
     Vector<uint32> mLaterStart;
     Vector<int32> mLater;
-    Vector<uint32> mChordStart;
-    Vector<Chord> mChords;
-    Vector<uint32> mFilled; // chords stored so far of each last corner
+    Vector<uint64> mSeeing; // the same as bits, for outlines that are not too large
+    size_t mRowBits = 0;    // 0: no bits
+    Vector<uint32> mSideStart;
+    Vector<Side> mSides;
+    Vector<uint32> mArrivalStart;
+    Vector<uint32> mArrivals; // sides by their later corner
     Vector<uint8> mEdgeHidden;
-    Vector<uint8> mOrdered;
-    Vector<Arrival> mArrivals; // sides that may end at the corner at hand
+    Vector<Turns> mTurns;
+    Vector<Vec2<float>> mLeaving;  // directions of the sides at the corner at hand
+    Vector<Vec2<float>> mArriving; // likewise, on their way to it
 };
+
+/// Whether a turn is to the right, straight on, or to the left by no more than 0.0001 (as sine).
+inline bool turnsConvex(const Vec2<float>& arriving, const Vec2<float>& leaving)
+{
+    return cross(arriving, leaving) <= 0.0001f;
+}
 } // namespace KORV::NavMesh

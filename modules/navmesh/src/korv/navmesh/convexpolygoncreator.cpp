@@ -2,9 +2,10 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/geom/geomutility.h"
-#include "korv/navmesh/chordsolver.h"
+#include "korv/navmesh/flatpieces.h"
 #include "korv/navmesh/trianglerescue.h"
 
+#include <algorithm>
 #include <cmath>
 
 // Splits one outline into convex nodes.
@@ -38,6 +39,17 @@ float area2(const Vec2<float>& a, const Vec2<float>& b, const Vec2<float>& c)
     return a.mX * (b.mY - c.mY) + b.mX * (c.mY - a.mY) + c.mX * (a.mY - b.mY);
 }
 
+/// How far the refined rules draw sides in: parts that only touch come apart, and nothing else changes. [cubes]
+constexpr float REFINED_INSET = 1.0f / 64.0f;
+/// At a sharp corner its way in is no longer than this many insets.
+constexpr float MAX_MITRE = 4.0f;
+/// A corner may miss the grid of half cubes by this, from rounding far from the origin. [cubes]
+constexpr float GRID_TOLERANCE = 0.02f;
+/// A refined piece may have a dent of this (as sine), from the solver's tolerance.
+constexpr double REFINED_DENT = 2e-4;
+/// A piece of less height on the average has no area. [cubes]
+constexpr double FLATNESS = 1e-3;
+
 /// The way into the interior from a corner of an outline.
 Vec2<float> inward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<float>& after)
 {
@@ -47,7 +59,7 @@ Vec2<float> inward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<
 } // namespace
 
 ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance, Rules rules)
-    : mPolygon(getMemory()), mShrinkDistance(shrinkDistance), mRules(rules)
+    : mPolygon(getMemory()), mSolver(mPolygon, getMemory()), mShrinkDistance(shrinkDistance), mRules(rules)
 {
 }
 
@@ -72,30 +84,62 @@ ConvexPolygonCreator::Rescue ConvexPolygonCreator::decompose(ConvexPieces& piece
     if (!KORV_ASSERT(mN >= 3, "mN >= 3", "mPolygon cannot have less than 3 nodes"))
         return Rescue::EMPTY;
 
-    Rescue rescue = Rescue::NONE;
-    project(polygon.mPoints, axis);
-    insetInPlace();
-    if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis, mShrinkDistance))
-    {
-        rescue = Rescue::INSET;
-        projectInCubes(polygon.mPoints, axis);
-        const float inset = mShrinkDistance * cubeScale();
-        insetFromUnmoved(inset);
-        if (!solve(pieces, stop) || !arePiecesSound(pieces, polygon.mPoints, axis, inset))
-        {
-            rescue = Rescue::TRIANGLES;
-            projectInCubes(polygon.mPoints, axis);
-            TriangleRescue(getMemory()).decompose(pieces, mPolygon.mPoints, stop);
-        }
-    }
+    const Rescue rescue = mRules == Rules::REFINED ? decomposeRefined(pieces, polygon, axis, stop)
+                                                   : decomposeAsSpecified(pieces, polygon, axis, stop);
     clear();
     return pieces.size() > 0 ? rescue : Rescue::EMPTY;
+}
+
+ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeAsSpecified(ConvexPieces& pieces,
+                                                                        const SurfacePolygon& polygon,
+                                                                        const Vec3<float>& axis,
+                                                                        const std::atomic<bool>& stop)
+{
+    project(polygon.mPoints, axis);
+    insetInPlace();
+    if (solve(pieces, stop) && arePiecesSound(pieces, polygon.mPoints, axis, mShrinkDistance))
+        return Rescue::NONE;
+    projectInCubes(polygon.mPoints, axis);
+    const float inset = mShrinkDistance * cubeScale();
+    insetFromUnmoved(inset);
+    if (solve(pieces, stop) && arePiecesSound(pieces, polygon.mPoints, axis, inset))
+        return Rescue::INSET;
+    cutTriangles(pieces, polygon, axis, stop);
+    return Rescue::TRIANGLES;
+}
+
+/// In cubes from the first corner: what sees what is decided on an outline whose sides have all moved in by the same
+/// small distance, so that straight lines stay straight; turns and lengths are those of the unmoved one.
+ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeRefined(ConvexPieces& pieces, const SurfacePolygon& polygon,
+                                                                    const Vec3<float>& axis,
+                                                                    const std::atomic<bool>& stop)
+{
+    Rescue rescue = Rescue::NONE;
+    projectInCubes(polygon.mPoints, axis);
+    snapToHalfCubes();
+    mPolygon.mUnmoved.assign(mPolygon.mPoints.begin(), mPolygon.mPoints.end());
+    insetSides(REFINED_INSET);
+    if (!solve(pieces, stop) || !areAllConvex(pieces))
+    {
+        rescue = Rescue::TRIANGLES;
+        cutTriangles(pieces, polygon, axis, stop);
+    }
+    mergeFlatPieces(pieces, mPolygon.mUnmoved, FLATNESS);
+    return rescue;
+}
+
+void ConvexPolygonCreator::cutTriangles(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
+                                        const std::atomic<bool>& stop)
+{
+    projectInCubes(polygon.mPoints, axis);
+    TriangleRescue(getMemory()).decompose(pieces, mPolygon.mPoints, stop);
 }
 
 void ConvexPolygonCreator::clear()
 {
     mN = 0;
     mPolygon.mPoints.clear();
+    mPolygon.mUnmoved.clear();
     mPolygon.mReflex.clear();
 }
 
@@ -147,6 +191,73 @@ void ConvexPolygonCreator::insetFromUnmoved(float distance)
         const Vec2<float>& after = unmoved[i + 1 < n ? i + 1 : 0];
         points[i] = points[i] + inward(before, unmoved[i], after) * distance;
     }
+}
+
+/// Puts an outline that was made of voxels onto their grid, where its straight lines are straight exactly.
+void ConvexPolygonCreator::snapToHalfCubes()
+{
+    Vector<Vec2<float>>& points = mPolygon.mPoints;
+    const auto snapped = [](float x) { return std::round(2.0f * x) * 0.5f; };
+    const bool onGrid = std::all_of(points.begin(), points.end(),
+                                    [&](const Vec2<float>& point)
+                                    {
+                                        return std::fabs(point.mX - snapped(point.mX)) < GRID_TOLERANCE &&
+                                               std::fabs(point.mY - snapped(point.mY)) < GRID_TOLERANCE;
+                                    });
+    if (!onGrid)
+        return;
+    for (Vec2<float>& point : points)
+        point = {snapped(point.mX), snapped(point.mY)};
+}
+
+/// Moves every side in by a distance, and each corner to where its sides meet then.
+void ConvexPolygonCreator::insetSides(float distance)
+{
+    Vector<Vec2<float>>& points = mPolygon.mPoints;
+    const Vector<Vec2<float>>& unmoved = mPolygon.mUnmoved;
+    const size_t n = points.size();
+    for (size_t i = 0; i < n; ++i)
+    {
+        const Vec2<float> arriving = normalised(unmoved[i] - unmoved[i > 0 ? i - 1 : n - 1]);
+        const Vec2<float> leaving = normalised(unmoved[i + 1 < n ? i + 1 : 0] - unmoved[i]);
+        const Vec2<float> sum = arriving + leaving;
+        const float share = std::max(1.0f + dot(arriving, leaving), 1.0f / MAX_MITRE);
+        points[i] = unmoved[i] + Vec2<float>(sum.mY, -sum.mX) * (distance / share);
+    }
+}
+
+/// Whether pieces are convex in the outline itself, and have no negative area.
+bool ConvexPolygonCreator::areAllConvex(const ConvexPieces& pieces) const
+{
+    for (size_t piece = 0; piece < pieces.size(); ++piece)
+    {
+        const size_t begin = pieces.begin(piece);
+        if (!isConvex(pieces.mCorners.data() + begin, pieces.end(piece) - begin))
+            return false;
+    }
+    return true;
+}
+
+bool ConvexPolygonCreator::isConvex(const int32* corners, size_t size) const
+{
+    const auto side = [this](int32 from, int32 to)
+    {
+        const Vec2<float>& a = mPolygon.mUnmoved[static_cast<size_t>(from)];
+        const Vec2<float>& b = mPolygon.mUnmoved[static_cast<size_t>(to)];
+        return Vec2<double>(static_cast<double>(b.mX) - static_cast<double>(a.mX),
+                            static_cast<double>(b.mY) - static_cast<double>(a.mY));
+    };
+    double area = 0.0;
+    for (size_t at = 0; at < size; ++at)
+    {
+        const int32 next = corners[(at + 1) % size];
+        const Vec2<double> arriving = side(corners[at], next);
+        const Vec2<double> leaving = side(next, corners[(at + 2) % size]);
+        if (cross(arriving, leaving) < -REFINED_DENT * arriving.getLength() * leaving.getLength())
+            return false;
+        area += cross(side(corners[0], corners[at]), side(corners[0], next));
+    }
+    return area >= -MIN_AREA;
 }
 
 void ConvexPolygonCreator::markReflexCorners()
@@ -264,10 +375,9 @@ bool ConvexPolygonCreator::solve(ConvexPieces& pieces, const std::atomic<bool>& 
         return false;
     if (mHasReflex)
     {
-        ChordSolver solver(mPolygon, getMemory());
-        if (solver.solve(stop) != ChordSolver::Result::SOLVED)
+        if (mSolver.solve(stop) != ChordSolver::Result::SOLVED)
             return false;
-        solver.extract(pieces);
+        mSolver.extract(pieces);
         return true;
     }
     // no corner hides another: the outline is one piece

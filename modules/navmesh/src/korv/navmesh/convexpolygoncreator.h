@@ -2,8 +2,7 @@
 
 #include "korv/common/memory/memorymanaged.h"
 #include "korv/common/threading/spinlock.h"
-#include "korv/navmesh/chordtable.h"
-#include "korv/navmesh/convexpieces.h"
+#include "korv/navmesh/chordsolver.h"
 #include "korv/navmesh/rules.h"
 
 namespace KORV::NavMesh
@@ -41,12 +40,22 @@ public:
                      const std::atomic<bool>& stop);
 
 private:
+    Rescue decomposeAsSpecified(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
+                                const std::atomic<bool>& stop);
+    Rescue decomposeRefined(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
+                            const std::atomic<bool>& stop);
+    void cutTriangles(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
+                      const std::atomic<bool>& stop);
     /// Cube units for the rescues; a shrink distance of 0, which only tests use, leaves the unit as it is.
     float cubeScale() const { return mShrinkDistance > 0.0f ? SHRINK_SHARE / mShrinkDistance : 1.0f; }
     void project(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
     void projectInCubes(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
     void insetInPlace();
     void insetFromUnmoved(float distance);
+    void snapToHalfCubes();
+    void insetSides(float distance);
+    bool areAllConvex(const ConvexPieces& pieces) const;
+    bool isConvex(const int32* corners, size_t size) const;
     void markReflexCorners();
     bool solve(ConvexPieces& pieces, const std::atomic<bool>& stop);
     bool arePiecesSound(const ConvexPieces& pieces, const Vector<Vec3<float>>& points, const Vec3<float>& axis,
@@ -60,6 +69,7 @@ private:
     static constexpr float SHRINK_SHARE = 0.25f;
 
     PlaneOutline mPolygon;
+    ChordSolver mSolver; // on mPolygon
     int32 mN = 0;
     bool mHasReflex = false;
     bool mFinite = true; // no arithmetic on the outline has overflowed so far

@@ -26,27 +26,39 @@ namespace
 {
 /// A typed message for a trace viewer: an outline begins.
 constexpr uint32 TRACE_OUTLINE = 9;
-constexpr uint32 NUM_WAYS = 8;
 
 Vec3<float> toFloat(const Vec3<int32>& v)
 {
     return {static_cast<float>(v.mX), static_cast<float>(v.mY), static_cast<float>(v.mZ)};
 }
 
-/// The ways that leave a voxel's centre: a bit for each.
+/// The ways that leave a voxel's centre.
 uint32 getWays(const LeafOctant& leaf)
+{
+    return CentreWays::get(leaf.getBridges(), leaf.data);
+}
+} // namespace
+
+OutlinePoints::OutlinePoints(const NavMeshOctree& octree, const PlaneDirections& directions) : mOctree(octree)
+{
+    const float half = octree.getCubeSize() * 0.5f;
+    mUpOffset = toFloat(directions.mUp) * half;
+    for (uint32 side = 0; side < PlaneDirections::NUM_SIDES; ++side)
+        mCornerOffsets[side] = toFloat(directions.mSides[side] + directions.mSides[leftOf(side)]) * half;
+}
+
+uint32 CentreWays::get(uint32 bridges, uint32 waysOut)
 {
     uint32 ways = 0;
     for (uint32 side = 0; side < PlaneDirections::NUM_SIDES; ++side)
     {
-        ways |= ((leaf.getBridges() >> side) & 1u) << (2 * side);
-        ways |= ((leaf.data >> side) & 1u) << (2 * side + 1);
+        ways |= ((bridges >> side) & 1u) << (2 * side);
+        ways |= ((waysOut >> side) & 1u) << (2 * side + 1);
     }
     return ways;
 }
 
-/// The first way clockwise from the one the walk came by; that one itself at a dead end.
-uint32 turnClockwise(uint32 ways, uint32 cameBy)
+uint32 CentreWays::turnClockwise(uint32 ways, uint32 cameBy)
 {
     for (uint32 turn = 1; turn < NUM_WAYS; ++turn)
     {
@@ -56,17 +68,12 @@ uint32 turnClockwise(uint32 ways, uint32 cameBy)
     }
     return cameBy;
 }
-} // namespace
 
 BuildFinalPolygon::BuildFinalPolygon(NavMeshOctree& octree, uint32 mainAxis, SurfacePolygonList& polygons)
     : mOctree(octree), mCursor(octree), mWalk(octree, mainAxis), mPolygons(polygons),
-      mRayLength(computeHeightRayLength(octree.getHeightClassifier(), octree.getCubeSize()))
+      mRayLength(computeHeightRayLength(octree.getHeightClassifier(), octree.getCubeSize())),
+      mPoints(octree, mWalk.getDirections())
 {
-    const PlaneDirections& directions = mWalk.getDirections();
-    const float half = octree.getCubeSize() * 0.5f;
-    mUpOffset = toFloat(directions.mUp) * half;
-    for (uint32 side = 0; side < PlaneDirections::NUM_SIDES; ++side)
-        mCornerOffsets[side] = toFloat(directions.mSides[side] + directions.mSides[leftOf(side)]) * half;
 }
 
 void BuildFinalPolygon::operator()(const Vec3<int32>& position, LeafOctant& leaf)
@@ -130,8 +137,8 @@ void BuildFinalPolygon::crossBridges(Points& points, State& state)
     uint32 cameBy = 2 * state.mSide + 1;
     for (;;)
     {
-        points.push_back(getCentrePoint(state.mPosition));
-        const uint32 way = turnClockwise(getWays(*state.mLeaf), cameBy);
+        points.push_back(mPoints.getCentre(state.mPosition));
+        const uint32 way = CentreWays::turnClockwise(getWays(*state.mLeaf), cameBy);
         state.mSide = way / 2;
         if (way % 2 != 0)
             return;
@@ -159,15 +166,5 @@ void BuildFinalPolygon::prepareWaysOut(LeafOctant& leaf) const
     const uint32 side = findUntracedSide(leaf);
     if (KORV_BARE_ASSERT(side != PlaneDirections::NUM_SIDES, "neighbourID != 4"))
         leaf.data = 1u << side;
-}
-
-Vec3<float> BuildFinalPolygon::getCentrePoint(const Vec3<int32>& position) const
-{
-    return mOctree.getCentre(position) + mUpOffset;
-}
-
-Vec3<float> BuildFinalPolygon::getCorner(const State& state) const
-{
-    return getCentrePoint(state.mPosition) + mCornerOffsets[state.mSide];
 }
 } // namespace KORV::NavMesh

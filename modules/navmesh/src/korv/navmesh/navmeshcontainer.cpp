@@ -197,19 +197,7 @@ Vec3<float> NavMeshContainer::getNodeMiddlePoint(int nodeIndex) const
     if (!KORV_ASSERT(isIndexOf(nodeIndex, mNodes), "nodeIndex >= 0 && nodeIndex < (int32)mNodes.size()",
                      "nodeID out of range"))
         return {};
-    Vec3<float> sum;
-    uint32 numCorners = 0;
-    for (const uint32 id : mNodes[static_cast<size_t>(nodeIndex)].mPolygon)
-    {
-        if (id >= mVertices.size())
-            continue;
-        sum = sum + mVertices[id];
-        ++numCorners;
-    }
-    if (numCorners == 0)
-        return {};
-    const float divisor = static_cast<float>(numCorners);
-    return {sum.mX / divisor, sum.mY / divisor, sum.mZ / divisor};
+    return getMiddleOfCorners(mVertices, mNodes[static_cast<size_t>(nodeIndex)].mPolygon);
 }
 
 float NavMeshContainer::getDistanceToNearestEdgeOfNode(const Vec3<float>& point, int nodeID) const

@@ -42,6 +42,11 @@ constexpr const char* TOTAL_STAGE = "Building Navigation Mesh";
 /// A progress report at least this often while outlines are cut. [milliseconds]
 constexpr uint32 PROGRESS_PAUSE = 50;
 
+/// Outlines of so many corners are tasks of their own, and the first.
+constexpr size_t LARGE_OUTLINE = 2000;
+/// Smaller ones share a task up to this many corners: below a millisecond of work.
+constexpr size_t BATCH_CORNERS = 512;
+
 // Tolerances of the connections, as shares of a cube.
 constexpr float OVERLAP_SHARE = 0.5f;
 constexpr float DISTANCE_SHARE = 0.25f;
@@ -67,12 +72,24 @@ public:
     SharedPtr<NavMeshContainer> execute();
 
 private:
+    /// The outlines on their way through the pool.
+    struct OutlineQueue
+    {
+        PieceSequencer& mSequencer;
+        size_t mNumTasks = 0;
+        bool mReported = false;
+        StageClock mSinceReport{};
+    };
+
     void startPool();
     void classifyHeights();
     void buildOutlines();
     void createContainer();
     void buildConvexNodes();
-    void waitForOutlines(PieceSequencer& sequencer, size_t numQueued, size_t limit) const;
+    void queueOutlines(OutlineQueue& queue, bool large);
+    void queueTask(OutlineQueue& queue, PolygonCreateTask* task);
+    void waitForOutlines(OutlineQueue& queue, size_t limit) const;
+    void reportOutlines(OutlineQueue& queue) const;
     void countRescues(const PieceSequencer& sequencer);
     void buildConnections();
     void writeHeights();
@@ -165,12 +182,14 @@ void NavMeshBuilder::Run::classifyHeights()
 void NavMeshBuilder::Run::buildOutlines()
 {
     Parameter& parameter = mBuilder.mParameter;
-    if (parameter.mSplitDepth < -1)
+    const bool isSplitDepthAutomatic = parameter.mSplitDepth < -1;
+    if (isSplitDepthAutomatic)
         parameter.mSplitDepth = mBuilder.computeSplitDepth();
     mAxis = mBuilder.mainSurfaceAxis();
     {
-        const std::unique_ptr<NavMeshOctree> octree(new (mAllocator) NavMeshOctree(
-            parameter, &mBuilder.mGeometries, mClassifier, mBuilder.mThreadPool, mControl, getRules()));
+        const std::unique_ptr<NavMeshOctree> octree(
+            new (mAllocator) NavMeshOctree(parameter, &mBuilder.mGeometries, mClassifier, mBuilder.mThreadPool,
+                                           mControl, getRules(), isSplitDepthAutomatic));
         octree->buildMaxConnectedPolygons(mPolygons, mAxis);
     }
     endStage(OUTLINE_STAGE);
@@ -193,15 +212,10 @@ void NavMeshBuilder::Run::buildConvexNodes()
     PieceSequencer sequencer(lock, *mContainer, mPolygons.size(), mAllocator);
     try
     {
-        size_t outline = 0;
-        for (const SurfacePolygon& polygon : mPolygons)
-        {
-            waitForOutlines(sequencer, outline, pool.getMaxTasks());
-            pool.appendTask(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, getRules(), sequencer,
-                                                               outline, polygon, mContainer->mNormal));
-            ++outline;
-        }
-        waitForOutlines(sequencer, outline, 1);
+        OutlineQueue queue{sequencer};
+        queueOutlines(queue, true); // one that takes long would else keep a single worker busy in the end
+        queueOutlines(queue, false);
+        waitForOutlines(queue, 1);
     }
     catch (...)
     {
@@ -215,16 +229,60 @@ void NavMeshBuilder::Run::buildConvexNodes()
     endStage(CONVEX_STAGE);
 }
 
-/// Waits until fewer than @p limit of the outlines queued are left, and keeps the host informed: a full queue would
-/// block this thread for as long as a large outline takes, deaf to a stop.
-void NavMeshBuilder::Run::waitForOutlines(PieceSequencer& sequencer, size_t numQueued, size_t limit) const
+/// Queues the outlines of one kind: each large one as a task, small ones in batches.
+void NavMeshBuilder::Run::queueOutlines(OutlineQueue& queue, bool large)
 {
-    const float numOutlines = static_cast<float>(mPolygons.size());
-    for (size_t ended = sequencer.getNumEnded(); numQueued - ended >= limit; ended = sequencer.getNumEnded())
+    std::unique_ptr<PolygonCreateTask> batch;
+    size_t numCorners = 0;
+    size_t outline = 0;
+    for (const SurfacePolygon& polygon : mPolygons)
     {
-        mControl.report(CONVEX_STAGE, static_cast<float>(ended) / numOutlines);
-        sequencer.waitForEnd(PROGRESS_PAUSE);
+        const size_t place = outline++;
+        const bool fits = (polygon.mPoints.size() >= LARGE_OUTLINE) == large;
+        if (batch != nullptr && (!fits || numCorners + polygon.mPoints.size() > BATCH_CORNERS))
+            queueTask(queue, batch.release());
+        if (!fits)
+            continue;
+        numCorners = (batch != nullptr ? numCorners : 0) + polygon.mPoints.size();
+        if (batch != nullptr)
+            batch->append(polygon);
+        else
+            batch.reset(new (mAllocator) PolygonCreateTask(mBuilder.mParameter.mCubeSize, getRules(), queue.mSequencer,
+                                                           place, polygon, mContainer->mNormal));
     }
+    if (batch != nullptr)
+        queueTask(queue, batch.release());
+}
+
+void NavMeshBuilder::Run::queueTask(OutlineQueue& queue, PolygonCreateTask* task)
+{
+    std::unique_ptr<PolygonCreateTask> owner(task); // a stop by the host throws
+    waitForOutlines(queue, mBuilder.mThreadPool->getMaxTasks());
+    mBuilder.mThreadPool->appendTask(owner.release());
+    ++queue.mNumTasks;
+}
+
+/// Waits until fewer than @p limit of the tasks queued are left, and keeps the host informed: a full queue would
+/// block this thread for as long as a large outline takes, deaf to a stop.
+void NavMeshBuilder::Run::waitForOutlines(OutlineQueue& queue, size_t limit) const
+{
+    reportOutlines(queue);
+    while (queue.mNumTasks - queue.mSequencer.getNumEndedTasks() >= limit)
+    {
+        queue.mSequencer.waitForEnd(PROGRESS_PAUSE);
+        reportOutlines(queue);
+    }
+}
+
+/// Tells the host how many outlines are done, unless it has been told just now.
+void NavMeshBuilder::Run::reportOutlines(OutlineQueue& queue) const
+{
+    if (queue.mReported && queue.mSinceReport.getSeconds() * 1000.0 < PROGRESS_PAUSE)
+        return;
+    queue.mReported = true;
+    queue.mSinceReport.restart();
+    mControl.report(CONVEX_STAGE,
+                    static_cast<float>(queue.mSequencer.getNumEnded()) / static_cast<float>(mPolygons.size()));
 }
 
 void NavMeshBuilder::Run::countRescues(const PieceSequencer& sequencer)

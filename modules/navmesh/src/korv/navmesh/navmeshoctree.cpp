@@ -2,7 +2,9 @@
 //
 // From input to outlines: voxelise the triangles (voxelinsertion), find the voxels with room above and join those that
 // belong together (neighbourbits), label the borders of the surfaces (borders), connect the borders of each surface
-// (bridges), walk each surface's outline (finalpolygon).
+// (bridges), walk each surface's outline (finalpolygon). All but the first step exist twice with the same result: one
+// voxel after the other in these files, and on bits (surfaceextraction). The bits do the work; the voxels take over by
+// the specified rules where coordinates are so large that their rounding decides which corners an outline has.
 //
 // Numbers: the box around the input is widened by half a world unit on every side, so that nothing lies on its faces.
 
@@ -18,6 +20,7 @@
 #include "korv/navmesh/neighbourbits.h"
 #include "korv/navmesh/octreedepth.h"
 #include "korv/navmesh/stageclock.h"
+#include "korv/navmesh/surfaceextraction.h"
 #include "korv/navmesh/voxelinsertion.h"
 
 #include <algorithm>
@@ -53,6 +56,13 @@ void logPolygons(const MessageText& text)
 void logTime(const char* step, const StageClock& clock)
 {
     logPolygons(MessageText() << step << " Time used: " << clock.getLogSeconds());
+}
+
+void logBorders(uint64 numBorders)
+{
+    logPolygons(MessageText() << "Mark Face Border");
+    logPolygons(MessageText() << "built borders: " << numBorders);
+    logPolygons(MessageText() << "find merge positions");
 }
 
 /// Tells the host about a pass over all voxels while passing them on.
@@ -152,9 +162,10 @@ Ray::Ray(const Vec3<int32>& origin, const Vec3<int32>& direction, uint32 length)
 
 NavMeshOctree::NavMeshOctree(const NavMeshBuilder::Parameter& parameter, const Vector<GeometryInfo>* geometries,
                              const HeightClassifier& classifier, Common::Threading::ThreadPool* threadPool,
-                             const RunControl& control, Rules rules)
+                             const RunControl& control, Rules rules, bool isSplitDepthAutomatic)
     : mParameter(parameter), mHeightClassifier(classifier), mGeometries(geometries), mInnerOctants(getMemory()),
-      mLeafOctants(getMemory()), mThreadPool(threadPool), mControl(control), mRules(rules)
+      mLeafOctants(getMemory()), mThreadPool(threadPool), mControl(control), mRules(rules),
+      mIsSplitDepthAutomatic(isSplitDepthAutomatic)
 {
 }
 
@@ -171,11 +182,33 @@ void NavMeshOctree::buildMaxConnectedPolygons(SurfacePolygonList& polygons, uint
     statistics.mNumVoxels = mLeafOctants.size();
     if (mLeafOctants.empty())
         return;
-    findNeighbours(axis);
-    findBridges(axis);
     const size_t before = polygons.size();
-    traceOutlines(polygons, axis);
+    if (mRules == Rules::REFINED || SurfaceExtraction::isExact(*this))
+        extractSurfaces(polygons, axis);
+    else
+        extractVoxelByVoxel(polygons, axis);
     statistics.mNumSurfaces = static_cast<uint32>(polygons.size() - before);
+}
+
+void NavMeshOctree::extractSurfaces(SurfacePolygonList& polygons, uint32 mainAxis)
+{
+    SurfaceExtraction extraction(*this, mainAxis);
+    extraction.findSurfaces(INSERTION_DONE, BORDERS_DONE);
+    mControl.getStatistics().mNumWalkableVoxels = extraction.countVoxels();
+    logPolygons(MessageText() << "Build NeighbourBits");
+    logBorders(extraction.countBorders());
+    logTime("Find Merge Positions", StageClock()); // is part of the next step
+    logPolygons(MessageText() << "build final borders");
+    const StageClock clock;
+    extraction.traceOutlines(polygons, BORDERS_DONE, 1.0f);
+    logTime("Build Final Polygons", clock);
+}
+
+void NavMeshOctree::extractVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis)
+{
+    findNeighbours(mainAxis);
+    findBridges(mainAxis);
+    traceOutlines(polygons, mainAxis);
 }
 
 void NavMeshOctree::findNeighbours(uint32 mainAxis)
@@ -199,10 +232,7 @@ void NavMeshOctree::findBridges(uint32 mainAxis)
     MarkFaceBorder markBorders(*this, mainAxis, labels, borderVoxels);
     ReportedFunction reported(markBorders, *this, mLeafOctants.size(), NEIGHBOURS_DONE, BORDERS_DONE);
     forEachLeaf(reported);
-    logPolygons(MessageText() << "Mark Face Border");
-    logPolygons(MessageText() << "built borders: " << labels.size());
-
-    logPolygons(MessageText() << "find merge positions");
+    logBorders(labels.size());
     const StageClock clock;
     BridgeSearch(*this, mainAxis, labels, borderVoxels).run();
     logTime("Find Merge Positions", clock);
@@ -235,7 +265,8 @@ void NavMeshOctree::buildTree(float cubeSize)
         const float half = cubeSize * 0.5f;
         mMax = mMin + Vec3<float>(edge, edge, edge);
         mFirstCentre = mMin + Vec3<float>(half, half, half);
-        VoxelInsertion insertion(*mGeometries, mInnerOctants, mLeafOctants, mControl, INSERTION_DONE, getMemory());
+        VoxelInsertion insertion(*mGeometries, mInnerOctants, mLeafOctants, mControl, INSERTION_DONE, mThreadPool,
+                                 getMemory());
         insertion.insert((mMin + mMax) * 0.5f, mMax.mX - mMin.mX, mDepth);
     }
     logStatistics();

@@ -95,9 +95,10 @@ public:
     static constexpr const char* STAGE_NAME = "Build maximal connected polygons";
 
     /// @param geometries  not copied; must outlive the octree, as must @p threadPool and @p control.
+    /// @param isSplitDepthAutomatic  nobody has chosen the split depth, so small surfaces need not be cut by it.
     NavMeshOctree(const NavMeshBuilder::Parameter& parameter, const Vector<GeometryInfo>* geometries,
                   const HeightClassifier& classifier, Common::Threading::ThreadPool* threadPool,
-                  const RunControl& control, Rules rules = Rules::SPECIFIED);
+                  const RunControl& control, Rules rules = Rules::SPECIFIED, bool isSplitDepthAutomatic = false);
     ~NavMeshOctree() override;
     NavMeshOctree(const NavMeshOctree&) = delete;
     NavMeshOctree& operator=(const NavMeshOctree&) = delete;
@@ -135,6 +136,7 @@ public:
     const HeightClassifier& getHeightClassifier() const { return mHeightClassifier; }
     const RunControl& getControl() const { return mControl; }
     Rules getRules() const { return mRules; }
+    bool isSplitDepthAutomatic() const { return mIsSplitDepthAutomatic; }
     Common::Threading::ThreadPool* getThreadPool() const { return mThreadPool; }
 
     // The records themselves, for the stages beside this class.
@@ -149,6 +151,8 @@ private:
     bool computeBounds();
     void logStatistics() const;
     void visit(LeafFunctional& functional, uint32 octant, uint32 level, const Vec3<int32>& corner);
+    void extractSurfaces(SurfacePolygonList& polygons, uint32 mainAxis);
+    void extractVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis);
     void findNeighbours(uint32 mainAxis);
     void findBridges(uint32 mainAxis);
     void traceOutlines(SurfacePolygonList& polygons, uint32 mainAxis);
@@ -167,5 +171,6 @@ private:
     Common::Threading::ThreadPool* mThreadPool;
     const RunControl& mControl;
     Rules mRules;
+    bool mIsSplitDepthAutomatic;
 };
 } // namespace KORV::NavMesh

@@ -2,6 +2,10 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/navmesh/astarnavmesh.h"
+#include "korv/navmesh/nodeplaces.h"
+
+#include <limits>
+#include <optional>
 
 namespace KORV::NavMesh
 {
@@ -12,17 +16,24 @@ using Common::Memory::MemoryManaged;
 
 namespace
 {
-/// What one search looks for.
+using Filter = std::optional<NavMeshSearchFilter>;
+
+/// What one search looks for, and for whom.
 struct SearchGoal : public MemoryManaged
 {
     SearchGoal(const SharedPtr<NavMeshContainer>& navMesh, const Vec3<float>& start, int startNode,
-               const Vec3<float>& end, int endNode)
+               const Vec3<float>& end, int endNode, const Filter& filter)
         : mCostFunc(navMesh, start, end, startNode, endNode), mHeuristicFunc(navMesh, start, end, startNode, endNode),
           mGoal(&mCostFunc, &mHeuristicFunc, getAllocator())
     {
         mGoal.setStartEnd(static_cast<uint32>(startNode), static_cast<uint32>(endNode));
+        if (!filter)
+            return;
+        mFilter.emplace(*filter, navMesh->getMemory());
+        mCostFunc.mFilter = &*mFilter;
     }
 
+    Filter mFilter;
     NMCostFunc mCostFunc;
     NMHeuristicFunc mHeuristicFunc;
     ASGoalBase mGoal;
@@ -58,9 +69,13 @@ public:
         }
     }
 
+    SearchGoal* getGoal() const { return mGoal; }
+    bool isReached(uint32 nodeID) const { return mStorage.getState(nodeID) != AStarStorageFast::STATE_NEW; }
+
     AStarMapNavMesh mMap;
     AStarStorageFast mStorage;
     AStarNavMesh mAStar;
+    Filter mFilter; // of the searches to come
 
 private:
     void dropGoal()
@@ -126,13 +141,24 @@ bool NavMeshPathSearch::initSearch(const Vec3<float>& start, int startNodeID, co
     if (endNodeID == -1)
         return false;
 
-    mEngine->start(new (mNavMesh->getAllocator()) SearchGoal(mNavMesh, start, startNodeID, end, endNodeID));
+    mEngine->start(new (mNavMesh->getAllocator())
+                       SearchGoal(mNavMesh, start, startNodeID, end, endNodeID, mEngine->mFilter));
     return true;
+}
+
+void NavMeshPathSearch::setFilter(const NavMeshSearchFilter* filter)
+{
+    if (mEngine == nullptr)
+        return;
+    Filter copy;
+    if (filter != nullptr)
+        copy.emplace(*filter, mNavMesh->getMemory());
+    mEngine->mFilter = std::move(copy);
 }
 
 int NavMeshPathSearch::runSearch(unsigned int maxSteps)
 {
-    if (!KORV_ASSERT(mAStar != nullptr && mAStar->goal != nullptr, "mAStar->goal", NOT_INITIALIZED))
+    if (!isInitialized())
         return -1;
     switch (mAStar->runSearch(maxSteps))
     {
@@ -148,18 +174,74 @@ int NavMeshPathSearch::runSearch(unsigned int maxSteps)
     }
 }
 
-Vector<NavMeshPathChunk> NavMeshPathSearch::getPath() const
+bool NavMeshPathSearch::isInitialized() const
 {
-    Common::Memory::Allocator* memory =
-        mNavMesh != nullptr ? mNavMesh->getMemory() : Common::Memory::getDefaultAllocator();
-    Vector<NavMeshPathChunk> path(memory);
-    if (!KORV_ASSERT(mAStar != nullptr && mAStar->goal != nullptr, "mAStar->goal", NOT_INITIALIZED))
-        return path;
-    Vector<uint32> edges(memory);
-    mAStar->goal->getPath(edges);
+    return KORV_ASSERT(mAStar != nullptr && mAStar->goal != nullptr, "mAStar->goal", NOT_INITIALIZED);
+}
+
+Vector<NavMeshPathChunk> NavMeshPathSearch::createPath(const Vector<uint32>& edges)
+{
+    Vector<NavMeshPathChunk> path(edges.get_allocator());
     path.reserve(edges.size());
     for (const uint32 edge : edges)
         path.push_back({static_cast<int32>(AStarMapNavMesh::getNode(edge)), AStarMapNavMesh::getBorder(edge)});
     return path;
+}
+
+Vector<uint32> NavMeshPathSearch::createEdges() const
+{
+    return Vector<uint32>(mNavMesh != nullptr ? mNavMesh->getMemory() : Common::Memory::getDefaultAllocator());
+}
+
+Vector<NavMeshPathChunk> NavMeshPathSearch::getPath() const
+{
+    Vector<uint32> edges = createEdges();
+    if (isInitialized())
+        mAStar->goal->getPath(edges);
+    return createPath(edges);
+}
+
+Vector<NavMeshPathChunk> NavMeshPathSearch::getPathTo(int nodeID) const
+{
+    Vector<uint32> edges = createEdges();
+    if (isInitialized() &&
+        KORV_ASSERT(isReached(nodeID), "isReached(nodeID)", "The search has not reached node " << nodeID))
+        mEngine->getGoal()->mGoal.getPathTo(static_cast<uint32>(nodeID), edges);
+    return createPath(edges);
+}
+
+bool NavMeshPathSearch::isReached(int nodeID) const
+{
+    return mEngine != nullptr && mEngine->getGoal() != nullptr && mEngine->isReached(static_cast<uint32>(nodeID));
+}
+
+float NavMeshPathSearch::getCost(int nodeID) const
+{
+    return isReached(nodeID) ? mEngine->mStorage.getNode(static_cast<uint32>(nodeID))->pathCost
+                             : std::numeric_limits<float>::infinity();
+}
+
+NavMeshPlace NavMeshPathSearch::getNearestReachable() const
+{
+    NavMeshPlace place;
+    if (!isInitialized())
+        return place;
+    const Vec3<float>& end = mEngine->getGoal()->mCostFunc.mPoints.mEndPos;
+    ClosestPoint best{};
+    const auto numNodes = static_cast<int32>(mEngine->mStorage.getNumNodes());
+    for (int32 nodeID = 0; nodeID < numNodes; ++nodeID)
+    {
+        ClosestPoint closest{};
+        if (!mEngine->isReached(static_cast<uint32>(nodeID)) || !findClosestPoint(closest, *mNavMesh, nodeID, end) ||
+            (place.isValid() && !(closest.mDistance < best.mDistance)))
+            continue;
+        best = closest;
+        place.mNodeID = nodeID;
+    }
+    if (!place.isValid())
+        return place;
+    place.mPosition = roundIntoNode(*mNavMesh, place.mNodeID, best.mPosition);
+    place.mDistance = static_cast<float>(best.mDistance);
+    return place;
 }
 } // namespace KORV::NavMesh

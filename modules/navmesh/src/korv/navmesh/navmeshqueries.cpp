@@ -4,15 +4,6 @@
 
 namespace KORV::NavMesh
 {
-namespace
-{
-/// Twice the area of the triangle: positive when c lies to the left of the line from a to b, zero on it.
-float orient(const Vec2<float>& a, const Vec2<float>& b, const Vec2<float>& c)
-{
-    return (b.mY - c.mY) * a.mX + (c.mY - a.mY) * b.mX + (a.mY - b.mY) * c.mX;
-}
-} // namespace
-
 bool isPointInConvexPolygon(const Vec2<float>& point, const Vector<Vec3<float>>& vertices,
                             const Vector<uint32>& polygon, bool clockwise, const Vec3<float>& xAxis,
                             const Vec3<float>& yAxis)

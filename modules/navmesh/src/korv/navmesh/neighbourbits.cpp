@@ -29,13 +29,6 @@ void writeFlags(LeafOctant& leaf, uint32 flags)
 }
 } // namespace
 
-uint32 computeHeightRayLength(const HeightClassifier& classifier, float cubeSize)
-{
-    constexpr float LIMIT = 4294967040.0f; // the largest float below 2^32
-    const float numCubes = classifier.getMaxPhysicalHeight() / cubeSize;
-    return static_cast<uint32>(numCubes < LIMIT ? numCubes : LIMIT) + 1;
-}
-
 MeasureFreeHeight::MeasureFreeHeight(NavMeshOctree& octree, uint32 mainAxis)
     : mOctree(&octree), mCursor(octree), mUp(PLANE_DIRECTIONS[mainAxis].mUp),
       mRayLength(computeHeightRayLength(octree.getHeightClassifier(), octree.getCubeSize()))
@@ -63,7 +56,7 @@ void MeasureFreeHeight::operator()(const Vec3<int32>& position, LeafOctant& leaf
 
 BuildNeighbourBits::BuildNeighbourBits(NavMeshOctree& octree, uint32 mainAxis)
     : mOctree(&octree), mCursor(octree), mDirections(PLANE_DIRECTIONS[mainAxis]),
-      mRayLength(computeHeightRayLength(octree.getHeightClassifier(), octree.getCubeSize())),
+      mGroups(octree.getHeightClassifier(), octree.getCubeSize(), octree.getRules(), octree.getMemory()),
       mSplitDepth(octree.getParameter().mSplitDepth)
 {
 }
@@ -101,20 +94,9 @@ bool BuildNeighbourBits::isSameBranch(const Vec3<int32>& a, const Vec3<int32>& b
 
 bool BuildNeighbourBits::isSameHeightClass(uint32 lengthA, uint32 lengthB) const
 {
-    const Interval a = getInterval(lengthA);
-    if (!a.contains(getHeight(lengthA)) || !a.contains(getHeight(lengthB)))
+    const HeightInterval a = mGroups.getInterval(lengthA);
+    if (!a.contains(mGroups.getHeight(lengthA)) || !a.contains(mGroups.getHeight(lengthB)))
         return false;
-    return lengthA == lengthB || getInterval(lengthB).contains(getHeight(lengthA));
-}
-
-BuildNeighbourBits::Interval BuildNeighbourBits::getInterval(uint32 length) const
-{
-    const HeightClassifier& classifier = mOctree->getHeightClassifier();
-    Interval interval;
-    classifier.classify(getHeight(length), interval.mLo, interval.mHi);
-    // the top class ends where the rays do
-    if (classifier.getMaxPhysicalHeight() <= interval.mHi)
-        interval.mHi = getHeight(mRayLength) + 1.0f;
-    return interval;
+    return lengthA == lengthB || mGroups.getInterval(lengthB).contains(mGroups.getHeight(lengthA));
 }
 } // namespace KORV::NavMesh

@@ -1,13 +1,11 @@
 #pragma once
 
+#include "korv/navmesh/heightgroups.h"
 #include "korv/navmesh/leafcursor.h"
 #include "korv/navmesh/planedirections.h"
 
 namespace KORV::NavMesh
 {
-/// Length of the rays that measure free heights: the largest character and one voxel more. [voxels, >= 1]
-uint32 computeHeightRayLength(const HeightClassifier& classifier, float cubeSize);
-
 /// First pass over the voxels: clears the walkable bit where a voxel lies on top or no character fits, and keeps the
 /// free height, in voxels, in the data of those that stay walkable.
 /// Thread use: copies may work on different voxels at once.
@@ -33,23 +31,13 @@ public:
     void operator()(const Vec3<int32>& position, LeafOctant& leaf) override;
 
 private:
-    struct Interval
-    {
-        float mLo = 0.0f;
-        float mHi = 0.0f;
-
-        bool contains(float height) const { return mLo <= height && height <= mHi; }
-    };
-
     bool isSameBranch(const Vec3<int32>& a, const Vec3<int32>& b) const;
     bool isSameHeightClass(uint32 lengthA, uint32 lengthB) const;
-    Interval getInterval(uint32 length) const;
-    float getHeight(uint32 length) const { return static_cast<float>(length) * mOctree->getCubeSize(); }
 
     NavMeshOctree* mOctree;
     LeafCursor mCursor;
     PlaneDirections mDirections;
-    uint32 mRayLength;
+    HeightGroups mGroups;
     int32 mSplitDepth;
 };
 } // namespace KORV::NavMesh

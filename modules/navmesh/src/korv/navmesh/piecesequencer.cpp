@@ -54,9 +54,10 @@ void PieceSequencer::deliver(size_t outline, const SurfacePolygon& polygon, cons
     }
 }
 
-void PieceSequencer::countEnded()
+void PieceSequencer::countEnded(size_t numOutlines)
 {
-    mNumEnded.fetch_add(1, std::memory_order_release);
+    mNumEnded.fetch_add(numOutlines, std::memory_order_release);
+    mNumEndedTasks.fetch_add(1, std::memory_order_release);
     mTaskEnded.signal();
 }
 

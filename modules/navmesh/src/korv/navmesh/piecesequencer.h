@@ -35,11 +35,13 @@ public:
     bool isStopped() const { return mStopped.load(std::memory_order_relaxed); }
     const std::atomic<bool>& getStopFlag() const { return mStopped; }
 
-    /// Counts a task as ended, however it ended, and wakes the one that watches.
-    void countEnded();
-    /// Waits until another task has ended, or for that time at most.
-    void waitForEnd(uint32 milliseconds) { mTaskEnded.tryWaitFor(milliseconds); }
+    /// Counts a task of that many outlines as ended, however it ended, and wakes the one that watches.
+    void countEnded(size_t numOutlines);
+    /// Waits until another task has ended, or for that time at most. @return whether one has.
+    bool waitForEnd(uint32 milliseconds) { return mTaskEnded.tryWaitFor(milliseconds); }
+    /// Outlines of tasks that have ended.
     size_t getNumEnded() const { return mNumEnded.load(std::memory_order_acquire); }
+    size_t getNumEndedTasks() const { return mNumEndedTasks.load(std::memory_order_acquire); }
 
     /// How many outlines have been split that way so far.
     uint32 getNumRescues(ConvexPolygonCreator::Rescue rescue) const;
@@ -58,6 +60,7 @@ private:
     TaskErrors mErrors;
     std::atomic<bool> mStopped{false};
     std::atomic<size_t> mNumEnded{0};
+    std::atomic<size_t> mNumEndedTasks{0};
     Common::Threading::Semaphore mTaskEnded;
 };
 } // namespace KORV::NavMesh

@@ -12,8 +12,8 @@ constexpr float SHRINK_SHARE = 0.25f;
 
 PolygonCreateTask::PolygonCreateTask(float cubeSize, Rules rules, PieceSequencer& sequencer, size_t outline,
                                      const SurfacePolygon& polygon, const Vec3<float>& axis)
-    : mCubeSize(cubeSize), mRules(rules), mSurfacePolygon(polygon), mSequencer(sequencer), mOutline(outline),
-      mAxis(axis)
+    : mCubeSize(cubeSize), mRules(rules), mSurfacePolygons(1, &polygon, getMemory()), mSequencer(sequencer),
+      mOutline(outline), mAxis(axis)
 {
 }
 
@@ -23,7 +23,7 @@ void PolygonCreateTask::run()
         mSequencer.getErrors().run([this] { split(); });
     if (mSequencer.getErrors().hasError())
         mSequencer.stop();
-    mSequencer.countEnded();
+    mSequencer.countEnded(mSurfacePolygons.size());
 }
 
 void PolygonCreateTask::split()
@@ -33,8 +33,12 @@ void PolygonCreateTask::split()
     const std::unique_ptr<ConvexPolygonCreator> creator(new (allocator)
                                                             ConvexPolygonCreator(mCubeSize * SHRINK_SHARE, mRules));
     ConvexPieces pieces(allocator.get());
-    const ConvexPolygonCreator::Rescue rescue =
-        creator->decompose(pieces, mSurfacePolygon, mAxis, mSequencer.getStopFlag());
-    mSequencer.deliver(mOutline, mSurfacePolygon, pieces, rescue);
+    for (size_t at = 0; at < mSurfacePolygons.size() && !mSequencer.isStopped(); ++at)
+    {
+        const SurfacePolygon& polygon = *mSurfacePolygons[at];
+        const ConvexPolygonCreator::Rescue rescue =
+            creator->decompose(pieces, polygon, mAxis, mSequencer.getStopFlag());
+        mSequencer.deliver(mOutline + at, polygon, pieces, rescue);
+    }
 }
 } // namespace KORV::NavMesh

@@ -5,15 +5,18 @@
 
 namespace KORV::NavMesh
 {
-/// Splits one outline into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all of
-/// which must outlive it. What the work throws goes to the sequencer, which then stops the others.
+/// Splits outlines into convex nodes on a worker, and hands them over one by one. Owns nothing of what it is given, all
+/// of which must outlive it. What the work throws goes to the sequencer, which then stops the others.
 class PolygonCreateTask : public Common::Threading::Task
 {
 public:
-    /// @param outline  the polygon's place in the order of the outlines.
+    /// @param outline  the first polygon's place in the order of the outlines.
     /// @param axis  the main surface axis.
     PolygonCreateTask(float cubeSize, Rules rules, PieceSequencer& sequencer, size_t outline,
                       const SurfacePolygon& polygon, const Vec3<float>& axis);
+
+    /// Gives it the next outline in order too.
+    void append(const SurfacePolygon& polygon) { mSurfacePolygons.push_back(&polygon); }
 
     void run() override;
 
@@ -22,7 +25,7 @@ private:
 
     float mCubeSize;
     Rules mRules;
-    const SurfacePolygon& mSurfacePolygon;
+    Vector<const SurfacePolygon*> mSurfacePolygons;
     PieceSequencer& mSequencer;
     size_t mOutline;
     const Vec3<float>& mAxis;

@@ -1,37 +1,32 @@
 // Voxelises triangles by sorting them down an octree.
 //
-// An octant tests its triangles against the cubes of its eight children. Children that some triangle touches come into
-// being side by side, then each is filled in turn with the triangles that touch it. A voxel at the bottom is occupied;
-// the first of its triangles, in geometry and index order, that the host calls walkable makes it walkable.
+// The upper levels are sorted here: an octant tests its triangles against the cubes of its eight children, and children
+// that some triangle touches come into being side by side. What is left below an octant that is small enough is a block
+// (voxelblock), built by the workers when there are many. Blocks come back in the order of the octants. Only then are
+// their voxels classified: the first of a voxel's triangles, in geometry and index order, that the host calls walkable
+// makes it walkable.
 //
-// The lists of all octants on the way down lie on one stack and each entry is a pair of numbers, so the memory is that
-// of the lists on one way, not of the whole tree; a list is given up when its octant is done.
-//
-// Numbers: the cubes are tested 1e-4 larger than they are, so that a triangle on a cube's face never falls between two.
-// Recursion is as deep as the tree, at most 30.
+// The lists of the upper octants on the way down lie on one stack and each entry is a pair of numbers, so the memory is
+// that of the lists on one way, not of the whole tree; a list is given up when its octant is done.
 
 #include "korv/navmesh/voxelinsertion.h"
 
-#include "korv/common/geom/geomutility.h"
 #include "korv/navmesh/leafcursor.h"
 
+#include <algorithm>
 #include <bit>
+#include <cmath>
 #include <cstring>
 
 namespace KORV::NavMesh
 {
 namespace
 {
-constexpr float OVERLAP_MARGIN = 0.0001f;
 constexpr uint32 STEPS_PER_REPORT = 4096;
-
-Vec3<float> childCentre(const Vec3<float>& centre, float edge, uint32 child)
-{
-    const float quarter = edge / 4.0f;
-    const auto offset = [quarter](int32 half) { return half != 0 ? quarter : -quarter; };
-    const Vec3<int32>& corner = CHILD_CORNERS[child];
-    return centre + Vec3<float>(offset(corner.mX), offset(corner.mY), offset(corner.mZ));
-}
+/// Below this the workers' help isn't worth waking them.
+constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
+/// How many entries the lists of a block's voxels may about have together.
+constexpr float MAX_BLOCK_ENTRIES = 2e6f;
 
 template <class Index>
 IndexedTriangle readIndices(const unsigned char* source)
@@ -71,17 +66,21 @@ void VoxelInsertion::TriangleReader::read(uint32 triangle, Vec3<float> (&corners
 
 VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, NavMeshOctree::InnerOctants& innerOctants,
                                NavMeshOctree::LeafOctants& leafOctants, const RunControl& control, float progressSpan,
-                               Common::Memory::Allocator* allocator)
+                               Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator)
     : mGeometries(geometries), mInnerOctants(innerOctants), mLeafOctants(leafOctants), mControl(control),
-      mTotalSpan(progressSpan), mReaders(allocator), mStack(allocator), mOverlaps(allocator)
+      mTotalSpan(progressSpan), mQueue(pool, allocator), mReaders(allocator), mStack(allocator), mOverlaps(allocator)
 {
 }
 
 void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
+    const float reach = std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge;
+    mOrdinary = reach <= ORDINARY_REACH;
     collectTriangles();
-    const uint32 root = depth > 0 ? mInnerOctants.append(InnerOctant()) : mLeafOctants.append(LeafOctant());
+    const uint32 root = depth > 0 ? mInnerOctants.append(InnerOctant()) : 0;
     insertOctant({root, centre, edge, depth, 0, mStack.size(), 0.0f, 1.0f});
+    while (!mQueue.empty())
+        takeOldestBlock();
 }
 
 void VoxelInsertion::collectTriangles()
@@ -92,7 +91,7 @@ void VoxelInsertion::collectTriangles()
         mReaders.emplace_back(mGeometries[i]);
         for (uint32 triangle = 0; triangle < mGeometries[i].mNumTriangles; ++triangle)
         {
-            countStep();
+            countSteps(1);
             if (hasValidIndices(i, triangle))
                 mStack.push_back({i, triangle});
         }
@@ -113,33 +112,70 @@ bool VoxelInsertion::hasValidIndices(uint32 geometry, uint32 triangle) const
     return true;
 }
 
+VoxelTriangle VoxelInsertion::readTriangle(const Entry& entry) const
+{
+    Vec3<float> corners[3];
+    mReaders[entry.mGeometry].read(entry.mTriangle, corners);
+    return VoxelTriangle(entry.mGeometry, entry.mTriangle, corners, mOrdinary);
+}
+
 void VoxelInsertion::insertOctant(const Octant& octant)
 {
     mProgress = octant.mProgress;
-    if (octant.mDepth > 0)
+    if (octant.mDepth > VoxelBlock::MAX_DEPTH)
+    {
         insertChildren(octant);
+        return;
+    }
+    if (mQueue.isFull())
+        takeOldestBlock();
+    if (fillBlock(mQueue.getNext(), octant))
+        mQueue.push(octant.mIndex);
     else
-        classifyVoxel(octant);
+        insertChildren(octant);
+}
+
+/// @return false when the lists of its voxels might get too long.
+bool VoxelInsertion::fillBlock(VoxelBlock& block, const Octant& octant)
+{
+    const float across = static_cast<float>(1u << octant.mDepth);
+    float numEntries = 0.0f;
+    block.start(octant.mCentre, octant.mEdge, octant.mDepth);
+    for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
+    {
+        countSteps(1);
+        const VoxelTriangle triangle = readTriangle(mStack[i]);
+        const float length = std::min(triangle.mExtent * across / octant.mEdge + 2.0f, across);
+        numEntries += 2.0f * length * length;
+        if (numEntries > MAX_BLOCK_ENTRIES && octant.mDepth > 1)
+            return false;
+        block.addTriangle(triangle);
+    }
+    return true;
 }
 
 void VoxelInsertion::insertChildren(const Octant& octant)
 {
-    const uint32 childMask = findOverlaps(octant);
+    ChildCubes cubes(octant.mCentre, octant.mEdge);
+    const uint32 childMask = findOverlaps(octant, cubes);
     if (childMask == 0)
         return;
-    const uint32 firstChild = appendChildren(childMask, octant.mDepth - 1);
+    const uint32 firstChild = mInnerOctants.size();
+    const uint32 numChildren = static_cast<uint32>(std::popcount(childMask));
+    for (uint32 i = 0; i < numChildren; ++i)
+        mInnerOctants.append(InnerOctant());
     mInnerOctants.getUnchecked(octant.mIndex) = {static_cast<uint8>(childMask), firstChild};
 
     Octant child = octant;
     child.mIndex = firstChild;
     child.mEdge = octant.mEdge / 2.0f;
     child.mDepth = octant.mDepth - 1;
-    child.mProgressSpan = octant.mProgressSpan / static_cast<float>(std::popcount(childMask));
+    child.mProgressSpan = octant.mProgressSpan / static_cast<float>(numChildren);
     for (uint32 k = 0; k < NUM_CHILDREN; ++k)
     {
         if (((childMask >> k) & 1u) == 0)
             continue;
-        child.mCentre = childCentre(octant.mCentre, octant.mEdge, k);
+        child.mCentre = cubes.getCentre(k);
         child.mBegin = mStack.size();
         pushTrianglesOfChild(octant, k);
         child.mEnd = mStack.size();
@@ -151,42 +187,17 @@ void VoxelInsertion::insertChildren(const Octant& octant)
     }
 }
 
-uint32 VoxelInsertion::findOverlaps(const Octant& octant)
+uint32 VoxelInsertion::findOverlaps(const Octant& octant, ChildCubes& cubes)
 {
-    const float boxEdge = octant.mEdge / 2.0f + OVERLAP_MARGIN;
-    Vec3<float> centres[NUM_CHILDREN];
-    for (uint32 k = 0; k < NUM_CHILDREN; ++k)
-        centres[k] = childCentre(octant.mCentre, octant.mEdge, k);
-
     uint32 childMask = 0;
     for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
     {
-        countStep();
-        Vec3<float> corners[3];
-        mReaders[mStack[i].mGeometry].read(mStack[i].mTriangle, corners);
-        uint32 overlaps = 0;
-        for (uint32 k = 0; k < NUM_CHILDREN; ++k)
-        {
-            if (Common::Geom::TriangleBoxOverlap(corners[0], corners[1], corners[2], centres[k], boxEdge))
-                overlaps |= 1u << k;
-        }
-        mOverlaps[i] = static_cast<uint8>(overlaps);
-        childMask |= overlaps;
+        countSteps(1);
+        const uint32 touched = cubes.find(readTriangle(mStack[i]), false).mTouched;
+        mOverlaps[i] = static_cast<uint8>(touched);
+        childMask |= touched;
     }
     return childMask;
-}
-
-uint32 VoxelInsertion::appendChildren(uint32 childMask, uint32 childDepth)
-{
-    const uint32 first = childDepth > 0 ? mInnerOctants.size() : mLeafOctants.size();
-    for (int i = std::popcount(childMask); i > 0; --i)
-    {
-        if (childDepth > 0)
-            mInnerOctants.append(InnerOctant());
-        else
-            mLeafOctants.append(LeafOctant());
-    }
-    return first;
 }
 
 void VoxelInsertion::pushTrianglesOfChild(const Octant& octant, uint32 child)
@@ -201,26 +212,72 @@ void VoxelInsertion::pushTrianglesOfChild(const Octant& octant, uint32 child)
     }
 }
 
-void VoxelInsertion::classifyVoxel(const Octant& octant)
+void VoxelInsertion::takeOldestBlock()
 {
-    countStep();
-    for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
+    uint32 octant = 0;
+    VoxelBlock& block = mQueue.getOldest(octant);
+    classifyVoxels(block);
+    appendBlock(block, octant);
+    mQueue.popOldest();
+    if (mLeafOctants.size() > VOXELS_BEFORE_WORKERS && mQueue.empty())
+        mQueue.startWorkers();
+}
+
+void VoxelInsertion::classifyVoxels(VoxelBlock& block)
+{
+    LeafOctant* voxel = block.getVoxels().data();
+    LeafOctant* const end = voxel + block.getVoxels().size();
+    while (voxel != end)
     {
-        const GeometryInfo& geometry = mGeometries[mStack[i].mGeometry];
-        TriangleClass result;
-        geometry.mClassifier->classifyTriangle(result, geometry, mStack[i].mTriangle);
-        if (!result.mWalkable)
-            continue;
-        LeafOctant& leaf = mLeafOctants.getUnchecked(octant.mIndex);
-        leaf.flags = LeafOctant::WALKABLE;
-        leaf.surfaceTypeID = result.mSurfaceTypeID;
-        return;
+        const uint32 count = static_cast<uint32>(std::min<ptrdiff_t>(end - voxel, STEPS_PER_REPORT));
+        for (LeafOctant* const last = voxel + count; voxel != last; ++voxel)
+            classify(*voxel, block);
+        countSteps(count);
     }
 }
 
-void VoxelInsertion::countStep()
+void VoxelInsertion::classify(LeafOctant& voxel, const VoxelBlock& block)
 {
-    if (++mSteps < STEPS_PER_REPORT)
+    const uint32 triangles = voxel.data;
+    voxel.data = 0;
+    block.forEachTriangle(triangles,
+                          [this, &voxel](const VoxelTriangle& triangle)
+                          {
+                              const GeometryInfo& geometry = mGeometries[triangle.mGeometry];
+                              TriangleClass result;
+                              geometry.mClassifier->classifyTriangle(result, geometry, triangle.mTriangle);
+                              if (!result.mWalkable)
+                                  return false;
+                              voxel.flags = LeafOctant::WALKABLE;
+                              voxel.surfaceTypeID = result.mSurfaceTypeID;
+                              return true;
+                          });
+}
+
+/// Puts a block's octants behind those of the blocks before it.
+void VoxelInsertion::appendBlock(const VoxelBlock& block, uint32 octant)
+{
+    const uint32 firstInner = mInnerOctants.size();
+    const uint32 firstVoxel = mLeafOctants.size();
+    const auto moved = [=](InnerOctant inner)
+    {
+        if (inner.firstChild == InnerOctant::NO_CHILD)
+            return inner;
+        const bool hasVoxels = (inner.firstChild & VoxelBlock::VOXELS) != 0;
+        inner.firstChild = (inner.firstChild & ~VoxelBlock::VOXELS) + (hasVoxels ? firstVoxel : firstInner);
+        return inner;
+    };
+    mLeafOctants.append(block.getVoxels().data(), static_cast<uint32>(block.getVoxels().size()));
+    for (const InnerOctant& inner : block.getInnerOctants())
+        mInnerOctants.append(moved(inner));
+    if (block.getDepth() > 0)
+        mInnerOctants.getUnchecked(octant) = moved(block.getRoot());
+}
+
+void VoxelInsertion::countSteps(uint32 count)
+{
+    mSteps += count;
+    if (mSteps < STEPS_PER_REPORT)
         return;
     mSteps = 0;
     mControl.report(NavMeshOctree::STAGE_NAME, mTotalSpan * (mProgress < 1.0f ? mProgress : 1.0f));

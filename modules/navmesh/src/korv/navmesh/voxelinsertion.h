@@ -1,6 +1,7 @@
 #pragma once
 
 #include "korv/navmesh/navmeshoctree.h"
+#include "korv/navmesh/voxelblockqueue.h"
 
 namespace KORV::NavMesh
 {
@@ -9,9 +10,10 @@ class VoxelInsertion
 {
 public:
     /// @param progressSpan  the fraction of the stage that the insertion makes up.
+    /// @param pool  its workers help with large scenes. Classifiers are called on this thread all the same.
     VoxelInsertion(const Vector<GeometryInfo>& geometries, NavMeshOctree::InnerOctants& innerOctants,
                    NavMeshOctree::LeafOctants& leafOctants, const RunControl& control, float progressSpan,
-                   Common::Memory::Allocator* allocator);
+                   Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
 
     /// Creates the root and everything below it.
     /// @param centre,edge  the cube of the octree. [world units]
@@ -55,13 +57,17 @@ private:
 
     void collectTriangles();
     bool hasValidIndices(uint32 geometry, uint32 triangle) const;
+    VoxelTriangle readTriangle(const Entry& entry) const;
     void insertOctant(const Octant& octant);
+    bool fillBlock(VoxelBlock& block, const Octant& octant);
     void insertChildren(const Octant& octant);
-    uint32 findOverlaps(const Octant& octant);
-    uint32 appendChildren(uint32 childMask, uint32 childDepth);
+    uint32 findOverlaps(const Octant& octant, ChildCubes& cubes);
     void pushTrianglesOfChild(const Octant& octant, uint32 child);
-    void classifyVoxel(const Octant& octant);
-    void countStep();
+    void takeOldestBlock();
+    void classifyVoxels(VoxelBlock& block);
+    void classify(LeafOctant& voxel, const VoxelBlock& block);
+    void appendBlock(const VoxelBlock& block, uint32 octant);
+    void countSteps(uint32 count);
 
     const Vector<GeometryInfo>& mGeometries;
     NavMeshOctree::InnerOctants& mInnerOctants;
@@ -70,6 +76,8 @@ private:
     float mTotalSpan;
     float mProgress = 0.0f;
     uint32 mSteps = 0;
+    bool mOrdinary = false; // whether all of the octree lies within ORDINARY_REACH
+    VoxelBlockQueue mQueue;
     Vector<TriangleReader> mReaders;
     Vector<Entry> mStack;    // triangle lists of the octants on the current way down
     Vector<uint8> mOverlaps; // beside each entry: the children of its octant that it touches

@@ -63,6 +63,9 @@ public:
 
     /// Call it before the search is set up.
     void setStartEnd(uint32 start, uint32 end);
+    /// Appends the edges of the way found to a node, from the start on.
+    /// @return the total cost in the node's record; 0 for a node that the search has not reached.
+    float getPathTo(uint32 nodeID, Vector<uint32>& edges);
     CostFunc* getCostFunc() const { return mCostFunc; }
     HeuristicFunc* getHeuristicFunc() const { return mHeuristicFunc; }
 
@@ -79,6 +82,8 @@ public:
     uint32 getEndNode() override;
 
 private:
+    bool isReached(uint32 nodeID);
+
     uint32 mStartNode = NO_NODE;
     uint32 mEndNode = NO_NODE;
     CostFunc* mCostFunc;

@@ -44,6 +44,7 @@ public:
         node.inEdge = edge;
         node.totalCost = pathCost + heuristic;
         node.pathCost = pathCost;
+        node.hasPoint = false;
         mOpenList.push(nodeID);
         setState(nodeID, STATE_OPEN);
     }
@@ -59,6 +60,8 @@ public:
     uint32 getNodeID(const AStarNode* node) override { return static_cast<uint32>(node - mRecords); }
     AStarNode* getNode(uint32 nodeID) override { return nodeID < mCapacity ? mRecords + nodeID : nullptr; }
 
+    const AStarNode* findNode(uint32 nodeID) const { return nodeID < mCapacity ? mRecords + nodeID : nullptr; }
+
     /// The state of a node; an id beyond the search is that of a new node.
     State getState(uint32 nodeID) const
     {
@@ -66,6 +69,9 @@ public:
     }
     /// Nodes that the present search may reach; ids beyond are ignored.
     uint32 getNumNodes() const { return mNumNodes; }
+    /// The node that is popped next but @p ahead others, unless what happens until then puts better ones before it.
+    /// @return NO_NODE where that is not known yet.
+    uint32 foreseeNode(uint32 ahead) const { return mOpenList.foresee(ahead); }
 
 private:
     void setState(uint32 nodeID, State state)

@@ -54,6 +54,12 @@ public:
         return nodeID;
     }
 
+    /// A node of the front, counted from the best one; NO_NODE where it ends.
+    uint32 foresee(size_t place) const
+    {
+        return place < mFront.size() ? mFront[mFront.size() - 1 - place].mNode : NO_NODE;
+    }
+
     /// The total cost in a node's record has changed from @p oldCost. A node of the front is taken out and pushed
     /// again, one of the back keeps its place, one in neither part stays outside.
     void reposition(uint32 nodeID, float oldCost);

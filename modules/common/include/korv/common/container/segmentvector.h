@@ -38,6 +38,27 @@ public:
         return mSize++;
     }
 
+    /// Appends copies of consecutive elements.
+    /// @return the index of the first. Throws as the other append does; nothing is then appended.
+    uint32 append(const T* elements, uint32 count)
+    {
+        if (count > UINT32_MAX - mSize)
+            Memory::throwOutOfMemory();
+        while (static_cast<uint64>(mSize) + count > capacity())
+            addSegment();
+        const uint32 first = mSize;
+        const uint32 end = first + count;
+        while (mSize < end)
+        {
+            const uint32 room = SEGMENT_SIZE - mSize % SEGMENT_SIZE;
+            const uint32 length = end - mSize < room ? end - mSize : room;
+            for (T* target = address(mSize); target != address(mSize) + length; ++target, ++elements)
+                ::new (static_cast<void*>(target)) T(*elements);
+            mSize += length;
+        }
+        return first;
+    }
+
     /// The element at an index; one out of range is reported and gives a default element that nobody else sees.
     T& operator[](uint32 index) { return isValid(index) ? *address(index) : strayElement(); }
     const T& operator[](uint32 index) const { return isValid(index) ? *address(index) : strayElement(); }

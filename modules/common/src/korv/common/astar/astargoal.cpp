@@ -59,8 +59,20 @@ float ASGoalBase::getPath(Vector<uint32>& edges)
 {
     // The best open node need not be the goal, even right after it was found: another may cost the same, and one of the
     // back part that was improved may cost less.
-    const bool reached = mStorage->isNodeOpen(mEndNode) || mStorage->isNodeClosed(mEndNode);
-    const AStarNode* node = reached ? mStorage->getNode(mEndNode) : mStorage->getBestNode();
+    if (isReached(mEndNode))
+        return getPathTo(mEndNode, edges);
+    const AStarNode* best = mStorage->getBestNode();
+    return best != nullptr ? getPathTo(mStorage->getNodeID(best), edges) : 0.0f;
+}
+
+bool ASGoalBase::isReached(uint32 nodeID)
+{
+    return mStorage->isNodeOpen(nodeID) || mStorage->isNodeClosed(nodeID);
+}
+
+float ASGoalBase::getPathTo(uint32 nodeID, Vector<uint32>& edges)
+{
+    const AStarNode* node = isReached(nodeID) ? mStorage->getNode(nodeID) : nullptr;
     if (node == nullptr)
         return 0.0f;
 

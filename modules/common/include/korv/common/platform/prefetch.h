@@ -1,0 +1,12 @@
+#pragma once
+
+namespace KORV::Common::Platform
+{
+/// Asks for the cache line at an address, which need not be valid; a hint that some compilers can't pass on.
+inline void prefetch([[maybe_unused]] const void* address)
+{
+#if defined(__GNUC__)
+    __builtin_prefetch(address);
+#endif
+}
+} // namespace KORV::Common::Platform

@@ -1,0 +1,106 @@
+#pragma once
+
+#include "korv/navmesh/types.h"
+
+namespace KORV::NavMesh
+{
+/// Finds the outline edge that a ray from a corner meets first, through boxes around runs of edges.
+/// One thread at a time.
+class EdgeBoxes
+{
+public:
+    /// @param polygon  is referred to; it may change between two calls of build.
+    EdgeBoxes(const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator);
+
+    /// Takes the outline as it is now, of three corners or more; it must not change until the last ray.
+    void build();
+
+    /// The edge that a ray from corner @p from meets first, of those that pass it from left to right; -1 for none.
+    /// Edge k runs from corner k to k + 1. Of edges within 0.0001 of each other the one whose midpoint is closest wins.
+    /// @param dir  of unit length.
+    /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
+    int32 findNearestEdge(int32 from, const Vec2<float>& dir);
+
+    /// The same by looking at every edge: what defines the result.
+    int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
+
+private:
+    static constexpr size_t FAN_OUT = 8;
+
+    /// Eight edges in a row; those past the end have no length.
+    struct EdgeRun
+    {
+        float mX[FAN_OUT] = {};
+        float mY[FAN_OUT] = {};
+        float mEdgeX[FAN_OUT] = {};
+        float mEdgeY[FAN_OUT] = {};
+    };
+
+    /// Boxes around eight runs of edges, or around eight of these groups; those past the end hold nothing.
+    struct BoxGroup
+    {
+        BoxGroup();
+        float mX[FAN_OUT]; // centre
+        float mY[FAN_OUT];
+        float mHalfX[FAN_OUT]; // half extents
+        float mHalfY[FAN_OUT];
+        float mGrowth[FAN_OUT]; // what a hit's distance can be off, by unit of distance
+        float mGrowthHere[FAN_OUT];
+    };
+
+    struct Box
+    {
+        double mMinX;
+        double mMinY;
+        double mMaxX;
+        double mMaxY;
+        double mLongest; // of the edges inside
+    };
+
+    struct Ray
+    {
+        Vec2<float> mOrigin;
+        Vec2<float> mDir;
+    };
+
+    struct Hit
+    {
+        int32 mEdge;
+        float mDistance;
+    };
+
+    /// The running choice among hits that arrive in the order of the edges.
+    struct Nearest
+    {
+        float mDistance;
+        int32 mEdge;
+    };
+
+    bool measure();
+    void fillRuns();
+    void fillGroups();
+    Box boxOfRun(size_t run) const;
+    static Box unite(const Box& a, const Box& b);
+    void putBox(BoxGroup& group, size_t place, const Box& box) const;
+    uint32 meetGroup(const BoxGroup& group, const Ray& ray) const;
+    void meetTopGroup(size_t top, const Ray& ray);
+    void meetRun(size_t run, const Ray& ray);
+    int32 choose(int32 from, const Vec2<float>& dir);
+    void take(Nearest& nearest, const Hit& hit, int32 from) const;
+    float squaredMidpointDistance(int32 edge, int32 from) const;
+    int32 next(int32 corner) const { return corner + 1 < mN ? corner + 1 : 0; }
+    const Vec2<float>& point(int32 corner) const { return mPolygon[static_cast<size_t>(corner)]; }
+
+    const Vector<Vec2<float>>& mPolygon;
+    int32 mN = 0;
+    double mNoise = 0.0;   // what float arithmetic can move a point of this outline by
+    bool mBounded = false; // no arithmetic can overflow; else every edge is looked at
+    Vector<EdgeRun> mRuns;
+    Vector<BoxGroup> mGroups;    // around runs
+    Vector<BoxGroup> mTopGroups; // around groups
+    Vector<BoxGroup> mRoots;     // around top groups
+    Vector<uint32> mLastRun;     // that the last ray from a corner ended in
+    Vector<Hit> mHits;           // of the current ray, in the order of the edges
+    float mNearestHit = 0.0f;
+};
+} // namespace KORV::NavMesh

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "korv/common/types.h"
+
+#include <array>
+#include <bit>
+#include <cstring>
+
+namespace KORV::NavMesh
+{
+/// Four floats that are worked on at once. Every lane rounds as a single float does, so that results are the same.
+using FloatLanes = float __attribute__((vector_size(16)));
+/// What comparing FloatLanes gives: all bits of a lane set, or none.
+using MaskLanes = int32 __attribute__((vector_size(16)));
+
+constexpr size_t NUM_LANES = 4;
+
+inline FloatLanes loadLanes(const float* from)
+{
+    FloatLanes lanes;
+    std::memcpy(&lanes, from, sizeof lanes);
+    return lanes;
+}
+
+inline FloatLanes sameLanes(float value)
+{
+    return FloatLanes{value, value, value, value};
+}
+
+inline FloatLanes absoluteLanes(FloatLanes lanes)
+{
+    return std::bit_cast<FloatLanes>(std::bit_cast<MaskLanes>(lanes) & 0x7fffffff);
+}
+
+/// A bit for each lane, those of @p low first.
+inline uint32 gatherBits(MaskLanes low, MaskLanes high)
+{
+    const MaskLanes marked = (low & MaskLanes{1, 2, 4, 8}) | (high & MaskLanes{16, 32, 64, 128});
+    const auto halves = std::bit_cast<std::array<uint64, 2>>(marked);
+    const uint64 both = halves[0] | halves[1];
+    return static_cast<uint32>((both | both >> 32) & 0xff);
+}
+} // namespace KORV::NavMesh

@@ -1,0 +1,491 @@
+// Answers "which node is this point on" and "which place is nearest" through a tree of boxes.
+//
+// Every node that can be stood on has a record of one cache line: what the inside test of the mesh reads, projected by
+// the same expressions, so that the test gives bit by bit what it gives on the mesh. Records lie in the order of the
+// tree's leaves. The tree only chooses which records are tested; its boxes hold every point that the test can let in
+// (see nodeshape.cpp) in the ground plane, and the polygon itself in height: as the test of heights is one of
+// differences, the point becomes a vertical segment from the greatest height of a class below it to two cubes above,
+// both with their rounding. So the same boxes bound the distance from a point to the polygon.
+//
+// The lowest id wins: a node of the tree whose lowest id is above that of the best record found is passed over, and as
+// children come in the order of their lowest ids, the best is usually found first.
+//
+// Nodes for which rounding lets points pass at any distance, as on the line through all the corners of a node without
+// area, lie outside the tree, ordered by height. So do, without order, nodes with numbers that are not finite or so
+// large that products overflow. A point with such numbers is tested against all records.
+
+#include "korv/navmesh/navmeshnodeindex.h"
+
+#include "korv/common/debug/assert.h"
+#include "korv/common/platform/prefetch.h"
+#include "korv/navmesh/boxtree.h"
+#include "korv/navmesh/navmeshqueries.h"
+#include "korv/navmesh/navmeshsearchfilter.h"
+#include "korv/navmesh/nodeplaces.h"
+#include "korv/navmesh/nodeshape.h"
+
+#include <cmath>
+#include <limits>
+
+namespace KORV::NavMesh
+{
+namespace
+{
+constexpr uint32 NO_NODE = std::numeric_limits<uint32>::max(); // -1 as an id of the mesh
+constexpr uint32 NUM_NEAR_CORNERS = 4;
+
+/// What the inside test reads of a node. More than a half of the nodes of a mesh have three corners, most four at most.
+struct alignas(64) NodeRecord
+{
+    Vec3<float> mFirstCorner; // in space
+    float mMaxHeight;
+    uint32 mID;
+    uint32 mNumCorners;
+    uint32 mMoreCorners; // index of the fifth
+    uint32 mHasArea;
+    Vec2<float> mCorners[NUM_NEAR_CORNERS];
+};
+
+/// A node outside the tree.
+struct Outsider
+{
+    double mHeight;
+    uint32 mID;
+};
+
+/// Part of the tree that a search for the nearest place has put off.
+struct Pending
+{
+    double mBound; // squared distance in the frame of the mesh
+    uint32 mIndex;
+};
+
+/// The end of a probe, moved outwards by more than its rounding. Infinity becomes a number that no box reaches.
+float toProbe(double value, double outwards)
+{
+    constexpr double MAX = 1e38;
+    constexpr double ROUNDING = 2e-7;
+    const double end = std::min(std::max(value, -MAX), MAX);
+    return static_cast<float>(end + outwards * ROUNDING * std::fabs(end));
+}
+
+uint32 lowestHit(uint64 hits)
+{
+    return static_cast<uint32>(std::countr_zero(hits)) / 8;
+}
+
+uint32 highestHit(uint64 hits)
+{
+    return 7 - static_cast<uint32>(std::countl_zero(hits)) / 8;
+}
+} // namespace
+
+class NavMeshNodeIndex::Finder : public Common::Memory::MemoryManaged
+{
+public:
+    explicit Finder(const NavMeshContainer& mesh);
+
+    uint32 searchNode(const Vec3<float>& point) const;
+    NavMeshPlace nearestNode(const NavMeshContainer& mesh, const Vec3<float>& point, float maxDistance,
+                             const NavMeshSearchFilter* filter) const;
+    uint64 getMemoryUsage() const;
+
+private:
+    class NearestQuery;
+
+    void build(const NavMeshContainer& mesh);
+    void addRecord(const NavMeshContainer& mesh, NodeShape& shape, uint32 nodeID);
+    void measureFrame();
+
+    bool isInside(const NodeRecord& record, const Vec3<float>& point, const Vec2<float>& place) const;
+    bool isLeftOfMoreSides(const NodeRecord& record, const Vec2<float>& place) const;
+    uint32 searchRecords(size_t begin, size_t end, const Vec3<float>& point, const Vec2<float>& place,
+                         uint32 best) const;
+    uint32 searchTree(const BoxTree::Probe& probe, const Vec3<float>& point, const Vec2<float>& place) const;
+    uint32 searchLeaf(uint32 first, BoxTree::Hits hits, const Vec3<float>& point, const Vec2<float>& place,
+                      uint32 best) const;
+    uint32 searchUnbounded(double lowest, double highest, const Vec3<float>& point, const Vec2<float>& place,
+                           uint32 best) const;
+
+    PlaneFrame mFrame;
+    float mLowest;             // how far below a node a point may lie, as a height
+    double mMaxHeight = 0.0;   // greatest of the regular records
+    double mHeightError = 0.0; // greatest of the unbounded records
+    double mFrameSquare = 0.0; // squared distances grow at most by that factor in the frame of the mesh
+    BoxTree mTree;
+    Vector<NodeRecord> mRecords; // those of the tree, then the unbounded, then the irregular ones
+    size_t mFirstUnbounded = 0;
+    size_t mFirstIrregular = 0;
+    Vector<Vec2<float>> mMoreCorners;
+};
+
+NavMeshNodeIndex::Finder::Finder(const NavMeshContainer& mesh)
+    : mFrame(mesh), mLowest(-2.0f * mesh.mCubeSize), mTree(getMemory()), mRecords(getMemory()),
+      mMoreCorners(getMemory())
+{
+    measureFrame();
+    build(mesh);
+}
+
+/// Bounds how much longer than in space a step can look in the frame: for axes of unit length at right angles not at
+/// all.
+void NavMeshNodeIndex::Finder::measureFrame()
+{
+    const Vec3<float> axes[3] = {mFrame.mXAxis, mFrame.mYAxis, mFrame.mNormal};
+    for (const Vec3<float>& a : axes)
+    {
+        double sum = 0.0; // the greatest eigenvalue of the matrix of products is at most the greatest such sum
+        for (const Vec3<float>& b : axes)
+            sum += std::fabs(double(a.mX) * double(b.mX) + double(a.mY) * double(b.mY) + double(a.mZ) * double(b.mZ));
+        mFrameSquare = std::max(mFrameSquare, sum);
+    }
+}
+
+void NavMeshNodeIndex::Finder::build(const NavMeshContainer& mesh)
+{
+    Vector<BoxTree::Item> items(getMemory());
+    Vector<Outsider> unbounded(getMemory());
+    Vector<uint32> irregular(getMemory());
+    NodeShape shape(getMemory());
+    items.reserve(mesh.mNodes.size());
+    for (uint32 id = 0; id < mesh.mNodes.size(); ++id)
+    {
+        if (!shape.assign(mesh, mFrame, id))
+            continue;
+        if (!shape.mIsRegular)
+        {
+            irregular.push_back(id);
+            continue;
+        }
+        shape.measure(mesh, mFrame);
+        mMaxHeight = std::max(mMaxHeight, double(shape.mMaxHeight));
+        // the nearest place may lie on an unbounded one, too
+        if (shape.mIsBounded || shape.hasArea())
+            items.push_back({shape.mBox, id});
+        if (shape.mIsBounded)
+            continue;
+        unbounded.push_back({mFrame.getHeight(shape.mFirstCorner), id});
+        mHeightError = std::max(mHeightError, mFrame.getHeightError(shape.mFirstCorner));
+    }
+    constexpr double LONGEST = 1e30;
+    const double probeLength = mMaxHeight - double(mLowest);
+    mTree.build(items, probeLength >= 0.0 ? std::min(probeLength, LONGEST) : 0.0);
+    std::sort(unbounded.begin(), unbounded.end(),
+              [](const Outsider& a, const Outsider& b)
+              { return a.mHeight != b.mHeight ? a.mHeight < b.mHeight : a.mID < b.mID; });
+
+    mRecords.reserve(items.size() + unbounded.size() + irregular.size());
+    for (const BoxTree::Item& item : items)
+        addRecord(mesh, shape, item.mID);
+    mFirstUnbounded = mRecords.size();
+    for (const Outsider& outsider : unbounded)
+        addRecord(mesh, shape, outsider.mID);
+    mFirstIrregular = mRecords.size();
+    for (const uint32 id : irregular)
+        addRecord(mesh, shape, id);
+}
+
+void NavMeshNodeIndex::Finder::addRecord(const NavMeshContainer& mesh, NodeShape& shape, uint32 nodeID)
+{
+    shape.assign(mesh, mFrame, nodeID);
+    NodeRecord record{};
+    record.mFirstCorner = shape.mFirstCorner;
+    record.mMaxHeight = shape.mMaxHeight;
+    record.mID = nodeID;
+    record.mNumCorners = static_cast<uint32>(shape.mCorners.size());
+    record.mMoreCorners = static_cast<uint32>(mMoreCorners.size());
+    record.mHasArea = shape.mIsRegular && shape.hasArea();
+    for (size_t i = 0; i < shape.mCorners.size(); ++i)
+    {
+        if (i < NUM_NEAR_CORNERS)
+            record.mCorners[i] = shape.mCorners[i];
+        else
+            mMoreCorners.push_back(shape.mCorners[i]);
+    }
+    mRecords.push_back(record);
+}
+
+uint64 NavMeshNodeIndex::Finder::getMemoryUsage() const
+{
+    return sizeof(Finder) + mTree.getMemoryUsage() + mRecords.capacity() * sizeof(NodeRecord) +
+           mMoreCorners.capacity() * sizeof(Vec2<float>);
+}
+
+/// NavMeshContainer::isPointInsideNode, on a record.
+inline bool NavMeshNodeIndex::Finder::isInside(const NodeRecord& record, const Vec3<float>& point,
+                                               const Vec2<float>& place) const
+{
+    const float height = dot(mFrame.mNormal, point - record.mFirstCorner);
+    if (!(height >= mLowest && height <= record.mMaxHeight))
+        return false;
+    const uint32 numNear = std::min(record.mNumCorners, NUM_NEAR_CORNERS);
+    for (uint32 i = 1; i < numNear; ++i)
+    {
+        if (orient(record.mCorners[i - 1], record.mCorners[i], place) < 0.0f)
+            return false;
+    }
+    if (record.mNumCorners > NUM_NEAR_CORNERS)
+        return isLeftOfMoreSides(record, place);
+    return !(orient(record.mCorners[numNear - 1], record.mCorners[0], place) < 0.0f);
+}
+
+bool NavMeshNodeIndex::Finder::isLeftOfMoreSides(const NodeRecord& record, const Vec2<float>& place) const
+{
+    Vec2<float> a = record.mCorners[NUM_NEAR_CORNERS - 1];
+    for (uint32 i = 0; i < record.mNumCorners - NUM_NEAR_CORNERS; ++i)
+    {
+        const Vec2<float> b = mMoreCorners[record.mMoreCorners + i];
+        if (orient(a, b, place) < 0.0f)
+            return false;
+        a = b;
+    }
+    return !(orient(a, record.mCorners[0], place) < 0.0f);
+}
+
+uint32 NavMeshNodeIndex::Finder::searchNode(const Vec3<float>& point) const
+{
+    const Vec2<float> place = projectToPlane(point, mFrame.mXAxis, mFrame.mYAxis);
+    if (!mFrame.isRegular() || !mFrame.isRegular(point, place) || std::isnan(mLowest))
+        return searchRecords(0, mRecords.size(), point, place, NO_NODE);
+
+    const double height = mFrame.getHeight(point);
+    const double error = mFrame.getHeightError(point);
+    const double lowest = height - mMaxHeight - error;
+    const double highest = height - double(mLowest) + error;
+    const BoxTree::Probe probe{place.mX, place.mY, toProbe(lowest, -1.0), toProbe(highest, 1.0)};
+    uint32 best = searchTree(probe, point, place);
+    if (mFirstUnbounded != mFirstIrregular)
+        best = searchUnbounded(lowest, highest, point, place, best);
+    return searchRecords(mFirstIrregular, mRecords.size(), point, place, best);
+}
+
+uint32 NavMeshNodeIndex::Finder::searchRecords(size_t begin, size_t end, const Vec3<float>& point,
+                                               const Vec2<float>& place, uint32 best) const
+{
+    for (size_t i = begin; i < end; ++i)
+    {
+        if (mRecords[i].mID < best && isInside(mRecords[i], point, place))
+            best = mRecords[i].mID;
+    }
+    return best;
+}
+
+uint32 NavMeshNodeIndex::Finder::searchUnbounded(double lowest, double highest, const Vec3<float>& point,
+                                                 const Vec2<float>& place, uint32 best) const
+{
+    const auto isBelow = [this](const NodeRecord& record, double height)
+    { return mFrame.getHeight(record.mFirstCorner) < height; };
+    const auto begin = mRecords.begin() + static_cast<ptrdiff_t>(mFirstUnbounded);
+    const auto end = mRecords.begin() + static_cast<ptrdiff_t>(mFirstIrregular);
+    for (auto it = std::lower_bound(begin, end, lowest - mHeightError, isBelow); it != end; ++it)
+    {
+        if (mFrame.getHeight(it->mFirstCorner) > highest + mHeightError)
+            break;
+        if (it->mID < best && isInside(*it, point, place))
+            best = it->mID;
+    }
+    return best;
+}
+
+uint32 NavMeshNodeIndex::Finder::searchTree(const BoxTree::Probe& probe, const Vec3<float>& point,
+                                            const Vec2<float>& place) const
+{
+    uint32 best = NO_NODE;
+    if (mTree.empty())
+        return best;
+    uint32 pending[BoxTree::MAX_PENDING];
+    uint32 numPending = 0;
+    pending[numPending++] = 0;
+    while (numPending > 0)
+    {
+        const uint32 index = pending[--numPending];
+        const BoxTree::Node& node = mTree.getNode(index);
+        if (node.mLowestID >= best)
+            continue;
+        BoxTree::Hits hits = BoxTree::findHits(node, probe);
+        if (mTree.isLeaf(index))
+        {
+            best = searchLeaf(node.mFirst, hits, point, place, best);
+            continue;
+        }
+        // the one with the lowest ids is looked at first
+        for (uint32 word = 2; word-- > 0;)
+        {
+            for (; hits.mWords[word] != 0; hits.mWords[word] ^= uint64(128) << 8 * highestHit(hits.mWords[word]))
+            {
+                const uint32 child = node.mFirst + 8 * word + highestHit(hits.mWords[word]);
+                pending[numPending++] = child;
+                Common::Platform::prefetch(&mTree.getNode(child));
+            }
+        }
+    }
+    return best;
+}
+
+inline uint32 NavMeshNodeIndex::Finder::searchLeaf(uint32 first, BoxTree::Hits hits, const Vec3<float>& point,
+                                                   const Vec2<float>& place, uint32 best) const
+{
+    // in a large mesh each record is a miss; they need not be waited for one after the other
+    for (uint32 word = 0; word < 2; ++word)
+    {
+        for (uint64 rest = hits.mWords[word]; rest != 0; rest &= rest - 1)
+            Common::Platform::prefetch(&mRecords[first + 8 * word + lowestHit(rest)]);
+    }
+    for (uint32 word = 0; word < 2; ++word)
+    {
+        for (; hits.mWords[word] != 0; hits.mWords[word] &= hits.mWords[word] - 1)
+        {
+            const NodeRecord& record = mRecords[first + 8 * word + lowestHit(hits.mWords[word])];
+            if (record.mID < best && isInside(record, point, place))
+                best = record.mID;
+        }
+    }
+    return best;
+}
+
+/// The state of a search for the nearest place.
+class NavMeshNodeIndex::Finder::NearestQuery
+{
+public:
+    NearestQuery(const Finder& finder, const NavMeshContainer& mesh, const Vec3<float>& point, float maxDistance,
+                 const NavMeshSearchFilter* filter)
+        : mFinder(finder), mMesh(mesh), mFilter(filter),
+          mPoint(point), mInFrame{PlaneFrame::getProduct(finder.mFrame.mXAxis, point),
+                                  PlaneFrame::getProduct(finder.mFrame.mYAxis, point), finder.mFrame.getHeight(point)}
+    {
+        setDistance(maxDistance);
+    }
+
+    NavMeshPlace run();
+
+private:
+    /// Children of a node, nearest first.
+    struct Children
+    {
+        Pending mList[BoxTree::WIDTH];
+        uint32 mCount = 0;
+    };
+
+    void setDistance(float distance);
+    Children findChildren(uint32 index) const;
+    void tryRecord(const NodeRecord& record);
+
+    const Finder& mFinder;
+    const NavMeshContainer& mMesh;
+    const NavMeshSearchFilter* mFilter;
+    const Vec3<float> mPoint;
+    const double mInFrame[3];
+    NavMeshPlace mBest; // before there is one, its distance is the greatest allowed
+    Vec3<double> mPosition;
+    double mMaxBound; // what lies beyond is farther than the best
+    Pending mPending[BoxTree::MAX_PENDING];
+    uint32 mNumPending = 0;
+};
+
+NavMeshPlace NavMeshNodeIndex::Finder::NearestQuery::run()
+{
+    mPending[mNumPending++] = {0.0, 0};
+    while (mNumPending > 0)
+    {
+        const Pending next = mPending[--mNumPending];
+        if (next.mBound > mMaxBound)
+            continue;
+        Children children = findChildren(next.mIndex);
+        if (mFinder.mTree.isLeaf(next.mIndex))
+        {
+            for (uint32 i = 0; i < children.mCount && children.mList[i].mBound <= mMaxBound; ++i)
+                tryRecord(mFinder.mRecords[children.mList[i].mIndex]);
+            continue;
+        }
+        while (children.mCount > 0)
+            mPending[mNumPending++] = children.mList[--children.mCount];
+    }
+    if (!mBest.isValid())
+        return {};
+    mBest.mPosition = roundIntoNode(mMesh, mBest.mNodeID, mPosition);
+    return mBest;
+}
+
+void NavMeshNodeIndex::Finder::NearestQuery::setDistance(float distance)
+{
+    // distances that are equal as floats count as equal
+    constexpr double ROUNDING = 1.000001;
+    mBest.mDistance = distance;
+    mMaxBound = double(distance) * double(distance) * mFinder.mFrameSquare * ROUNDING;
+}
+
+NavMeshNodeIndex::Finder::NearestQuery::Children
+NavMeshNodeIndex::Finder::NearestQuery::findChildren(uint32 index) const
+{
+    const BoxTree::Node& node = mFinder.mTree.getNode(index);
+    double bounds[BoxTree::WIDTH];
+    BoxTree::boundDistances(bounds, node, mInFrame);
+    Children children;
+    for (uint32 slot = 0; slot < BoxTree::WIDTH; ++slot)
+    {
+        if (!std::isfinite(bounds[slot]) || !(bounds[slot] <= mMaxBound))
+            continue;
+        uint32 at = children.mCount++;
+        for (; at > 0 && children.mList[at - 1].mBound > bounds[slot]; --at)
+            children.mList[at] = children.mList[at - 1];
+        children.mList[at] = {bounds[slot], node.mFirst + slot};
+    }
+    return children;
+}
+
+void NavMeshNodeIndex::Finder::NearestQuery::tryRecord(const NodeRecord& record)
+{
+    const auto nodeID = static_cast<int32>(record.mID);
+    if (!record.mHasArea || record.mID >= mMesh.mNodes.size() ||
+        (mFilter != nullptr && !mFilter->isNodeAllowed(mMesh.mNodes[record.mID])))
+        return;
+    ClosestPoint closest;
+    if (!findClosestPoint(closest, mMesh, nodeID, mPoint))
+        return;
+    constexpr auto MAX = std::numeric_limits<float>::max();
+    const float distance = closest.mDistance <= double(MAX) ? static_cast<float>(closest.mDistance)
+                                                            : std::numeric_limits<float>::infinity();
+    const bool isLower = !mBest.isValid() || nodeID < mBest.mNodeID;
+    if (!(distance < mBest.mDistance || (distance == mBest.mDistance && isLower)))
+        return;
+    mBest.mNodeID = nodeID;
+    mPosition = closest.mPosition;
+    setDistance(distance);
+}
+
+NavMeshPlace NavMeshNodeIndex::Finder::nearestNode(const NavMeshContainer& mesh, const Vec3<float>& point,
+                                                   float maxDistance, const NavMeshSearchFilter* filter) const
+{
+    const bool isFinite = std::isfinite(point.mX) && std::isfinite(point.mY) && std::isfinite(point.mZ);
+    if (mTree.empty() || !isFinite || !(maxDistance >= 0.0f))
+        return {};
+    return NearestQuery(*this, mesh, point, maxDistance, filter).run();
+}
+
+NavMeshNodeIndex::NavMeshNodeIndex(const SharedPtr<NavMeshContainer>& navMesh) : mNavMesh(navMesh)
+{
+    if (KORV_ASSERT(navMesh != nullptr, "navMesh != NULL", "Navmesh container is a null pointer !"))
+        mFinder = new (getAllocator()) Finder(*navMesh);
+}
+
+NavMeshNodeIndex::~NavMeshNodeIndex()
+{
+    delete mFinder;
+}
+
+int NavMeshNodeIndex::searchNode(const Vec3<float>& point) const
+{
+    return mFinder != nullptr ? static_cast<int>(mFinder->searchNode(point)) : -1;
+}
+
+NavMeshPlace NavMeshNodeIndex::nearestNode(const Vec3<float>& point, float maxDistance,
+                                           const NavMeshSearchFilter* filter) const
+{
+    return mFinder != nullptr ? mFinder->nearestNode(*mNavMesh, point, maxDistance, filter) : NavMeshPlace();
+}
+
+uint64 NavMeshNodeIndex::getMemoryUsage() const
+{
+    return sizeof(NavMeshNodeIndex) + (mFinder != nullptr ? mFinder->getMemoryUsage() : 0);
+}
+} // namespace KORV::NavMesh
