@@ -299,6 +299,8 @@ void setParameter(NavMesh::NavMeshBuilder& builder, const BuildOptions& options,
     builder.setParameter(parameter); // the depth depends on the cube size
     const uint32 depth = guarded("--cube " + shortest(options.mCube) + " does not suit this scene: ", "",
                                  [&] { return builder.computeOctreeDepth(); });
+    if (options.mSplitDepth == CHOOSE_SPLIT_DEPTH && options.mRefined)
+        return; // the library's choice is a good one then
     if (options.mSplitDepth == CHOOSE_SPLIT_DEPTH)
         parameter.mSplitDepth = chooseSplitDepth(inputs, options.mCube, depth);
     else if (options.mSplitDepth > 0 && static_cast<uint32>(options.mSplitDepth) >= depth)

@@ -444,7 +444,7 @@ private:
         row(PictureWay::marker(mX + 12, mY - 4, "ws"), "start");
         row(PictureWay::marker(mX + 12, mY - 4, "we"), "end");
         row(stroke("ww"), "walked");
-        row(stroke("wj"), "jumped or dropped");
+        row(stroke("wj") + PictureWay::marker(mX + 13, mY - 4, "wm", PictureWay::HOP_RADIUS), "jumped or dropped");
         if (mDrawing.mFloors.size() > 1)
             row(stroke("wo"), "on another floor");
         mY += 8;

@@ -6,7 +6,8 @@ const char* const PictureWay::STYLE =
     ".way{fill:none;stroke-linejoin:round;stroke-linecap:round}.wh{stroke:#fff;stroke-opacity:.85;stroke-width:5}\n"
     ".ww{stroke:#d84315;stroke-width:2.4}.wj{stroke:#6a1b9a;stroke-width:2.4;stroke-dasharray:2 4}\n"
     ".wo{stroke:#d84315;stroke-opacity:.35;stroke-width:1.2;stroke-dasharray:1 4}\n"
-    ".ws{fill:#2e7d32;stroke:#fff;stroke-width:1.5}.we{fill:#d84315;stroke:#fff;stroke-width:1.5}\n";
+    ".ws{fill:#2e7d32;stroke:#fff;stroke-width:1.5}.we{fill:#d84315;stroke:#fff;stroke-width:1.5}\n"
+    ".wm{fill:#6a1b9a;stroke:#fff;stroke-width:1}\n";
 
 PictureWay::PictureWay(const MeshView& view, const std::vector<Floor>& floors, const NavMesh::NavMeshWay& way)
     : mView(view), mFloorOfNode(view.getMesh().mNodes.size(), 0)
@@ -50,8 +51,9 @@ std::string PictureWay::Strokes::paint() const
            stroke(mHops, "wj");
 }
 
-std::string PictureWay::marker(float x, float y, const std::string& style)
+std::string PictureWay::marker(float x, float y, const std::string& style, float radius)
 {
-    return "<circle class=\"" + style + "\" cx=\"" + pixels(x) + "\" cy=\"" + pixels(y) + "\" r=\"5.5\"/>\n";
+    return "<circle class=\"" + style + "\" cx=\"" + pixels(x) + "\" cy=\"" + pixels(y) + "\" r=\"" + pixels(radius) +
+           "\"/>\n";
 }
 } // namespace KORV::Tool

@@ -21,14 +21,17 @@ public:
     std::string paint(uint32 floor, ToX&& toX, ToY&& toY) const
     {
         Strokes strokes;
+        std::string marks; // a hop goes straight up or down: its stroke alone is next to nothing
         for (const Leg& leg : mLegs)
         {
             const bool here = leg.mFloors[0] == floor || leg.mFloors[1] == floor;
             SvgPath& stroke = !here ? strokes.mElsewhere : leg.mHop ? strokes.mHops : strokes.mWalks;
             stroke.moveTo(toX(leg.mFrom), toY(leg.mFrom));
             stroke.lineTo(toX(leg.mTo), toY(leg.mTo));
+            if (here && leg.mHop)
+                marks += marker(toX(leg.mFrom), toY(leg.mFrom), "wm", HOP_RADIUS);
         }
-        std::string result = strokes.paint();
+        std::string result = strokes.paint() + marks;
         if (!mLegs.empty() && mLegs.front().mFloors[0] == floor)
             result += marker(toX(mLegs.front().mFrom), toY(mLegs.front().mFrom), "ws");
         if (!mLegs.empty() && mLegs.back().mFloors[1] == floor)
@@ -36,7 +39,9 @@ public:
         return result;
     }
 
-    static std::string marker(float x, float y, const std::string& style);
+    static constexpr float HOP_RADIUS = 3.5f; // [pixels]
+
+    static std::string marker(float x, float y, const std::string& style, float radius = 5.5f);
     /// Style rules of what paint gives.
     static const char* const STYLE;
 

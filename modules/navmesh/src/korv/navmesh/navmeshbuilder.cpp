@@ -28,6 +28,9 @@ constexpr float FLOAT_MAX = std::numeric_limits<float>::max();
 /// Voxels across that each further level of the automatic split depth stands for.
 constexpr double VOXELS_PER_SPLIT_LEVEL = 400.0;
 
+/// By refined rules the automatic split depth leaves branches of so many levels whole: 128 voxels across.
+constexpr int32 LEVELS_OF_WHOLE_BRANCHES = 7;
+
 /// What the octree widens its box by, on every side. [world units]
 constexpr float OCTREE_PAD = 0.5f;
 
@@ -243,7 +246,13 @@ int32 NavMeshBuilder::computeSplitDepth() const
         return 1;
     const float numVoxels = (cube.getMaxX() - cube.getMinX()) / mParameter.mCubeSize;
     const double depth = std::trunc(static_cast<double>(numVoxels) / VOXELS_PER_SPLIT_LEVEL) + 1.0;
-    return depth < std::numeric_limits<int32>::max() ? static_cast<int32>(depth) : std::numeric_limits<int32>::max();
+    const int32 automatic =
+        depth < std::numeric_limits<int32>::max() ? static_cast<int32>(depth) : std::numeric_limits<int32>::max();
+    if (!mRefined)
+        return automatic;
+    // the depth grows with the size of a scene, that of the octree only with its logarithm
+    const int32 limit = static_cast<int32>(computeOctreeDepth()) - LEVELS_OF_WHOLE_BRANCHES;
+    return std::min(automatic, std::max(limit, 1));
 }
 
 uint32 NavMeshBuilder::computeOctreeDepth() const

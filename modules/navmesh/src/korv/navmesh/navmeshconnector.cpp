@@ -63,8 +63,7 @@ struct NavMeshConnector::Side
     Vec2<float> mB;
     Vec2<float> mAlong;
     Vec2<float> mDir;
-    Vec2<float> mMin; ///< box around all that can touch the side
-    Vec2<float> mMax;
+    Box mReach; ///< around all that can touch the side
     float mLength = 0.0f;
     float mSlack = 0.0f; ///< the overlap tolerance as a share of the length
 };
@@ -192,7 +191,8 @@ void NavMeshConnector::connectSide(uint64 edgeID)
     if (!makeSide(side, static_cast<uint32>(edgeID)))
         return;
     mCandidates.clear();
-    mGrid->findCandidates(mCandidates, mNode, static_cast<int32>(edgeID), std::max(mMaxJumpHeight, mMaxFallHeight));
+    mGrid->findCandidates(mCandidates, mNode, static_cast<int32>(edgeID), std::max(mMaxJumpHeight, mMaxFallHeight),
+                          &side.mReach);
     for (const GridEdge* candidate : mCandidates)
     {
         if (examineCandidate(side, *candidate) == Decision::STOP)
@@ -219,8 +219,8 @@ bool NavMeshConnector::makeSide(Side& side, uint32 edge) const
     // twice what is needed, and far more than the rounding of the tests
     const float coordinate = std::max({std::fabs(low.mX), std::fabs(low.mY), std::fabs(high.mX), std::fabs(high.mY)});
     const float reach = 2.0f * std::fabs(mDistanceTolerance) + ROUNDING_SHARE * (coordinate + side.mLength);
-    side.mMin = low - Vec2<float>(reach, reach);
-    side.mMax = high + Vec2<float>(reach, reach);
+    side.mReach.mMin = low - Vec2<float>(reach, reach);
+    side.mReach.mMax = high + Vec2<float>(reach, reach);
     return true;
 }
 
@@ -228,7 +228,7 @@ NavMeshConnector::Decision NavMeshConnector::examineCandidate(const Side& side, 
 {
     const Vec2<float>& p0 = candidate.mEnds[0];
     const Vec2<float>& p1 = candidate.mEnds[1];
-    if (!isBeside(side, candidate) || !runsAlong(side, p0, p1) || !touches(side, p0, p1))
+    if (!runsAlong(side, p0, p1) || !touches(side, p0, p1))
         return Decision::NEXT_CANDIDATE;
     float t0;
     float t1;
@@ -243,14 +243,6 @@ NavMeshConnector::Decision NavMeshConnector::examineCandidate(const Side& side, 
         return Decision::STOP; // open for good: sides further down the list are not tried
     }
     return link(side, candidate.mNode, t0, t1);
-}
-
-/// Whether a candidate may be near enough for the tests that take square roots; false only where they all say no.
-bool NavMeshConnector::isBeside(const Side& side, const GridEdge& candidate) const
-{
-    const auto [left, right] = std::minmax(candidate.mEnds[0].mX, candidate.mEnds[1].mX);
-    const auto [front, back] = std::minmax(candidate.mEnds[0].mY, candidate.mEnds[1].mY);
-    return !(left > side.mMax.mX || right < side.mMin.mX || front > side.mMax.mY || back < side.mMin.mY);
 }
 
 /// Whether a candidate's direction is that of the side, or opposite to it. Refined rules want it opposite: then the two

@@ -31,6 +31,20 @@ public:
 
     using CandidateList = Vector<GridEdge*>;
 
+    /// An upright rectangle in the ground plane.
+    struct Box
+    {
+        Vec2<float> mMin;
+        Vec2<float> mMax;
+
+        /// Whether the box of a segment touches this one; true as well where an end is not a number.
+        bool meets(const Vec2<float>& a, const Vec2<float>& b) const
+        {
+            return !((a.mX > mMax.mX && b.mX > mMax.mX) || (a.mX < mMin.mX && b.mX < mMin.mX) ||
+                     (a.mY > mMax.mY && b.mY > mMax.mY) || (a.mY < mMin.mY && b.mY < mMin.mY));
+        }
+    };
+
     /// @param overlapTolerance  length that two sides must share at least. [world units, > 0]
     /// @param distanceTolerance  distance in the ground plane at which sides still touch. [world units]
     NavMeshConnector(float overlapTolerance, float distanceTolerance, Rules rules = Rules::SPECIFIED);
@@ -64,7 +78,6 @@ private:
     bool makeSide(Side& side, uint32 edge) const;
     Decision examineCandidate(const Side& side, const GridEdge& candidate);
     bool touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
-    bool isBeside(const Side& side, const GridEdge& candidate) const;
     bool runsAlong(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
     bool isWithinReach(float height) const;
     Decision link(const Side& side, int32 neighbour, float t0, float t1);
@@ -114,7 +127,8 @@ public:
     /// record when they are next looked at.
     void removeEdge(int32 node, int32 side);
     /// Appends the sides in the cells of a side that lie within a range of heights, each once, in the order met.
-    void findCandidates(CandidateList& candidates, int32 node, int32 side, float range);
+    /// @param box  null, or where they must lie at least in part.
+    void findCandidates(CandidateList& candidates, int32 node, int32 side, float range, const Box* box = nullptr);
 
     /// A position in the ground plane.
     Vec2<float> getPosition(const Vec3<float>& vertex) const { return {vertex[mHorizComp[0]], vertex[mHorizComp[1]]}; }
@@ -131,11 +145,34 @@ public:
 private:
     static constexpr uint32 NONE = 0xFFFFFFFF;
 
-    /// A place in the list of a cell.
+    /// Where a segment's box lies about a cell, in steps too coarse to be told apart by more than the box itself: of
+    /// two coordinates in order, the steps are in order, too.
+    struct CoarseBox
+    {
+        uint8 mMinX = 0;
+        uint8 mMinY = 0;
+        uint8 mMaxX = 255;
+        uint8 mMaxY = 255;
+
+        bool meets(const CoarseBox& other) const
+        {
+            return mMinX <= other.mMaxX && other.mMinX <= mMaxX && mMinY <= other.mMaxY && other.mMinY <= mMaxY;
+        }
+    };
     struct Entry
     {
         uint32 mEdge = NONE;
+        CoarseBox mBox;
+    };
+    /// A cache line of a cell's list.
+    struct Chunk
+    {
+        static constexpr uint8 SIZE = 7;
+
         uint32 mNext = NONE;
+        uint8 mBegin = 0;
+        uint8 mEnd = 0;
+        Entry mEntries[SIZE];
     };
     struct Cell
     {
@@ -162,16 +199,19 @@ private:
     Cell& getCell(const Position& position);
     Cell* findCell(const Position& position);
     uint32 takeEdge(const GridEdge& edge);
-    void append(Cell& cell, uint32 edge);
-    void unlink(Cell& cell, uint32 previous, uint32 entry);
+    static CoarseBox coarseBox(const Position& cell, const Vec2<float>& a, const Vec2<float>& b);
+    void append(Cell& cell, const Entry& entry);
+    uint32 takeChunk();
+    void dropRemoved(Chunk& chunk);
+    uint32 unlink(Cell& cell, uint32 previous, uint32 chunk);
     template <class Visitor>
-    void visit(Cell* cell, Visitor&& visitor);
+    void visit(Cell* cell, const CoarseBox& box, Visitor&& visitor);
 
     const NavMeshContainer& mNavMesh;
     Vector<Cell> mCells;  ///< by number, y * mGridX + x; none where a table of all cells would be huge
     CellTable mUsedCells; ///< takes its place: short sides in a wide mesh
-    Vector<Entry> mEntries;
-    uint32 mFreeEntries = NONE; ///< the first of those not in use, a list of their own
+    Vector<Chunk> mChunks;
+    uint32 mFreeChunks = NONE; ///< the first of those not in use, a list of their own
     Common::Container::SegmentVector<GridEdge> mEdges;
     Vector<uint32> mFreeEdges;
     uint32 mNumSearches = 0;

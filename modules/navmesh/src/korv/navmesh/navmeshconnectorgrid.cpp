@@ -1,8 +1,8 @@
 // Finds sides near a side in the ground plane.
 //
 // Idea: square cells of twice the average length of the open sides; a side is listed in every cell it crosses, and
-// meets the sides listed in its own cells. A record is shared by its cells and counted. Lists are chains in one array:
-// sides go in the order of their nodes and leave in that order, so removed records are at the heads of the chains.
+// meets the sides listed in its own cells. A record is shared by its cells and counted. Lists are chains of
+// short arrays, with a coarse box beside each entry, so that most records need not be fetched.
 //
 // Numbers: a walk through the cells adds up distances in float, so near the corner of four cells it can step past the
 // last cell and miss it. It then goes on to the rim. That is harmless, since sides out there are too far away to be
@@ -101,7 +101,7 @@ private:
 
 NavMeshConnector::Grid::Grid(const NavMeshContainer& navMesh, int32 vertComp)
     : mVertComp(vertComp), mNavMesh(navMesh), mCells(getMemory()), mUsedCells(CellTable::allocator_type(getMemory())),
-      mEntries(getMemory()), mEdges(getMemory()), mFreeEdges(getMemory())
+      mChunks(getMemory()), mEdges(getMemory()), mFreeEdges(getMemory())
 {
     if (!KORV_ASSERT(mVertComp == 0 || mVertComp == 1 || mVertComp == 2,
                      "mVertComp == 0 || mVertComp == 1 || mVertComp == 2",
@@ -256,51 +256,99 @@ uint32 NavMeshConnector::Grid::takeEdge(const GridEdge& edge)
     return reused;
 }
 
-void NavMeshConnector::Grid::append(Cell& cell, uint32 edge)
+/// @param a, b  in grid coordinates.
+NavMeshConnector::Grid::CoarseBox NavMeshConnector::Grid::coarseBox(const Position& cell, const Vec2<float>& a,
+                                                                    const Vec2<float>& b)
 {
-    uint32 entry = mFreeEntries;
-    if (entry == NONE)
+    constexpr float STEPS = 64.0f; // a cell, so that the box may reach from one cell before to two behind
+    const auto coarse = [](float coordinate, int32 origin)
     {
-        entry = static_cast<uint32>(mEntries.size());
-        mEntries.emplace_back();
-    }
-    mFreeEntries = mEntries[entry].mNext;
-    mEntries[entry] = {edge, NONE};
-    (cell.mFirst == NONE ? cell.mFirst : mEntries[cell.mLast].mNext) = entry;
-    cell.mLast = entry;
-    ++mEdges.getUnchecked(edge).mRefCount;
+        const float steps = (coordinate - static_cast<float>(origin - 1)) * STEPS;
+        return static_cast<uint8>(steps > 0.0f ? (steps < 255.0f ? steps : 255.0f) : 0.0f);
+    };
+    return {coarse(std::min(a.mX, b.mX), cell.mX), coarse(std::min(a.mY, b.mY), cell.mY),
+            coarse(std::max(a.mX, b.mX), cell.mX), coarse(std::max(a.mY, b.mY), cell.mY)};
 }
 
-/// @param previous  the entry before, NONE for the first one.
-void NavMeshConnector::Grid::unlink(Cell& cell, uint32 previous, uint32 entry)
+void NavMeshConnector::Grid::append(Cell& cell, const Entry& entry)
 {
-    Entry& unlinked = mEntries[entry];
-    (previous == NONE ? cell.mFirst : mEntries[previous].mNext) = unlinked.mNext;
-    if (cell.mLast == entry)
-        cell.mLast = previous;
-    if (--mEdges.getUnchecked(unlinked.mEdge).mRefCount == 0)
-        mFreeEdges.push_back(unlinked.mEdge);
-    unlinked.mNext = mFreeEntries;
-    mFreeEntries = entry;
+    if (cell.mLast == NONE || mChunks[cell.mLast].mEnd == Chunk::SIZE)
+    {
+        const uint32 chunk = takeChunk();
+        (cell.mFirst == NONE ? cell.mFirst : mChunks[cell.mLast].mNext) = chunk;
+        cell.mLast = chunk;
+    }
+    Chunk& last = mChunks[cell.mLast];
+    last.mEntries[last.mEnd++] = entry;
+    ++mEdges.getUnchecked(entry.mEdge).mRefCount;
 }
 
-/// Calls the visitor with the records of a cell in the order inserted, until it returns false. Removed ones that are
-/// met on the way leave the list; nodes are taken in the order inserted, so most of them come first.
+uint32 NavMeshConnector::Grid::takeChunk()
+{
+    const uint32 chunk = mFreeChunks;
+    if (chunk == NONE)
+    {
+        mChunks.emplace_back();
+        return static_cast<uint32>(mChunks.size() - 1);
+    }
+    mFreeChunks = mChunks[chunk].mNext;
+    mChunks[chunk] = Chunk();
+    return chunk;
+}
+
+/// Forgets the removed records at the front of a chunk. Sides leave in the order in which they came, so that is where
+/// nearly all of them are.
+void NavMeshConnector::Grid::dropRemoved(Chunk& chunk)
+{
+    for (; chunk.mBegin != chunk.mEnd; ++chunk.mBegin)
+    {
+        const uint32 edge = chunk.mEntries[chunk.mBegin].mEdge;
+        GridEdge& record = mEdges.getUnchecked(edge);
+        if (!record.isRemoved())
+            return;
+        if (--record.mRefCount == 0)
+            mFreeEdges.push_back(edge);
+    }
+}
+
+/// @param previous  the chunk before, NONE for the first one.
+/// @return the chunk behind.
+uint32 NavMeshConnector::Grid::unlink(Cell& cell, uint32 previous, uint32 chunk)
+{
+    const uint32 next = mChunks[chunk].mNext;
+    (previous == NONE ? cell.mFirst : mChunks[previous].mNext) = next;
+    if (cell.mLast == chunk)
+        cell.mLast = previous;
+    mChunks[chunk].mNext = mFreeChunks;
+    mFreeChunks = chunk;
+    return next;
+}
+
+/// Calls the visitor with the records of a cell whose coarse boxes meet a box, in the order inserted, until it returns
+/// false.
 template <class Visitor>
-void NavMeshConnector::Grid::visit(Cell* cell, Visitor&& visitor)
+void NavMeshConnector::Grid::visit(Cell* cell, const CoarseBox& box, Visitor&& visitor)
 {
     uint32 previous = NONE;
-    for (uint32 entry = cell != nullptr ? cell->mFirst : NONE; entry != NONE;)
+    for (uint32 chunk = cell != nullptr ? cell->mFirst : NONE; chunk != NONE;)
     {
-        const uint32 next = mEntries[entry].mNext;
-        GridEdge& edge = mEdges.getUnchecked(mEntries[entry].mEdge);
-        if (edge.isRemoved())
-            unlink(*cell, previous, entry);
-        else if (!visitor(edge))
-            return;
-        else
-            previous = entry;
-        entry = next;
+        Chunk& visited = mChunks[chunk];
+        dropRemoved(visited);
+        if (visited.mBegin == visited.mEnd)
+        {
+            chunk = unlink(*cell, previous, chunk);
+            continue;
+        }
+        for (uint8 i = visited.mBegin; i != visited.mEnd; ++i)
+        {
+            if (!visited.mEntries[i].mBox.meets(box))
+                continue;
+            GridEdge& edge = mEdges.getUnchecked(visited.mEntries[i].mEdge);
+            if (!edge.isRemoved() && !visitor(edge))
+                return;
+        }
+        previous = chunk;
+        chunk = visited.mNext;
     }
 }
 
@@ -313,7 +361,7 @@ void NavMeshConnector::Grid::insertEdge(int32 node, int32 side)
         return;
     const uint32 record = takeEdge(edge);
     for (CellWalk walk(*this, a, b); !walk.isDone(); walk.advance())
-        append(getCell(walk.getCell()), record);
+        append(getCell(walk.getCell()), {record, coarseBox(walk.getCell(), a, b)});
 }
 
 void NavMeshConnector::Grid::removeEdge(int32 node, int32 side)
@@ -324,7 +372,8 @@ void NavMeshConnector::Grid::removeEdge(int32 node, int32 side)
     if (!measureSide(a, b, edge, node, side))
         return;
     GridEdge* removed = nullptr;
-    visit(findCell(CellWalk(*this, a, b).getCell()),
+    const Position cell = CellWalk(*this, a, b).getCell();
+    visit(findCell(cell), coarseBox(cell, a, b),
           [&](GridEdge& listed)
           {
               removed = listed.mNode == node && listed.mSide == side ? &listed : nullptr;
@@ -334,7 +383,8 @@ void NavMeshConnector::Grid::removeEdge(int32 node, int32 side)
         removed->mNode = -1;
 }
 
-void NavMeshConnector::Grid::findCandidates(CandidateList& candidates, int32 node, int32 side, float range)
+void NavMeshConnector::Grid::findCandidates(CandidateList& candidates, int32 node, int32 side, float range,
+                                            const Box* box)
 {
     Vec2<float> a;
     Vec2<float> b;
@@ -342,16 +392,19 @@ void NavMeshConnector::Grid::findCandidates(CandidateList& candidates, int32 nod
     if (!measureSide(a, b, edge, node, side))
         return;
     const uint32 mark = ++mNumSearches;
+    const Vec2<float> low = box != nullptr ? toGridCoords(box->mMin) : Vec2<float>();
+    const Vec2<float> high = box != nullptr ? toGridCoords(box->mMax) : Vec2<float>();
     for (CellWalk walk(*this, a, b); !walk.isDone(); walk.advance())
     {
-        visit(findCell(walk.getCell()),
+        const CoarseBox coarse = box != nullptr ? coarseBox(walk.getCell(), low, high) : CoarseBox();
+        visit(findCell(walk.getCell()), coarse,
               [&](GridEdge& listed)
               {
-                  if (listed.mVisited != mark && std::fabs(listed.mHeight - edge.mHeight) <= range)
-                  {
-                      candidates.push_back(&listed);
-                      listed.mVisited = mark;
-                  }
+                  if (listed.mVisited == mark || !(std::fabs(listed.mHeight - edge.mHeight) <= range) ||
+                      (box != nullptr && !box->meets(listed.mEnds[0], listed.mEnds[1])))
+                      return true;
+                  candidates.push_back(&listed);
+                  listed.mVisited = mark;
                   return true;
               });
     }
