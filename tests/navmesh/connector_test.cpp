@@ -56,10 +56,10 @@ struct Scene
         connectAs(OVERLAP, jump, fall, 1.0f, 2, receiver);
     }
     void connectAs(float overlap, float jump, float fall, float axisValue, int32 vertComp,
-                   ProgressReceiver* receiver = nullptr)
+                   ProgressReceiver* receiver = nullptr, Rules rules = Rules::SPECIFIED)
     {
         NavMeshBuilder::Statistics statistics;
-        const std::unique_ptr<NavMeshConnector> connector(new (mAllocator) NavMeshConnector(overlap, DISTANCE));
+        const std::unique_ptr<NavMeshConnector> connector(new (mAllocator) NavMeshConnector(overlap, DISTANCE, rules));
         connector->buildConnections(*mMesh, jump, fall, axisValue, vertComp, RunControl(receiver, statistics));
     }
 
@@ -223,6 +223,22 @@ KORV_TEST(Connector, sideRefusedForItsHeightIsStillFoundByOthers)
     EXPECT_EQ(scene.linkedLength(1, 0), 2.0f);
     EXPECT_EQ(scene.linkedLength(2, 0), 2.0f);
     EXPECT_EQ(scene.linkedLength(0, 1), 0.0f);
+}
+
+KORV_TEST(Connector, refinedRulesGoOnPastALedgeAndNeverThroughTheFloor)
+{
+    for (const Rules rules : {Rules::SPECIFIED, Rules::REFINED})
+    {
+        KORV_CONTEXT("refined: " << (rules == Rules::REFINED));
+        Scene ledge{{0, 0, 2, 2}, {2, 0, 4, 2, 1.5f}, {2, 0, 4, 2}}; // under the ledge there is ground on the level
+        ledge.connectAs(OVERLAP, 0.5f, 2.0f, 1.0f, 2, nullptr, rules);
+        EXPECT_EQ(ledge.linkedLength(0, 2), rules == Rules::REFINED ? 2.0f : 0.0f);
+        EXPECT_EQ(ledge.linkedLength(2, 0), 2.0f);
+
+        Scene above{{0, 0, 2, 2, 1.0f}, {0, 0, 2, 2}}; // ground that ends right under the edge of a floor
+        above.connectAs(OVERLAP, 0.5f, 2.0f, 1.0f, 2, nullptr, rules);
+        EXPECT_EQ(above.linkedLength(0, 1), rules == Rules::REFINED ? 0.0f : 8.0f);
+    }
 }
 
 KORV_TEST(Connector, sidesThatLieApartOrTurnAwayStayOpen)

@@ -193,6 +193,59 @@ KORV_TEST(Generation, givesTheSameBytesForAnyNumberOfWorkers)
     }
 }
 
+namespace
+{
+/// The direction of a side in the ground plane.
+Vec2<float> direction(const NavMeshContainer& mesh, const NavMeshContainer::NavNode& node, size_t side)
+{
+    const Vec3<float> along =
+        mesh.mVertices[node.mPolygon[(side + 1) % node.mPolygon.size()]] - mesh.mVertices[node.mPolygon[side]];
+    return normalised(Vec2<float>(dot(mesh.mXAxis, along), dot(mesh.mYAxis, along)));
+}
+
+/// Whether a node has a side that runs against that of the other one.
+bool faces(const NavMeshContainer& mesh, const NavMeshContainer::NavNode& node, const Vec2<float>& side)
+{
+    for (size_t i = 0; i < node.mPolygon.size(); ++i)
+        if (dot(direction(mesh, node, i), side) <= -0.989f)
+            return true;
+    return false;
+}
+} // namespace
+
+KORV_TEST(Generation, refinedRulesKeepThePromises)
+{
+    for (const auto& [name, scene, cubeSize] :
+         {std::tuple("courtyard", Scenes::courtyard(), 0.25f), std::tuple("hall", Scenes::hall(49, 3), 0.2f),
+          std::tuple("hills", Scenes::hills(30.0f, 12, 2), 0.3f), std::tuple("city", Scenes::city(2, 1), 0.3f),
+          std::tuple("floors", Scenes::floors(3, 1), 0.2f)})
+    {
+        KORV_CONTEXT(name);
+        SceneRun run(scene, cubeSize);
+        run.mBuilder->setRefined(true);
+        const auto mesh = run.run();
+        ASSERT_NE(mesh, nullptr);
+        expectSound(run, *mesh);
+        EXPECT_EQ(run.mBuilder->getStatistics().mNumTriangleRescues, 0u);
+        size_t numFacing = 0;
+        size_t numLinks = 0;
+        for (const NavMeshContainer::NavNode& node : mesh->mNodes)
+        {
+            EXPECT_GT(Testing::doubleArea(*mesh, node), 0.1 * double(cubeSize) * double(cubeSize));
+            for (size_t side = 0; side < node.mNeighbours.size(); ++side)
+            {
+                if (node.mNeighbours[side] < 0)
+                    continue;
+                ++numLinks;
+                numFacing += faces(*mesh, mesh->mNodes[size_t(node.mNeighbours[side])], direction(*mesh, node, side));
+            }
+        }
+        EXPECT_EQ(numFacing, numLinks);
+        run.mParameter.mNumThreads = 3;
+        EXPECT_TRUE(sameMesh(*mesh, *run.run()));
+    }
+}
+
 KORV_TEST(Generation, canBeStoppedAtAnyCall)
 {
     SceneRun run(Scenes::courtyard(), 0.4f);
