@@ -6,8 +6,11 @@
 #include "korv/common/threading/worker.h"
 #include "support/test.h"
 
+#include <atomic>
 #include <memory>
 #include <pthread.h>
+#include <thread>
+#include <vector>
 
 using namespace KORV;
 using namespace KORV::Common;
@@ -286,6 +289,44 @@ KORV_TEST(ThreadPool, runsWhatIsQueuedBeforeItEnds)
         scene.mPool->appendTask(scene.number(i));
     scene.mPool.reset();
     EXPECT_EQ(scene.mNumbers.size(), 100u);
+}
+
+KORV_TEST(ThreadPool, startsOnDemandWithTheFirstTask)
+{
+    Testing::CountingMemory* memory = new Testing::CountingMemory;
+    const SharedPtr<Callback::MemoryCallback> callback(memory);
+    const Memory::AllocatorPtr base(new (callback) Callback::CallbackAllocator);
+    class CountTask : public Task
+    {
+    public:
+        explicit CountTask(std::atomic<int>& count) : mCount(count) {}
+        void run() override { ++mCount; }
+
+    private:
+        std::atomic<int>& mCount;
+    };
+    std::atomic<int> count = 0;
+    {
+        const std::unique_ptr<ThreadPool> pool(ThreadPool::createOnDemand(base, 3, 0));
+        EXPECT_EQ(pool->getNumThreads(), 3u);
+        pool->waitForTasks();
+        for (const int64 allowed : {1, 7}) // the task, and then not all of the workers
+        {
+            memory->mFailAfter = allowed;
+            Testing::expectThrow<Memory::OutOfMemoryException>(
+                [&] { pool->appendTask(new (pool->getAllocator()) CountTask(count)); });
+        }
+        memory->mFailAfter = -1;
+        std::vector<std::jthread> producers;
+        for (int i = 0; i < 4; ++i)
+            producers.emplace_back([&] { pool->appendTask(new (pool->getAllocator()) CountTask(count)); });
+        producers.clear();
+        pool->waitForTasks();
+        EXPECT_EQ(count, 4);
+        EXPECT_EQ(pool->getNumThreads(), 3u);
+    }
+    EXPECT_TRUE(base->isClean());
+    const std::unique_ptr<ThreadPool> unused(ThreadPool::createOnDemand(Interface::getSharedAllocator(), 2, 0));
 }
 
 KORV_TEST(ThreadPool, endsCleanlyWhereverMemoryRunsOut)

@@ -127,7 +127,7 @@ KORV_TEST(ChildOverlaps, agreeWithTheTestOfOneCube)
         {
             Corners corners;
             source.makeTriangle(corners);
-            const VoxelTriangle triangle(0, 0, corners, source.mOrdinary);
+            const VoxelTriangle triangle({}, corners, source.mOrdinary);
             expectSameBelow(triangle, corners, source.mCentre, source.mEdge, false, n == 0 ? 3 : 1, counts);
             ChildCubes cubes(source.mCentre, source.mEdge);
             touched += cubes.find(triangle, false).mTouched != 0 ? 1 : 0;

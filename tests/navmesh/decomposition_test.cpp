@@ -421,14 +421,14 @@ KORV_TEST(Decomposition, workersChangeNothing)
     for (const uint32 workers : {1u, 2u, 8u})
     {
         NavMeshContainer mesh;
-        SpinLock lock;
-        PieceSequencer sequencer(lock, mesh, polygons.size(), allocator);
+        PieceSequencer sequencer(polygons.size(), allocator);
         std::unique_ptr<ThreadPool> pool(ThreadPool::create(allocator, workers, 0));
         for (size_t i = 0; i < polygons.size(); ++i)
             pool->appendTask(new (pool->getAllocator())
                                  PolygonCreateTask(1.0f, Rules::SPECIFIED, sequencer, i, polygons[i], UP));
         pool->waitForTasks();
         EXPECT_EQ(sequencer.getNumEnded(), polygons.size());
+        sequencer.appendTo(mesh);
         EXPECT_EQ(mesh.mVertices.size(),
                   [&]
                   {
@@ -446,37 +446,41 @@ KORV_TEST(Decomposition, workersChangeNothing)
 KORV_TEST(Decomposition, resultsWaitForTheirTurnAndStopDropsThem)
 {
     const SurfacePolygon square = surface({{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}});
+    SurfacePolygon other = square;
+    other.mHeightClass = 7;
     const AllocatorPtr allocator = Common::Interface::getSharedAllocator();
     NavMeshContainer mesh;
-    SpinLock lock;
-    PieceSequencer sequencer(lock, mesh, 5, allocator);
+    PieceSequencer sequencer(5, allocator);
     Rescue rescue = Rescue::NONE;
     const ConvexPieces pieces = decompose({{0, 0, 0}, {4, 0, 0}, {4, 4, 0}, {0, 4, 0}}, 1.0f, rescue);
     const ConvexPieces none(allocator.get());
-    const struct
-    {
-        size_t mOutline;
-        const ConvexPieces& mPieces;
-        size_t mNodes; // afterwards
-    } rows[] = {{2, pieces, 0}, {1, none, 0}, {0, pieces, 2}, {4, pieces, 2}};
-    for (const auto& row : rows)
-    {
-        sequencer.deliver(row.mOutline, square, row.mPieces, row.mPieces.size() > 0 ? Rescue::INSET : Rescue::EMPTY);
-        EXPECT_EQ(mesh.mNodes.size(), row.mNodes);
-    }
+    PieceBatch later(allocator.get());
+    later.add(other, pieces, Rescue::INSET);
+    PieceBatch earlier(allocator.get());
+    earlier.add(square, pieces, Rescue::INSET);
+    earlier.add(square, none, Rescue::EMPTY);
+    earlier.add(square, pieces, Rescue::INSET);
+
+    sequencer.deliver(3, later);
+    sequencer.deliver(0, earlier);
+    EXPECT_EQ(mesh.mNodes.size(), 0u);
     EXPECT_EQ(sequencer.getNumRescues(Rescue::INSET), 3u);
+    EXPECT_EQ(sequencer.getNumRescues(Rescue::EMPTY), 1u);
     sequencer.stop();
-    sequencer.deliver(3, square, pieces, rescue);
-    EXPECT_EQ(mesh.mNodes.size(), 2u); // what waits goes with the sequencer
+    sequencer.deliver(4, later);
+    sequencer.appendTo(mesh);
+    ASSERT_EQ(mesh.mNodes.size(), 3u);
+    EXPECT_EQ(mesh.mVertices.size(), 12u);
+    EXPECT_EQ(mesh.mNodes[1].mPolygon, Vector<uint32>({7, 6, 5, 4}));
+    EXPECT_EQ(mesh.mNodes[1].mHeightClass, static_cast<int32>(square.mHeightClass));
+    EXPECT_EQ(mesh.mNodes[2].mHeightClass, 7);
 }
 
 KORV_TEST(Decomposition, runningOutOfMemoryReachesTheCaller)
 {
     const SurfacePolygon hall = surface(sample(5, 1).mOutline);
     const AllocatorPtr allocator = Common::Interface::getSharedAllocator();
-    NavMeshContainer mesh;
-    SpinLock lock;
-    PieceSequencer sequencer(lock, mesh, 2, allocator);
+    PieceSequencer sequencer(2, allocator);
     auto* task = new (allocator) PolygonCreateTask(1.0f, Rules::SPECIFIED, sequencer, 0, hall, UP);
     mMemory->mFailAfter = 2;
     task->execute();

@@ -2,6 +2,7 @@
 #include "support/test.h"
 #include "support/voxelscenes.h"
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <tuple>
@@ -227,7 +228,9 @@ KORV_TEST(Octree, isTheSameForAnyNumberOfWorkers)
         EXPECT_TRUE(voxels[other] == voxels[0]);
         EXPECT_TRUE(calls[other].mTriangles == calls[0].mTriangles);
     }
-    for (const size_t failAt : {size_t{30000}, calls[0].mTriangles.size() - 1})
+    EXPECT_EQ(calls[0].mTriangles.size(), scene.mTriangles.size()) << "once each";
+    EXPECT_TRUE(std::is_sorted(calls[0].mTriangles.begin(), calls[0].mTriangles.end()));
+    for (const size_t failAt : {size_t{0}, calls[0].mTriangles.size() - 1})
     {
         CallSequence failing;
         failing.mFailAt = failAt;

@@ -57,9 +57,9 @@ struct Body
         const bool measured = measureLink(link, mesh, static_cast<uint32>(node), static_cast<uint32>(border));
         if (mCharacter == nullptr && mRadius == 0.0f)
             return true;
-        if (!measured || link.mWidth < 2.0f * mRadius)
-            return false;
         constexpr float SLACK = 1e-4f;
+        if (!measured || link.mWidth + SLACK < 2.0f * mRadius)
+            return false;
         return mCharacter == nullptr ||
                (link.mHeight <= mCharacter->mJumpHeight + SLACK && -link.mHeight <= mCharacter->mFallHeight + SLACK);
     }

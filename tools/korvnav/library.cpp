@@ -55,7 +55,7 @@ Library::~Library()
     Common::Debug::Trace::setReceiver(nullptr);
 }
 
-Reports::Reports() : mOuter(gInnermost)
+Reports::Reports(std::string ignored) : mIgnored(std::move(ignored)), mOuter(gInnermost)
 {
     gInnermost = this;
     Common::Debug::setAssertionHandler(&Reports::receive, this);
@@ -87,10 +87,13 @@ void Reports::receive(const char* text, const char* file, uint32 line, void* con
     const std::size_t at = report.find(mark);
     if (at != std::string::npos)
         report = report.substr(at + mark.size()) + (at > 0 ? " [" + report.substr(0, at) + "]" : "");
+    Reports& reports = *static_cast<Reports*>(context);
+    if (!reports.mIgnored.empty() && report.starts_with(reports.mIgnored))
+        return;
     report += " (reported by " + std::string(file) + ":" + std::to_string(line) + ")";
 
     const std::lock_guard<std::mutex> guard(gReportMutex);
-    std::vector<Entry>& entries = static_cast<Reports*>(context)->mEntries;
+    std::vector<Entry>& entries = reports.mEntries;
     for (Entry& entry : entries)
     {
         if (entry.mText == report)

@@ -27,7 +27,8 @@ public:
 class Reports
 {
 public:
-    Reports();
+    /// @param ignored  start of the message of a report that is none to the user; empty for no such report.
+    explicit Reports(std::string ignored = "");
     ~Reports();
     Reports(const Reports&) = delete;
     Reports& operator=(const Reports&) = delete;
@@ -45,6 +46,7 @@ private:
     static void receive(const char* text, const char* file, uint32 line, void* context);
 
     std::vector<Entry> mEntries;
+    std::string mIgnored;
     Reports* mOuter;
 };
 

@@ -47,10 +47,7 @@ MeshPtr readByContent(const Common::BasicString& fileName)
 }
 
 /// The library tells its developers that a file in the other byte order takes longer to read. That is no trouble.
-bool isByteOrderNote(const std::string& report)
-{
-    return report.starts_with("Stream stored has not the same endiness as the current system.");
-}
+constexpr const char* BYTE_ORDER_NOTE = "Stream stored has not the same endiness as the current system.";
 
 void writeInForm(const Common::BasicString& fileName, const MeshPtr& mesh, MeshForm form)
 {
@@ -75,11 +72,10 @@ MeshPtr readMesh(const std::string& fileName)
     constexpr const char* ADVICE =
         "\n  Name a mesh that 'korvnav build' wrote, or build the mesh again from its scene.";
     checkReadable(fileName);
-    Reports reports;
+    Reports reports(BYTE_ORDER_NOTE);
     const MeshPtr mesh = guarded(
         "this is no mesh that can be used: ", fileName, [&] { return readByContent(toLibrary(fileName)); }, ADVICE);
-    std::vector<std::string> troubles = reports.take();
-    std::erase_if(troubles, isByteOrderNote);
+    const std::vector<std::string> troubles = reports.take();
     if (mesh == nullptr || !troubles.empty())
         throw Failure(ExitCode::BadInput, fileName + ": this is no mesh that can be used:" + lines(troubles) + ADVICE);
     return mesh;

@@ -224,10 +224,15 @@ std::string wayPointLines(const NavMeshWay& way)
     return text;
 }
 
+/// "human, radius 0.3, grass costs 2, not on water"
 std::string whoText(const PathOptions& options)
 {
-    return (options.mCharacter.empty() ? "anybody" : options.mCharacter) +
-           (options.mRadius > 0.0f ? ", radius " + shortest(options.mRadius) : "");
+    std::string text = options.mCharacter.empty() ? "anybody" : options.mCharacter;
+    text += options.mRadius > 0.0f ? ", radius " + shortest(options.mRadius) : "";
+    for (const CostOption& cost : options.mCosts)
+        text += cost.mFactor > 0.0f ? ", " + cost.mSurface + " costs " + shortest(cost.mFactor)
+                                    : ", not on " + cost.mSurface;
+    return text;
 }
 
 std::string pathText(const PathOptions& options, const PathResult& result)

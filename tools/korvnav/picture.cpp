@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <optional>
+#include <memory>
 
 namespace KORV::Tool
 {
@@ -233,7 +233,7 @@ struct Drawing
             mHighest = std::max(mHighest, floor.mHighest);
         }
         if (way != nullptr)
-            mWay.emplace(mView, mFloors, *way);
+            mWay = std::make_unique<PictureWay>(mView, mFloors, *way);
     }
 
     float panelX(std::size_t index) const
@@ -257,7 +257,7 @@ struct Drawing
     std::vector<Floor> mFloors;
     PanelLayout mLayout;
     std::vector<Arrow> mArrows;
-    std::optional<PictureWay> mWay;
+    std::unique_ptr<PictureWay> mWay; ///< null for none
     float mLowest = 0.0f;
     float mHighest = 0.0f;
 };

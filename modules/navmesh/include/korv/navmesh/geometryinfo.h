@@ -14,7 +14,8 @@ struct TriangleClass
     uint16 mSurfaceTypeID = 0; ///< the surface type of a walkable triangle
 };
 
-/// Tells which triangles can be walked on; the host implements it. Called on the thread that runs the generation.
+/// Tells which triangles can be walked on; the host implements it. Called on the thread that runs the generation, once
+/// for each triangle whose vertices exist, in order.
 class KORV_NAVMESH_API TriangleClassifier
 {
 public:

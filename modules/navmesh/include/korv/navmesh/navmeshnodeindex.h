@@ -43,9 +43,8 @@ public:
 
     /// The place nearest to a point, in space, on any node with area. Nodes that nobody can stand on (wound the wrong
     /// way, with ids out of range, or with corners beyond 1e18) are left out.
-    /// @param maxDistance  places farther away do not count. [world units, >= 0; infinity for any] Nothing is found
-    /// with a
-    ///                     negative one, nor for a point that is not finite.
+    /// @param maxDistance  places farther away do not count. [world units, >= 0; infinity for any] With a negative one
+    ///                     nothing is found, and nothing for a point that is not finite.
     /// @param filter  null, or what the nodes must allow; only its rules for nodes matter here.
     /// @return the place; of places at the same distance that on the lowest node id. The position is moved towards the
     /// node's middle, by the order of a rounding error, where it would else fail isPointInsideNode.

@@ -38,7 +38,7 @@ public:
         return !mHasCharacter || (height - tolerance <= mJumpHeight && -height - tolerance <= mFallHeight);
     }
     /// Whether a crossing leaves room for the body. [length of the opening; world units]
-    bool isWidthAllowed(float width) const { return width >= 2.0f * mBodyRadius; }
+    bool isWidthAllowed(float width, float tolerance = 0.0f) const { return width + tolerance >= 2.0f * mBodyRadius; }
     /// Whether links have to be measured at all: without limits on heights and widths every link is allowed.
     bool measuresLinks() const { return mHasCharacter || mBodyRadius > 0.0f; }
     /// Factor of a surface type, at least 1; 0 when it is forbidden.

@@ -18,7 +18,7 @@ enum class NavMeshMove : uint8
 struct NavMeshWayPoint
 {
     Vec3<float> mPosition;                 ///< [world units]
-    int32 mNodeID = -1;                    ///< a node that the point lies in
+    int32 mNodeID = -1;                    ///< a node that the point lies in, up to rounding
     NavMeshMove mMove = NavMeshMove::WALK; ///< how the way goes on to the next point
     float mHeight = 0.0f; ///< height of the next point over this one, for a jump (> 0) or a drop (< 0); 0 for a walk
 };
@@ -57,7 +57,8 @@ struct KORV_NAVMESH_API NavMeshWay
 ///
 /// Method: the funnel (string pulling) of B. Chazelle, "A theorem on polygon cutting with applications", FOCS 1982, and
 /// D. T. Lee and F. P. Preparata, "Euclidean shortest paths in the presence of rectilinear barriers", Networks 14,
-/// 1984. Scratch memory is kept between calls. Thread use: one object per thread; creating and destroying one changes
+/// 1984. Scratch memory is kept between calls, and which nodes have dents: a mesh whose nodes are edited in place needs
+/// another finder. Thread use: one object per thread; creating and destroying one changes
 /// the mesh's reference count, which is not atomic.
 class KORV_NAVMESH_API NavMeshWayFinder
 {
@@ -87,7 +88,8 @@ public:
     /// @return false, after a report, when a chunk names no side with a neighbour, or is not where the one before led,
     /// when a position is not finite or the node of an empty path does not exist.
     /// Throws OutOfMemoryException; the way is then incomplete.
-    /// Cost: linear in the sides of the nodes on the path. No memory is taken once lists and scratch are large enough.
+    /// Cost: linear in the sides of the nodes on the path. No memory is taken once lists and scratch are large enough,
+    /// as long as the mesh keeps its nodes.
     bool findWay(NavMeshWay& way, const Vec3<float>& start, const Vec3<float>& end,
                  const Vector<NavMeshPathChunk>& path, int startNodeID = -1);
 

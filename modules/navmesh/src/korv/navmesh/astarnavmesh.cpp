@@ -29,8 +29,8 @@ uint32 getNeighbour(const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
                : NO_NODE;
 }
 
-/// By how much the height of a link may be wrong: it is the difference of two rounded coordinates.
-float getHeightTolerance(const NavMeshContainer& mesh, const Vec3<float>& place)
+/// By how much the height or width of a link may be wrong: it is a difference of rounded coordinates.
+float getTolerance(const NavMeshContainer& mesh, const Vec3<float>& place)
 {
     constexpr float CUBES = 1e-4f;
     constexpr float ROUNDING = 8.0f * std::numeric_limits<float>::epsilon();
@@ -45,8 +45,8 @@ bool isLinkAllowed(const NavMeshSearchFilter& filter, const NavMeshContainer& me
     LinkGeometry link;
     if (!measureLink(link, mesh, nodeID, border))
         return false;
-    return filter.isWidthAllowed(link.mWidth) &&
-           filter.isHeightAllowed(link.mHeight, getHeightTolerance(mesh, link.mLeaving[0]));
+    const float tolerance = getTolerance(mesh, link.mLeaving[0]);
+    return filter.isWidthAllowed(link.mWidth, tolerance) && filter.isHeightAllowed(link.mHeight, tolerance);
 }
 } // namespace
 
@@ -176,8 +176,8 @@ namespace
 /// Expansion of mesh nodes. An edge's target is read where its side is, not looked up again from the edge id.
 ///
 /// On a mesh beyond the cache most of the time of a search goes into waiting for nodes that it sees for the first time:
-/// the node, its lists, its corners, its record. So all that the edges of a node will need is asked for before the
-/// first is followed, one step of that chain for all of them together; and the open list knows which nodes will follow.
+/// the node, its lists, its corners, its record. The open list knows which nodes will follow, so what their edges will
+/// need is asked for while others are expanded. On a small mesh that would only be more to do.
 template <bool FILTERED>
 class MeshSteps
 {
@@ -188,7 +188,8 @@ public:
           mStartPos(costFunc.mPoints.mStartPos), mEndPos(costFunc.mPoints.mEndPos),
           mStartNode(static_cast<uint32>(costFunc.mPoints.mStartNode)),
           mEndNode(static_cast<uint32>(costFunc.mPoints.mEndNode)), mGoalPoint(heuristicPoints.getToPoint(goalNode)),
-          mGoalNode(goalNode), mNodeLimit(std::min(AStarMapNavMesh::getNodeLimit(mesh), storage.getNumNodes()))
+          mGoalNode(goalNode), mNodeLimit(std::min(AStarMapNavMesh::getNodeLimit(mesh), storage.getNumNodes())),
+          mFetchesAhead(mNodeLimit > MAX_NODES_IN_CACHE)
     {
     }
 
@@ -208,7 +209,8 @@ public:
                                  : node->hasPoint     ? Vec3<float>(node->point[0], node->point[1], node->point[2])
                                                       : getMiddlePoint(source);
         const Vector<int32>& neighbours = mNodes[source].mNeighbours;
-        fetch(neighbours);
+        if (mFetchesAhead)
+            fetchAhead(neighbours);
         const auto numBorders = static_cast<uint32>(neighbours.size());
         for (uint32 i = 0; i < numBorders; ++i)
         {
@@ -220,26 +222,27 @@ public:
     }
 
 private:
-    /// More new nodes around one are rare.
-    static constexpr uint32 MAX_FETCHED = 8;
+    /// About as many as a cache of a few megabytes holds, with their lists, corners and records.
+    static constexpr uint32 MAX_NODES_IN_CACHE = 16384;
 
     void follow(const AStarNode& node, const Vec3<float>& from, uint32 edge, uint32 target)
     {
         const AStarStorageFast::State state = mStorage.getState(target);
+        const bool isNew = state == AStarStorageFast::STATE_NEW;
         AStarNode& record = *mStorage.getNode(target);
         // no distance is negative: a node that is as near to the start as this one can't be reached cheaper through it
-        if (state != AStarStorageFast::STATE_NEW && !(record.pathCost > node.pathCost))
+        if (!isNew && !(record.pathCost > node.pathCost))
             return;
         if (FILTERED && !isAllowed(state, edge, target))
             return;
-        const Vec3<float> middle = state != AStarStorageFast::STATE_NEW && record.hasPoint
+        const Vec3<float> middle = !isNew && record.hasPoint
                                        ? Vec3<float>(record.point[0], record.point[1], record.point[2])
                                        : getMiddlePoint(target);
         float cost = ((target == mEndNode ? mEndPos : middle) - from).getLength();
         if (FILTERED)
             cost *= mFilter->getSurfaceFactor(mNodes[target].mSurfaceTypeID);
         const float pathCost = cost + node.pathCost;
-        if (state == AStarStorageFast::STATE_NEW)
+        if (isNew)
             open(record, edge, target, pathCost, middle);
         else if (state == AStarStorageFast::STATE_OPEN)
             mStorage.updateOpenNode(target, edge, pathCost);
@@ -270,27 +273,15 @@ private:
         return getMiddleOfCorners(mMesh.mVertices, mNodes[nodeID].mPolygon);
     }
 
-    void fetch(const Vector<int32>& neighbours) const
+    /// One step further for each of the nodes that will probably be expanded next.
+    /// @param neighbours  of the one that is expanded now.
+    void fetchAhead(const Vector<int32>& neighbours) const
     {
-        uint32 targets[MAX_FETCHED];
-        uint32 numTargets = 0;
         for (const int32 neighbour : neighbours)
         {
-            const auto target = static_cast<uint32>(neighbour);
-            if (isNew(target) && numTargets < MAX_FETCHED)
-                targets[numTargets++] = target;
+            if (static_cast<uint32>(neighbour) < mNodeLimit)
+                Common::Platform::prefetch(mNodes[neighbour].mPolygon.data());
         }
-        for (uint32 i = 0; i < numTargets; ++i)
-            fetchNode(targets[i]);
-        for (uint32 i = 0; i < numTargets; ++i)
-            fetchLists(targets[i]);
-        fetchNext();
-        for (uint32 i = 0; i < numTargets; ++i)
-            fetchCorners(targets[i]);
-    }
-    /// For the nodes that will probably be expanded next.
-    void fetchNext() const
-    {
         const uint32 first = mStorage.foreseeNode(0);
         const uint32 second = mStorage.foreseeNode(1);
         const uint32 third = mStorage.foreseeNode(2);
@@ -302,16 +293,11 @@ private:
             return;
         for (const int32 neighbour : mNodes[first].mNeighbours)
         {
-            const auto target = static_cast<uint32>(neighbour);
-            if (isNew(target))
-                fetchNode(target);
+            if (static_cast<uint32>(neighbour) < mNodeLimit)
+                fetchNode(static_cast<uint32>(neighbour));
         }
     }
 
-    bool isNew(uint32 nodeID) const
-    {
-        return nodeID < mNodeLimit && mStorage.getState(nodeID) == AStarStorageFast::STATE_NEW;
-    }
     void fetchNode(uint32 nodeID) const
     {
         constexpr size_t LAST_BYTE = sizeof(NavNode) - 1;
@@ -319,20 +305,6 @@ private:
         Common::Platform::prefetch(reinterpret_cast<const char*>(mNodes + nodeID) + LAST_BYTE);
         Common::Platform::prefetch(mStorage.findNode(nodeID));
     }
-    void fetchLists(uint32 nodeID) const
-    {
-        Common::Platform::prefetch(mNodes[nodeID].mPolygon.data());
-        Common::Platform::prefetch(mNodes[nodeID].mNeighbours.data());
-    }
-    void fetchCorners(uint32 nodeID) const
-    {
-        for (const uint32 id : mNodes[nodeID].mPolygon)
-        {
-            if (id < mMesh.mVertices.size())
-                Common::Platform::prefetch(mMesh.mVertices.data() + id);
-        }
-    }
-
     AStarStorageFast& mStorage;
     const NavMeshContainer& mMesh;
     const NavNode* mNodes;
@@ -344,6 +316,7 @@ private:
     Vec3<float> mGoalPoint;
     uint32 mGoalNode;
     uint32 mNodeLimit;
+    bool mFetchesAhead;
 };
 } // namespace
 

@@ -154,8 +154,8 @@ constexpr FlatAxes FLAT_AXES[3] = {
 };
 } // namespace
 
-VoxelTriangle::VoxelTriangle(uint32 geometry, uint32 triangle, const Vec3<float> (&corners)[3], bool ordinary)
-    : mExtent(0.0f), mGeometry(geometry), mTriangle(triangle), mFlatAxis(NOT_FLAT)
+VoxelTriangle::VoxelTriangle(const TriangleClass& triangleClass, const Vec3<float> (&corners)[3], bool ordinary)
+    : mExtent(0.0f), mFlatAxis(NOT_FLAT), mClass(triangleClass)
 {
     uint32 flatAxis = NOT_FLAT;
     for (int axis = 0; axis < 3; ++axis)

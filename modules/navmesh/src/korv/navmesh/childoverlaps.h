@@ -1,23 +1,22 @@
 #pragma once
 
 #include "korv/navmesh/floatlanes.h"
-#include "korv/navmesh/types.h"
+#include "korv/navmesh/geometryinfo.h"
 
 namespace KORV::NavMesh
 {
-/// A triangle of the input with the world positions of its corners.
+/// A triangle of the input: the world positions of its corners, and what its classifier says of it.
 struct VoxelTriangle
 {
     static constexpr uint32 NOT_FLAT = 3;
 
     /// @param ordinary  whether all of the octree lies within ORDINARY_REACH.
-    VoxelTriangle(uint32 geometry, uint32 triangle, const Vec3<float> (&corners)[3], bool ordinary);
+    VoxelTriangle(const TriangleClass& triangleClass, const Vec3<float> (&corners)[3], bool ordinary);
 
     float mPositions[3][3]; ///< [axis][corner]
     float mExtent;          ///< largest of the three, infinite when the triangle isn't ordinary
-    uint32 mGeometry;
-    uint32 mTriangle;
-    uint32 mFlatAxis; ///< along which all corners of an ordinary triangle have one position, or NOT_FLAT
+    uint32 mFlatAxis;       ///< along which all corners of an ordinary triangle have one position, or NOT_FLAT
+    TriangleClass mClass;
 };
 
 /// No product of the overlap tests overflows when coordinates are up to this. [world units]

@@ -46,7 +46,22 @@ constexpr double GROWTH = 2e-2;
 /// From the centre of a box to the farthest point of its edges, and their length, in half extents.
 constexpr double GROWTH_REACH = 6.0;
 constexpr double MAX_COORDINATE = 1e12;
+/// Of the distance that edges are sorted out by; more than its rounding.
+constexpr float BOUND_SLACK = 1.0001f;
 } // namespace
+
+struct EdgeBoxes::Ray
+{
+    Ray(const Vec2<float>& origin, const Vec2<float>& dir)
+        : mLanesX(sameLanes(dir.mX)), mLanesY(sameLanes(dir.mY)), mOrigin(origin), mDir(dir)
+    {
+    }
+
+    FloatLanes mLanesX; // of the direction
+    FloatLanes mLanesY;
+    Vec2<float> mOrigin;
+    Vec2<float> mDir;
+};
 
 EdgeBoxes::BoxGroup::BoxGroup()
 {
@@ -71,6 +86,8 @@ void EdgeBoxes::build()
     if (!mBounded)
         return;
     fillRuns();
+    if (!needsBoxes())
+        return;
     fillGroups();
     mLastRun.resize(mPolygon.size());
     for (size_t corner = 0; corner < mLastRun.size(); ++corner)
@@ -202,38 +219,59 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
 {
     if (!mBounded)
         return findNearestEdgeOfAll(from, dir);
-    const Ray ray{point(from), dir};
+    const Ray ray(point(from), dir);
     mNearestHit = NO_HIT;
-    meetRun(mLastRun[static_cast<size_t>(from)], ray);
     mHits.clear();
-    for (size_t root = 0; root < mRoots.size(); ++root)
+    if (!needsBoxes())
     {
-        // a single one needs no box of its own
-        uint32 tops = mTopGroups.size() > 1 ? meetGroup(mRoots[root], ray) : 1;
-        for (; tops != 0; tops &= tops - 1)
-            meetTopGroup(root * FAN_OUT + static_cast<size_t>(std::countr_zero(tops)), ray);
+        for (size_t run = 0; run < mRuns.size(); ++run)
+            meetRun(run, ray);
+        return choose(from, dir);
     }
+    mFirstRun = mLastRun[static_cast<size_t>(from)];
+    meetRun(mFirstRun, ray);
+    meetRoots(ray);
     const int32 edge = choose(from, dir);
     if (edge >= 0)
         mLastRun[static_cast<size_t>(from)] = static_cast<uint32>(edge) / static_cast<uint32>(FAN_OUT);
     return edge;
 }
 
+/// Boxes around a single one below are passed over.
+void EdgeBoxes::meetRoots(const Ray& ray)
+{
+    if (mGroups.size() == 1)
+        return meetRunsOfGroup(0, ray);
+    if (mTopGroups.size() == 1)
+        return meetTopGroup(0, ray);
+    for (size_t root = 0; root < mRoots.size(); ++root)
+    {
+        for (uint32 tops = meetGroup(mRoots[root], ray); tops != 0; tops &= tops - 1)
+            meetTopGroup(root * FAN_OUT + static_cast<size_t>(std::countr_zero(tops)), ray);
+    }
+}
+
 void EdgeBoxes::meetTopGroup(size_t top, const Ray& ray)
 {
     for (uint32 groups = meetGroup(mTopGroups[top], ray); groups != 0; groups &= groups - 1)
+        meetRunsOfGroup(top * FAN_OUT + static_cast<size_t>(std::countr_zero(groups)), ray);
+}
+
+void EdgeBoxes::meetRunsOfGroup(size_t group, const Ray& ray)
+{
+    for (uint32 runs = meetGroup(mGroups[group], ray); runs != 0; runs &= runs - 1)
     {
-        const size_t group = top * FAN_OUT + static_cast<size_t>(std::countr_zero(groups));
-        for (uint32 runs = meetGroup(mGroups[group], ray); runs != 0; runs &= runs - 1)
-            meetRun(group * FAN_OUT + static_cast<size_t>(std::countr_zero(runs)), ray);
+        const size_t run = group * FAN_OUT + static_cast<size_t>(std::countr_zero(runs));
+        if (run != mFirstRun)
+            meetRun(run, ray);
     }
 }
 
 /// A bit for each box that the ray may meet edges in, up to the nearest hit.
-uint32 EdgeBoxes::meetGroup(const BoxGroup& group, const Ray& ray) const
+inline uint32 EdgeBoxes::meetGroup(const BoxGroup& group, const Ray& ray) const
 {
-    const FloatLanes dirX = sameLanes(ray.mDir.mX);
-    const FloatLanes dirY = sameLanes(ray.mDir.mY);
+    const FloatLanes dirX = ray.mLanesX;
+    const FloatLanes dirY = ray.mLanesY;
     const FloatLanes sizeX = absoluteLanes(dirX);
     const FloatLanes sizeY = absoluteLanes(dirY);
     const float bound = mNearestHit + MAX_CLUSTER;
@@ -255,14 +293,12 @@ uint32 EdgeBoxes::meetGroup(const BoxGroup& group, const Ray& ray) const
     return gatherBits(met[0], met[1]);
 }
 
-/// Adds the hits of eight edges: the specified test, operation by operation.
-void EdgeBoxes::meetRun(size_t run, const Ray& ray)
+/// Adds the hits of eight edges. A division takes longer than all the rest, so most are sorted out by products: those
+/// whose quotients, which rounding moves by a millionth, would be out of range by some more.
+inline void EdgeBoxes::meetRun(size_t run, const Ray& ray)
 {
     const EdgeRun& edges = mRuns[run];
-    const FloatLanes dirX = sameLanes(ray.mDir.mX);
-    const FloatLanes dirY = sameLanes(ray.mDir.mY);
-    const float bound = mNearestHit + MAX_CLUSTER;
-    FloatLanes distances[2];
+    const float bound = (mNearestHit + MAX_CLUSTER) * BOUND_SLACK;
     MaskLanes met[2];
     for (size_t half = 0; half < 2; ++half)
     {
@@ -271,19 +307,33 @@ void EdgeBoxes::meetRun(size_t run, const Ray& ray)
         const FloatLanes y = ray.mOrigin.mY - loadLanes(edges.mY + at);
         const FloatLanes edgeX = loadLanes(edges.mEdgeX + at);
         const FloatLanes edgeY = loadLanes(edges.mEdgeY + at);
-        const FloatLanes denominator = edgeY * dirX - edgeX * dirY;
-        const FloatLanes place = (dirX * y - dirY * x) / denominator;
-        distances[half] = (edgeX * y - edgeY * x) / denominator;
-        met[half] = (denominator <= -PARALLEL) & (place >= BEFORE_EDGE) & (place <= BEYOND_EDGE) &
-                    (distances[half] > TIE) & (distances[half] <= bound);
+        const FloatLanes denominator = edgeY * ray.mLanesX - edgeX * ray.mLanesY;
+        const FloatLanes place = ray.mLanesX * y - ray.mLanesY * x;
+        const FloatLanes distance = edgeX * y - edgeY * x;
+        met[half] = (denominator <= -PARALLEL) & (place <= denominator * (2.0f * BEFORE_EDGE)) &
+                    (place >= denominator * (BEYOND_EDGE + TIE)) & (distance < 0.0f) &
+                    (distance >= denominator * bound);
     }
     for (uint32 hits = gatherBits(met[0], met[1]); hits != 0; hits &= hits - 1)
-    {
-        const size_t place = static_cast<size_t>(std::countr_zero(hits));
-        const float distance = distances[place / NUM_LANES][place % NUM_LANES];
-        mHits.push_back({static_cast<int32>(run * FAN_OUT + place), distance});
-        mNearestHit = std::min(mNearestHit, distance);
-    }
+        meetEdge(run, static_cast<size_t>(std::countr_zero(hits)), ray);
+}
+
+/// Adds the hit of an edge: the specified test, operation by operation.
+void EdgeBoxes::meetEdge(size_t run, size_t place, const Ray& ray)
+{
+    const EdgeRun& edges = mRuns[run];
+    const float x = ray.mOrigin.mX - edges.mX[place];
+    const float y = ray.mOrigin.mY - edges.mY[place];
+    const float edgeX = edges.mEdgeX[place];
+    const float edgeY = edges.mEdgeY[place];
+    const float denominator = edgeY * ray.mDir.mX - edgeX * ray.mDir.mY;
+    const float share = (ray.mDir.mX * y - ray.mDir.mY * x) / denominator;
+    const float distance = (edgeX * y - edgeY * x) / denominator;
+    if (!(denominator <= -PARALLEL && share >= BEFORE_EDGE && share <= BEYOND_EDGE && distance > TIE &&
+          distance <= mNearestHit + MAX_CLUSTER))
+        return;
+    mHits.push_back({static_cast<int32>(run * FAN_OUT + place), distance});
+    mNearestHit = std::min(mNearestHit, distance);
 }
 
 int32 EdgeBoxes::choose(int32 from, const Vec2<float>& dir)
@@ -299,6 +349,9 @@ int32 EdgeBoxes::choose(int32 from, const Vec2<float>& dir)
     }
     if (kept >= MAX_HITS)
         return findNearestEdgeOfAll(from, dir);
+    if (kept > 1)
+        std::sort(mHits.begin(), mHits.begin() + static_cast<int64>(kept),
+                  [](const Hit& a, const Hit& b) { return a.mEdge < b.mEdge; });
     Nearest nearest{NO_HIT, -1};
     for (size_t hit = 0; hit < kept; ++hit)
         take(nearest, mHits[hit], from);

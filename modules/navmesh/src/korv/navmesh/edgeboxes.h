@@ -21,11 +21,13 @@ public:
     /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
     int32 findNearestEdge(int32 from, const Vec2<float>& dir);
 
-    /// The same by looking at every edge: what defines the result.
+    /// What findNearestEdge finds, by looking at every edge: what defines the result.
     int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
 
 private:
     static constexpr size_t FAN_OUT = 8;
+    /// Up to this many runs are all looked at by every ray.
+    static constexpr size_t MAX_RUNS_WITHOUT_BOXES = 3;
 
     /// Eight edges in a row; those past the end have no length.
     struct EdgeRun
@@ -57,11 +59,7 @@ private:
         double mLongest; // of the edges inside
     };
 
-    struct Ray
-    {
-        Vec2<float> mOrigin;
-        Vec2<float> mDir;
-    };
+    struct Ray;
 
     struct Hit
     {
@@ -82,9 +80,13 @@ private:
     Box boxOfRun(size_t run) const;
     static Box unite(const Box& a, const Box& b);
     void putBox(BoxGroup& group, size_t place, const Box& box) const;
+    bool needsBoxes() const { return mRuns.size() > MAX_RUNS_WITHOUT_BOXES; }
     uint32 meetGroup(const BoxGroup& group, const Ray& ray) const;
+    void meetRoots(const Ray& ray);
     void meetTopGroup(size_t top, const Ray& ray);
+    void meetRunsOfGroup(size_t group, const Ray& ray);
     void meetRun(size_t run, const Ray& ray);
+    void meetEdge(size_t run, size_t place, const Ray& ray);
     int32 choose(int32 from, const Vec2<float>& dir);
     void take(Nearest& nearest, const Hit& hit, int32 from) const;
     float squaredMidpointDistance(int32 edge, int32 from) const;
@@ -100,7 +102,8 @@ private:
     Vector<BoxGroup> mTopGroups; // around groups
     Vector<BoxGroup> mRoots;     // around top groups
     Vector<uint32> mLastRun;     // that the last ray from a corner ended in
-    Vector<Hit> mHits;           // of the current ray, in the order of the edges
+    Vector<Hit> mHits;           // of the current ray
     float mNearestHit = 0.0f;
+    size_t mFirstRun = 0; // the one that the current ray has looked at before all others
 };
 } // namespace KORV::NavMesh

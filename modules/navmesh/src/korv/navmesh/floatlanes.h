@@ -5,6 +5,9 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#ifdef __SSE__
+#include <xmmintrin.h>
+#endif
 
 namespace KORV::NavMesh
 {
@@ -35,9 +38,14 @@ inline FloatLanes absoluteLanes(FloatLanes lanes)
 /// A bit for each lane, those of @p low first.
 inline uint32 gatherBits(MaskLanes low, MaskLanes high)
 {
+#ifdef __SSE__
+    return static_cast<uint32>(_mm_movemask_ps(std::bit_cast<__m128>(low)) |
+                               _mm_movemask_ps(std::bit_cast<__m128>(high)) << NUM_LANES);
+#else
     const MaskLanes marked = (low & MaskLanes{1, 2, 4, 8}) | (high & MaskLanes{16, 32, 64, 128});
     const auto halves = std::bit_cast<std::array<uint64, 2>>(marked);
     const uint64 both = halves[0] | halves[1];
     return static_cast<uint32>((both | both >> 32) & 0xff);
+#endif
 }
 } // namespace KORV::NavMesh

@@ -6,8 +6,11 @@
 // way, among those close enough. The neighbour may have been split there after the link was made, so sides that go on
 // in a straight line are taken together. The opening is the overlap.
 //
+// Nearly always the side that leads back is the very one, from end to end. It is looked at first: that needs two of the
+// neighbour's corners, and none where the ids are the same.
+//
 // Numbers: the cosines and distances are those of the links, with some slack for rounding.
-// Cost: one or two passes over the neighbour's sides, no memory.
+// Cost: a pass over the neighbour's ids, or one or two over its sides; no memory.
 #include "korv/navmesh/linkgeometry.h"
 
 #include <algorithm>
@@ -34,31 +37,56 @@ bool isFinite(const Vec3<float>& v)
     return std::isfinite(v.mX + v.mY + v.mZ);
 }
 
+/// Of the length in the ground plane.
+float getSquare(const NavMeshContainer& mesh, const Vec3<float>& offset)
+{
+    const Vec2<float> p(dot(mesh.mXAxis, offset), dot(mesh.mYAxis, offset));
+    return dot(p, p);
+}
+
+/// What is known where one side of the neighbour is the side left. @param link  with its width
+void fillWhole(LinkGeometry& link, size_t side, float height)
+{
+    link.mHeight = height;
+    link.mGap[0] = link.mGap[1] = 0.0f;
+    link.mFirstSide = static_cast<uint32>(side);
+    link.mNumSides = 1;
+    link.mIsWhole = true;
+}
+
+/// The most common link without shared corners: the same side at another height, or of another outline.
+/// @param link  with its corners and their distance as its width.
+/// @param p0,p1  of the neighbour, where the side left starts and ends if it is that one.
+bool fillOpposite(LinkGeometry& link, const NavMeshContainer& mesh, const Vec3<float>& p0, const Vec3<float>& p1,
+                  size_t side)
+{
+    const Vec3<float>& start = mesh.mVertices[link.mCorners[0]];
+    const Vec3<float>& end = mesh.mVertices[link.mCorners[1]];
+    const float least = SAME_IN_CUBES * mesh.mCubeSize;
+    if (!(link.mWidth > 0.0f && getSquare(mesh, p0 - start) <= least * least &&
+          getSquare(mesh, p1 - end) <= least * least))
+        return false;
+    const float height = dot(mesh.mNormal, (p0 - start + p1 - end) * 0.5f);
+    if (!std::isfinite(height))
+        return false;
+    link.mLeaving[0] = start;
+    link.mLeaving[1] = end;
+    link.mLanding[0] = p0;
+    link.mLanding[1] = p1;
+    fillWhole(link, side, height);
+    return true;
+}
+
 /// The side that is left and what lies beside it. Places are given as x along the side, from its start, and y to its
 /// left, where the node is.
 class Measure
 {
 public:
-    Measure(const NavMeshContainer& mesh, const NavNode& node, size_t side, const NavNode& neighbour)
-        : mMesh(mesh), mNeighbour(neighbour), mStart(mesh.mVertices[node.mPolygon[side]]),
-          mEnd(mesh.mVertices[node.mPolygon[nextCorner(node, side)]]),
-          mClose(mesh.mCubeSize > 0.0f ? mesh.mCubeSize * CLOSE_IN_CUBES : 0.0f), mDir(toPlane(mEnd)),
-          mLength(mDir.getLength())
+    /// @param link  with the corners of the side.
+    Measure(const NavMeshContainer& mesh, const LinkGeometry& link, const NavNode& neighbour)
+        : mMesh(mesh), mNeighbour(neighbour), mStart(mesh.mVertices[link.mCorners[0]]),
+          mEnd(mesh.mVertices[link.mCorners[1]]), mDir(toPlane(mEnd)), mLength(mDir.getLength())
     {
-    }
-
-    bool isUsable() const { return isFinite(mStart) && isFinite(mEnd) && std::isfinite(mLength); }
-
-    /// The same side, seen from the neighbour.
-    bool fillShared(LinkGeometry& link, size_t side) const
-    {
-        link.mLeaving[0] = link.mLanding[0] = mStart;
-        link.mLeaving[1] = link.mLanding[1] = mEnd;
-        link.mWidth = mLength;
-        link.mFirstSide = static_cast<uint32>(side);
-        link.mNumSides = 1;
-        link.mIsShared = true;
-        return true;
     }
 
     /// @return false when there is no side that runs along.
@@ -70,9 +98,7 @@ public:
         const size_t side = findBestSide();
         if (side == mNeighbour.mPolygon.size())
             return false;
-        link.mFirstSide = static_cast<uint32>(side);
-        link.mNumSides = 1;
-        if (fillOpposite(link, side))
+        if (fillOpposite(link, mMesh, corner(nextCorner(mNeighbour, side)), corner(side), side))
             return true;
         size_t first = side;
         size_t last = side;
@@ -115,25 +141,6 @@ private:
         return {dot(mDir, p), cross(mDir, p)};
     }
 
-    /// The most common link without shared corners: the same side at another height, or of another outline.
-    bool fillOpposite(LinkGeometry& link, size_t side) const
-    {
-        const Vec3<float>& p0 = corner(nextCorner(mNeighbour, side));
-        const Vec3<float>& p1 = corner(side);
-        const Vec2<float> off0 = toPlane(p0);
-        const Vec2<float> off1 = place(p1) - Vec2<float>(mLength, 0.0f);
-        const float least = SAME_IN_CUBES * mMesh.mCubeSize;
-        if (!(dot(off0, off0) <= least * least && dot(off1, off1) <= least * least))
-            return false;
-        link.mLeaving[0] = mStart;
-        link.mLeaving[1] = mEnd;
-        link.mLanding[0] = p0;
-        link.mLanding[1] = p1;
-        link.mHeight = dot(mMesh.mNormal, (p0 - mStart + p1 - mEnd) * 0.5f);
-        link.mWidth = mLength;
-        return std::isfinite(link.mHeight);
-    }
-
     /// @return the number of sides when there is none.
     size_t findBestSide() const
     {
@@ -169,9 +176,10 @@ private:
         const float y0 = p0.mY + (left - p0.mX) * slope;
         const float y1 = p0.mY + (right - p0.mX) * slope;
         const float distance = y0 * y1 <= 0.0f ? 0.0f : std::min(std::fabs(y0), std::fabs(y1));
+        const float close = mMesh.mCubeSize > 0.0f ? mMesh.mCubeSize * CLOSE_IN_CUBES : 0.0f;
         const float overlap = (right - left) * (side.mX < 0.0f ? FACING_BONUS : 1.0f);
         const float spread = std::max(std::fabs(y0), std::fabs(y1));
-        return overlap - SPREAD_PENALTY * spread - FAR_PENALTY * std::max(0.0f, distance - mClose);
+        return overlap - SPREAD_PENALTY * spread - FAR_PENALTY * std::max(0.0f, distance - close);
     }
 
     /// Takes in the sides that go on in a straight line, as far as the side left reaches.
@@ -263,58 +271,96 @@ private:
 
     const NavMeshContainer& mMesh;
     const NavNode& mNeighbour;
-    const Vec3<float> mStart;
-    const Vec3<float> mEnd;
-    const float mClose;
+    const Vec3<float>& mStart;
+    const Vec3<float>& mEnd;
     Vec2<float> mDir; ///< of the side in the ground plane; of unit length from fillFacing on
     float mLength;
 };
 
-bool isCornerValid(const NavMeshContainer& mesh, uint32 id)
+bool fillShared(LinkGeometry& link, const Vec3<float>& start, const Vec3<float>& end, size_t side)
 {
-    return id < mesh.mVertices.size();
-}
-
-/// @return the number of sides when there is none.
-size_t findSharedSide(const NavNode& neighbour, uint32 start, uint32 end)
-{
-    const size_t numSides = neighbour.mPolygon.size();
-    uint32 before = neighbour.mPolygon.back();
-    for (size_t i = 0; i < numSides; ++i)
-    {
-        const uint32 corner = neighbour.mPolygon[i];
-        if (before == end && corner == start)
-            return previousCorner(neighbour, i);
-        before = corner;
-    }
-    return numSides;
+    link.mLeaving[0] = link.mLanding[0] = start;
+    link.mLeaving[1] = link.mLanding[1] = end;
+    fillWhole(link, side, 0.0f);
+    link.mIsShared = true;
+    return true;
 }
 } // namespace
 
-bool measureLink(LinkGeometry& link, const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
+LinkMeasure::LinkMeasure(const NavMeshContainer& mesh)
+    : mMesh(mesh), mNodes(mesh.mNodes.data()), mVertices(mesh.mVertices.data()),
+      mNumNodes(std::min<size_t>(mesh.mNodes.size(), std::numeric_limits<int32>::max())),
+      mNumVertices(mesh.mVertices.size())
 {
-    link = LinkGeometry();
-    if (nodeID >= mesh.mNodes.size())
-        return false;
-    const NavNode& node = mesh.mNodes[nodeID];
-    if (border >= node.mPolygon.size() || border >= node.mNeighbours.size() || node.mNeighbours[border] < 0 ||
-        static_cast<size_t>(node.mNeighbours[border]) >= mesh.mNodes.size())
-        return false;
-    const uint32 start = node.mPolygon[border];
-    const uint32 end = node.mPolygon[nextCorner(node, border)];
-    const NavNode& neighbour = mesh.mNodes[static_cast<size_t>(node.mNeighbours[border])];
-    if (!isCornerValid(mesh, start) || !isCornerValid(mesh, end) || neighbour.mPolygon.empty())
-        return false;
+}
 
-    Measure measure(mesh, node, border, neighbour);
-    if (!measure.isUsable())
+/// By the sides of the neighbour that lead back. @return false where none of them is the side left.
+inline bool LinkMeasure::fillBackLink(LinkGeometry& link, const NavNode& neighbour, uint32 nodeID) const
+{
+    const uint32* const corners = neighbour.mPolygon.data();
+    const int32* const neighbours = neighbour.mNeighbours.data();
+    const size_t numCorners = neighbour.mPolygon.size();
+    const size_t numSides = std::min(neighbour.mNeighbours.size(), numCorners);
+    for (size_t side = 0; side < numSides; ++side)
+    {
+        if (neighbours[side] != static_cast<int32>(nodeID))
+            continue;
+        const uint32 start = corners[side];
+        const uint32 end = corners[side + 1 < numCorners ? side + 1 : 0];
+        if (start == link.mCorners[1] && end == link.mCorners[0])
+            return fillShared(link, mVertices[end], mVertices[start], side);
+        if (start < mNumVertices && end < mNumVertices &&
+            fillOpposite(link, mMesh, mVertices[end], mVertices[start], side))
+            return true;
+    }
+    return false;
+}
+
+bool LinkMeasure::measure(LinkGeometry& link, uint32 nodeID, uint32 border) const
+{
+    // not all of it: that would cost as much as the rest
+    link.mNumSides = 0;
+    link.mIsShared = link.mIsWhole = link.mTurnsBack = false;
+    if (nodeID >= mNumNodes)
         return false;
-    const size_t shared = findSharedSide(neighbour, start, end);
-    if (shared < neighbour.mPolygon.size())
-        return measure.fillShared(link, shared);
-    if (!std::all_of(neighbour.mPolygon.begin(), neighbour.mPolygon.end(),
-                     [&mesh](uint32 id) { return isCornerValid(mesh, id); }))
+    const NavNode& node = mNodes[nodeID];
+    const size_t numSides = node.mPolygon.size();
+    if (border >= numSides || border >= node.mNeighbours.size())
         return false;
+    const auto target = static_cast<uint32>(node.mNeighbours[border]); // a negative one is beyond all nodes
+    const uint32 start = node.mPolygon[border];
+    const uint32 end = node.mPolygon[border + 1 < numSides ? border + 1 : 0];
+    if (target >= mNumNodes || start >= mNumVertices || end >= mNumVertices)
+        return false;
+    const Vec3<float> side = mVertices[end] - mVertices[start];
+    link.mCorners[0] = start;
+    link.mCorners[1] = end;
+    link.mWidth = std::sqrt(getSquare(mMesh, side));
+    if (!std::isfinite(link.mWidth)) // nor are the corners
+        return false;
+    const NavNode& neighbour = mNodes[target];
+    return fillBackLink(link, neighbour, nodeID) || fillSharedSide(link, neighbour) || fillFacingSide(link, neighbour);
+}
+
+/// For a neighbour that does not lead back.
+bool LinkMeasure::fillSharedSide(LinkGeometry& link, const NavNode& neighbour) const
+{
+    const Vector<uint32>& corners = neighbour.mPolygon;
+    for (size_t side = 0; side < corners.size(); ++side)
+    {
+        if (corners[side] == link.mCorners[1] && corners[nextCorner(neighbour, side)] == link.mCorners[0])
+            return fillShared(link, mVertices[link.mCorners[0]], mVertices[link.mCorners[1]], side);
+    }
+    return false;
+}
+
+/// What is left when the neighbour has another side there.
+bool LinkMeasure::fillFacingSide(LinkGeometry& link, const NavNode& neighbour) const
+{
+    if (neighbour.mPolygon.empty() || !std::all_of(neighbour.mPolygon.begin(), neighbour.mPolygon.end(),
+                                                   [this](uint32 id) { return id < mNumVertices; }))
+        return false;
+    Measure measure(mMesh, link, neighbour);
     return measure.fillFacing(link) || measure.fillNearest(link);
 }
 } // namespace KORV::NavMesh

@@ -33,15 +33,44 @@ struct LinkGeometry
     /// How far the landing lies beyond the side left, at both ends, in the ground plane: negative where it lies before
     /// it, as seen by who leaves.
     float mGap[2] = {0.0f, 0.0f};
-    uint32 mFirstSide = 0;  ///< first of the neighbour's sides that the landing lies on
-    uint32 mNumSides = 0;   ///< how many they are, from the first one on; 0 where no side runs along the one left
-    bool mIsShared = false; ///< both nodes have the side: leaving and landing are the same
+    uint32 mCorners[2] = {0, 0}; ///< vertex ids of the ends of the node's side
+    uint32 mFirstSide = 0;       ///< first of the neighbour's sides that the landing lies on
+    uint32 mNumSides = 0;        ///< how many they are, from the first one on; 0 where no side runs along the one left
+    bool mIsShared = false;      ///< both nodes have the side: leaving and landing are the same
+    bool mIsWhole = false;       ///< all of the node's side faces the neighbour
     /// The neighbour lies on the same side of its border as the node on its own: in the ground plane, who crosses turns
     /// back.
     bool mTurnsBack = false;
 };
 
-/// Measures the opening across a side with a neighbour; false when there is none. Reads nothing beyond the two nodes.
-/// Cost: linear in the sides of the neighbour; a side that both nodes share is found by its ids alone.
-bool measureLink(LinkGeometry& link, const NavMeshContainer& mesh, uint32 nodeID, uint32 border);
+/// Measures openings of one mesh, which must stay as it is meanwhile.
+class LinkMeasure
+{
+public:
+    explicit LinkMeasure(const NavMeshContainer& mesh);
+
+    /// Measures the opening across a side with a neighbour; false when there is none. Reads nothing beyond the two
+    /// nodes. Cost: linear in the sides of the neighbour; where one of them leads back, by ids alone.
+    bool measure(LinkGeometry& link, uint32 nodeID, uint32 border) const;
+
+private:
+    using NavNode = NavMeshContainer::NavNode;
+
+    inline bool fillBackLink(LinkGeometry& link, const NavNode& neighbour, uint32 nodeID) const;
+    bool fillSharedSide(LinkGeometry& link, const NavNode& neighbour) const;
+    bool fillFacingSide(LinkGeometry& link, const NavNode& neighbour) const;
+
+    const NavMeshContainer& mMesh;
+    // at hand, as a lookup of a size is a division
+    const NavNode* mNodes;
+    const Vec3<float>* mVertices;
+    size_t mNumNodes;
+    size_t mNumVertices;
+};
+
+/// The same for a single link.
+inline bool measureLink(LinkGeometry& link, const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
+{
+    return LinkMeasure(mesh).measure(link, nodeID, border);
+}
 } // namespace KORV::NavMesh

@@ -212,7 +212,7 @@ private:
     CellTable mUsedCells; ///< takes its place: short sides in a wide mesh
     Vector<Chunk> mChunks;
     uint32 mFreeChunks = NONE; ///< the first of those not in use, a list of their own
-    Common::Container::SegmentVector<GridEdge> mEdges;
+    Common::Container::SegmentVector<GridEdge, 512> mEdges;
     Vector<uint32> mFreeEdges;
     uint32 mNumSearches = 0;
 };

@@ -9,6 +9,7 @@
 #include "korv/navmesh/moduleallocator.h"
 #include "korv/navmesh/navmeshcontainer.h"
 
+#include <algorithm>
 #include <limits>
 #include <memory>
 
@@ -65,7 +66,8 @@ public:
     }
 
 private:
-    using Name = BinarySerializeStorage::ItemName;
+    using Storage = BinarySerializeStorage;
+    using Name = Storage::ItemName;
 
     template <class T>
     void writeCount(const char* name, const Vector<T>& list)
@@ -75,25 +77,69 @@ private:
 
     void writeVector(Name (&&names)[3], const Vec3<float>& v) { mStorage.writeValues(names, v.mX, v.mY, v.mZ); }
 
+    // Vertices and nodes are nearly all of a mesh, so they are put in blocks, with the ids of the names at hand.
+
     void writeVertices(const Vector<Vec3<float>>& vertices)
     {
+        constexpr size_t SIZE = 3 * Storage::ITEM_SIZE<float>;
+        constexpr size_t BATCH = Storage::MAX_BLOCK / SIZE;
         writeCount("numvertices", vertices);
         Name names[] = {"pos_x", "pos_y", "pos_z"};
-        for (const Vec3<float>& v : vertices)
-            mStorage.writeValues(names, v.mX, v.mY, v.mZ);
+        if (vertices.empty() || !mStorage.prepareNames(names))
+            return;
+        const uint32 ids[] = {names[0].getID(), names[1].getID(), names[2].getID()};
+        for (size_t begin = 0; begin < vertices.size(); begin += BATCH)
+        {
+            const size_t count = std::min(BATCH, vertices.size() - begin);
+            const auto put = [batch = &vertices[begin], count, &ids](auto block)
+            {
+                for (size_t i = 0; i < count; ++i)
+                {
+                    block.put(ids[0], batch[i].mX);
+                    block.put(ids[1], batch[i].mY);
+                    block.put(ids[2], batch[i].mZ);
+                }
+            };
+            mStorage.writeBlock(count * SIZE, put);
+        }
     }
 
     void writeNodes(const Vector<NavNode>& nodes)
     {
+        constexpr size_t SIZE = Storage::ITEM_SIZE<int32> + Storage::ITEM_SIZE<uint16> + Storage::ITEM_SIZE<uint32>;
+        constexpr size_t CORNER_SIZE = Storage::ITEM_SIZE<uint32> + Storage::ITEM_SIZE<int32>;
+        constexpr size_t MAX_CORNERS = (Storage::MAX_BLOCK - SIZE) / CORNER_SIZE;
         writeCount("numnodes", nodes);
         Name names[] = {"heightclass", "surfacetypeid", "numpolygon"};
         Name listNames[] = {"vert_id", "node_id"};
         for (const NavNode& node : nodes)
         {
             const uint32 count = static_cast<uint32>(node.mPolygon.size());
-            mStorage.writeValues(names, node.mHeightClass, node.mSurfaceTypeID, count);
-            mStorage.writeLists(listNames, node.mPolygon.data(), node.mNeighbours.data(), count);
+            if (count == 0 || count > MAX_CORNERS)
+            {
+                writeNode(node, count, names, listNames);
+                continue;
+            }
+            if (!mStorage.prepareNames(names) || !mStorage.prepareNames(listNames))
+                return;
+            const auto put = [&](auto block)
+            {
+                block.put(names[0].getID(), node.mHeightClass);
+                block.put(names[1].getID(), node.mSurfaceTypeID);
+                block.put(names[2].getID(), count);
+                block.putList(listNames[0].getID(), node.mPolygon.data(), count);
+                block.putList(listNames[1].getID(), node.mNeighbours.data(), count);
+            };
+            mStorage.writeBlock(SIZE + count * CORNER_SIZE, put);
         }
+    }
+
+    /// A node of any size.
+    void writeNode(const NavNode& node, uint32 count, Name (&names)[3], Name (&listNames)[2])
+    {
+        mStorage.writeValues(names, node.mHeightClass, node.mSurfaceTypeID, count);
+        mStorage.writeList(listNames[0], node.mPolygon.data(), count);
+        mStorage.writeList(listNames[1], node.mNeighbours.data(), count);
     }
 
     void writeCharacters(const Vector<CharacterInfo>& characters)
@@ -151,10 +197,9 @@ public:
     }
 
 private:
-    // Bytes of an item: type, id of its name, value. A string may be empty.
     template <class T>
-    static constexpr size_t ITEM_SIZE = 5 + sizeof(T);
-    static constexpr size_t STRING_SIZE = 5 + sizeof(uint16);
+    static constexpr size_t ITEM_SIZE = BinarySerializeStorage::ITEM_SIZE<T>;
+    static constexpr size_t STRING_SIZE = ITEM_SIZE<uint16>; // of an empty one: its length
 
     /// @param entrySize  the fewest bytes that an entry of the list can take.
     uint32 readCount(size_t entrySize, const char* what)

@@ -76,6 +76,7 @@ private:
     struct OutlineQueue
     {
         PieceSequencer& mSequencer;
+        bool mIsSmall = false; ///< one task is all there is, not worth waking a worker
         size_t mNumTasks = 0;
         bool mReported = false;
         StageClock mSinceReport{};
@@ -86,6 +87,7 @@ private:
     void buildOutlines();
     void createContainer();
     void buildConvexNodes();
+    bool isSmall() const;
     void queueOutlines(OutlineQueue& queue, bool large);
     void queueTask(OutlineQueue& queue, PolygonCreateTask* task);
     void waitForOutlines(OutlineQueue& queue, size_t limit) const;
@@ -99,7 +101,7 @@ private:
 
     NavMeshBuilder& mBuilder;
     RunControl mControl;
-    AllocatorPtr mAllocator; // thread-safe: workers append to the container
+    AllocatorPtr mAllocator; // thread-safe
     SurfacePolygonList mPolygons;
     HeightClassifier mClassifier;
     uint32 mAxis = 0;
@@ -159,7 +161,7 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
 
 void NavMeshBuilder::Run::startPool()
 {
-    mBuilder.mThreadPool = ThreadPool::create(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
+    mBuilder.mThreadPool = ThreadPool::createOnDemand(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
     mAllocator = mBuilder.mThreadPool->getAllocator();
     Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
     mTotalClock.restart();
@@ -199,7 +201,8 @@ void NavMeshBuilder::Run::buildOutlines()
 
 void NavMeshBuilder::Run::createContainer()
 {
-    mContainer = new (mAllocator) NavMeshContainer(mBuilder.mCharacters, mBuilder.mSurfaceTypes);
+    // not on the allocator of the pool: its nodes are many blocks, and only this thread makes them
+    mContainer = new (mBuilder.getAllocator()) NavMeshContainer(mBuilder.mCharacters, mBuilder.mSurfaceTypes);
     mContainer->mNormal = MAIN_AXES[mAxis];
     Common::Geom::computePlaneBasis(mContainer->mXAxis, mContainer->mYAxis, mContainer->mNormal);
     mContainer->mCubeSize = mBuilder.mParameter.mCubeSize;
@@ -208,11 +211,10 @@ void NavMeshBuilder::Run::createContainer()
 void NavMeshBuilder::Run::buildConvexNodes()
 {
     ThreadPool& pool = *mBuilder.mThreadPool;
-    Common::Threading::SpinLock lock;
-    PieceSequencer sequencer(lock, *mContainer, mPolygons.size(), mAllocator);
+    PieceSequencer sequencer(mPolygons.size(), mAllocator);
     try
     {
-        OutlineQueue queue{sequencer};
+        OutlineQueue queue{sequencer, isSmall()};
         queueOutlines(queue, true); // one that takes long would else keep a single worker busy in the end
         queueOutlines(queue, false);
         waitForOutlines(queue, 1);
@@ -225,8 +227,19 @@ void NavMeshBuilder::Run::buildConvexNodes()
     }
     pool.waitForTasks();
     sequencer.getErrors().rethrow();
+    sequencer.appendTo(*mContainer);
+    mPolygons.clear(); // the mesh has all of them
     countRescues(sequencer);
     endStage(CONVEX_STAGE);
+}
+
+/// Whether the outlines share one task.
+bool NavMeshBuilder::Run::isSmall() const
+{
+    size_t numCorners = 0;
+    for (const SurfacePolygon& polygon : mPolygons)
+        numCorners += polygon.mPoints.size();
+    return numCorners <= BATCH_CORNERS;
 }
 
 /// Queues the outlines of one kind: each large one as a task, small ones in batches.
@@ -258,8 +271,11 @@ void NavMeshBuilder::Run::queueTask(OutlineQueue& queue, PolygonCreateTask* task
 {
     std::unique_ptr<PolygonCreateTask> owner(task); // a stop by the host throws
     waitForOutlines(queue, mBuilder.mThreadPool->getMaxTasks());
-    mBuilder.mThreadPool->appendTask(owner.release());
     ++queue.mNumTasks;
+    if (queue.mIsSmall)
+        owner->execute();
+    else
+        mBuilder.mThreadPool->appendTask(owner.release());
 }
 
 /// Waits until fewer than @p limit of the tasks queued are left, and keeps the host informed: a full queue would

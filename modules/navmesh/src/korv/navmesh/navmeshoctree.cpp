@@ -3,8 +3,9 @@
 // From input to outlines: voxelise the triangles (voxelinsertion), find the voxels with room above and join those that
 // belong together (neighbourbits), label the borders of the surfaces (borders), connect the borders of each surface
 // (bridges), walk each surface's outline (finalpolygon). All but the first step exist twice with the same result: one
-// voxel after the other in these files, and on bits (surfaceextraction). The bits do the work; the voxels take over by
-// the specified rules where coordinates are so large that their rounding decides which corners an outline has.
+// voxel after the other in these files, on the octree's records, and on bits (surfaceextraction), which need no
+// records. The bits do the work; the voxels take over by the specified rules where coordinates are so large that their
+// rounding decides which corners an outline has.
 //
 // Numbers: the box around the input is widened by half a world unit on every side, so that nothing lies on its faces.
 
@@ -22,6 +23,7 @@
 #include "korv/navmesh/stageclock.h"
 #include "korv/navmesh/surfaceextraction.h"
 #include "korv/navmesh/voxelinsertion.h"
+#include "korv/navmesh/voxeloutput.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -174,25 +176,41 @@ NavMeshOctree::~NavMeshOctree() = default;
 void NavMeshOctree::buildMaxConnectedPolygons(SurfacePolygonList& polygons, uint32 mainAxis)
 {
     const uint32 axis = mainAxis < NUM_MAIN_AXES ? mainAxis : 0;
-    StageClock clock;
-    buildTree(mParameter.mCubeSize);
-    logTime("Build Octree", clock);
+    prepareGrid(mParameter.mCubeSize);
     NavMeshBuilder::Statistics& statistics = mControl.getStatistics();
     statistics.mOctreeDepth = mDepth;
-    statistics.mNumVoxels = mLeafOctants.size();
-    if (mLeafOctants.empty())
-        return;
     const size_t before = polygons.size();
     if (mRules == Rules::REFINED || SurfaceExtraction::isExact(*this))
-        extractSurfaces(polygons, axis);
+        buildOnBits(polygons, axis);
     else
-        extractVoxelByVoxel(polygons, axis);
+        buildVoxelByVoxel(polygons, axis);
     statistics.mNumSurfaces = static_cast<uint32>(polygons.size() - before);
 }
 
-void NavMeshOctree::extractSurfaces(SurfacePolygonList& polygons, uint32 mainAxis)
+void NavMeshOctree::buildOnBits(SurfacePolygonList& polygons, uint32 mainAxis)
 {
-    SurfaceExtraction extraction(*this, mainAxis);
+    const StageClock clock;
+    VoxelBricks bricks(mDepth, mainAxis, getMemory());
+    const uint64 numVoxels = buildBricks(bricks);
+    logTime("Build Octree", clock);
+    mControl.getStatistics().mNumVoxels = numVoxels;
+    if (numVoxels > 0)
+        extractSurfaces(polygons, bricks, mainAxis);
+}
+
+/// @return the number of voxels.
+uint64 NavMeshOctree::buildBricks(VoxelBricks& bricks)
+{
+    BrickOutput output(bricks);
+    insertTriangles(output);
+    logStatistics(output.countInnerOctants(), output.countVoxels());
+    bricks.buildIndex();
+    return output.countVoxels();
+}
+
+void NavMeshOctree::extractSurfaces(SurfacePolygonList& polygons, const VoxelBricks& bricks, uint32 mainAxis)
+{
+    SurfaceExtraction extraction(*this, bricks, mainAxis);
     extraction.findSurfaces(INSERTION_DONE, BORDERS_DONE);
     mControl.getStatistics().mNumWalkableVoxels = extraction.countVoxels();
     logPolygons(MessageText() << "Build NeighbourBits");
@@ -204,8 +222,14 @@ void NavMeshOctree::extractSurfaces(SurfacePolygonList& polygons, uint32 mainAxi
     logTime("Build Final Polygons", clock);
 }
 
-void NavMeshOctree::extractVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis)
+void NavMeshOctree::buildVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis)
 {
+    const StageClock clock;
+    buildTree(mParameter.mCubeSize);
+    logTime("Build Octree", clock);
+    mControl.getStatistics().mNumVoxels = mLeafOctants.size();
+    if (mLeafOctants.empty())
+        return;
     findNeighbours(mainAxis);
     findBridges(mainAxis);
     traceOutlines(polygons, mainAxis);
@@ -256,20 +280,32 @@ void NavMeshOctree::traceOutlines(SurfacePolygonList& polygons, uint32 mainAxis)
 
 void NavMeshOctree::buildTree(float cubeSize)
 {
+    prepareGrid(cubeSize);
+    RecordOutput output(mInnerOctants, mLeafOctants);
+    insertTriangles(output);
+    logStatistics(mInnerOctants.size(), mLeafOctants.size());
+}
+
+void NavMeshOctree::prepareGrid(float cubeSize)
+{
     mCubeSize = cubeSize;
-    if (computeBounds())
-    {
-        mDepth = computeOctreeDepth(mMax.mX - mMin.mX, cubeSize);
-        mDimension = 1u << mDepth;
-        const float edge = static_cast<float>(mDimension) * cubeSize;
-        const float half = cubeSize * 0.5f;
-        mMax = mMin + Vec3<float>(edge, edge, edge);
-        mFirstCentre = mMin + Vec3<float>(half, half, half);
-        VoxelInsertion insertion(*mGeometries, mInnerOctants, mLeafOctants, mControl, INSERTION_DONE, mThreadPool,
-                                 getMemory());
-        insertion.insert((mMin + mMax) * 0.5f, mMax.mX - mMin.mX, mDepth);
-    }
-    logStatistics();
+    mHasVertices = computeBounds();
+    if (!mHasVertices)
+        return;
+    mDepth = computeOctreeDepth(mMax.mX - mMin.mX, cubeSize);
+    mDimension = 1u << mDepth;
+    const float edge = static_cast<float>(mDimension) * cubeSize;
+    const float half = cubeSize * 0.5f;
+    mMax = mMin + Vec3<float>(edge, edge, edge);
+    mFirstCentre = mMin + Vec3<float>(half, half, half);
+}
+
+void NavMeshOctree::insertTriangles(VoxelOutput& output)
+{
+    if (!mHasVertices)
+        return;
+    VoxelInsertion insertion(*mGeometries, output, mControl, INSERTION_DONE, mThreadPool, getMemory());
+    insertion.insert((mMin + mMax) * 0.5f, mMax.mX - mMin.mX, mDepth);
 }
 
 /// The box around all vertices, made a cube and widened.
@@ -296,11 +332,9 @@ bool NavMeshOctree::computeBounds()
     return true;
 }
 
-void NavMeshOctree::logStatistics() const
+void NavMeshOctree::logStatistics(uint64 numInner, uint64 numLeaves) const
 {
     const auto log = [](const MessageText& text) { Trace::message(MessageText() << BUILD_TREE << " : " << text); };
-    const uint64 numInner = mInnerOctants.size();
-    const uint64 numLeaves = mLeafOctants.size();
     const double dimension = mDimension;
     const double filled = static_cast<double>(numLeaves) / (dimension * dimension * dimension) * 100.0;
     log(MessageText() << "------------- Octree statistics ---------------");

@@ -77,6 +77,8 @@ struct Ray
 };
 
 class LeafCursor;
+class VoxelBricks;
+class VoxelOutput;
 
 /// What to do with each voxel.
 class LeafFunctional
@@ -103,7 +105,8 @@ public:
     NavMeshOctree(const NavMeshOctree&) = delete;
     NavMeshOctree& operator=(const NavMeshOctree&) = delete;
 
-    /// Voxelises the geometries and appends one outline for every maximal connected walkable surface.
+    /// Voxelises the geometries and appends one outline for every maximal connected walkable surface. Keeps records of
+    /// the voxels only where their rules are applied one by one.
     /// @param mainAxis  index of the up direction among the six main axes.
     /// Throws ArgumentException when the grid gets too large, RunCancelled when the host stops the run, and passes on
     /// what classifiers throw. The pool is idle afterwards in every case.
@@ -148,11 +151,15 @@ public:
     LeafOctants& getLeafOctants() { return mLeafOctants; }
 
 private:
+    void prepareGrid(float cubeSize);
     bool computeBounds();
-    void logStatistics() const;
+    void insertTriangles(VoxelOutput& output);
+    void logStatistics(uint64 numInner, uint64 numLeaves) const;
+    uint64 buildBricks(VoxelBricks& bricks);
+    void buildOnBits(SurfacePolygonList& polygons, uint32 mainAxis);
     void visit(LeafFunctional& functional, uint32 octant, uint32 level, const Vec3<int32>& corner);
-    void extractSurfaces(SurfacePolygonList& polygons, uint32 mainAxis);
-    void extractVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis);
+    void extractSurfaces(SurfacePolygonList& polygons, const VoxelBricks& bricks, uint32 mainAxis);
+    void buildVoxelByVoxel(SurfacePolygonList& polygons, uint32 mainAxis);
     void findNeighbours(uint32 mainAxis);
     void findBridges(uint32 mainAxis);
     void traceOutlines(SurfacePolygonList& polygons, uint32 mainAxis);
@@ -163,6 +170,7 @@ private:
     InnerOctants mInnerOctants; ///< the root comes first when the depth is above 0
     LeafOctants mLeafOctants;   ///< holds the root when the depth is 0
     float mCubeSize = 0.0f;
+    bool mHasVertices = false;
     uint32 mDimension = 1; ///< voxels along an edge, 2 to the power of the depth
     Vec3<float> mMin;      ///< corners of the octree's cube [world units]
     Vec3<float> mMax;

@@ -224,7 +224,7 @@ float NavMeshPathSearch::getCost(int nodeID) const
 NavMeshPlace NavMeshPathSearch::getNearestReachable() const
 {
     NavMeshPlace place;
-    if (!isInitialized())
+    if (!isInitialized() || mEngine->getGoal() == nullptr) // a host may have set another goal
         return place;
     const Vec3<float>& end = mEngine->getGoal()->mCostFunc.mPoints.mEndPos;
     ClosestPoint best{};

@@ -15,10 +15,16 @@
 // know theirs in space.
 //
 // Numbers: the plane is computed in double, relative to the start. Places closer than TOLERANCE are one.
+//
+// Cost: what a portal needs in space waits in the crossing that the way gets anyway. A corner that follows itself on a
+// border is projected and looked at once. Few nodes have dents; which ones is remembered. On a large mesh the nodes,
+// their lists and their corners are asked for some chunks ahead.
 #include "korv/navmesh/navmeshway.h"
 
 #include "korv/common/debug/assert.h"
+#include "korv/common/platform/prefetch.h"
 #include "korv/navmesh/linkgeometry.h"
+#include "korv/navmesh/waydents.h"
 #include "korv/navmesh/wayfunnel.h"
 
 #include <algorithm>
@@ -32,13 +38,13 @@ using NavNode = NavMeshContainer::NavNode;
 using Place = Vec2<double>;
 
 constexpr double TOLERANCE_IN_CUBES = 1e-4;
-constexpr float GAP_IN_CUBES = 1e-3f;  ///< nearer sides lie on one another
-constexpr float DENT_IN_CUBES = 0.01f; ///< depth from which a corner stands in the way
+constexpr float GAP_IN_CUBES = 1e-3f; ///< nearer sides lie on one another
 constexpr float STEP_SLACK = 1.001f;
 constexpr double PARALLEL = 1e-9; ///< sine of an angle that is none
 
 constexpr uint32 AT_END = 0xFFFFFFFF; ///< source of the ends of the line
 constexpr uint32 IS_DENT = 0x80000000;
+constexpr uint32 NONE = 0xFFFFFFFF;
 
 bool isFinite(const Vec3<float>& v)
 {
@@ -58,7 +64,8 @@ class NavMeshWayFinder::Worker : public Common::Memory::MemoryManaged
 {
 public:
     explicit Worker(const NavMeshContainer& mesh)
-        : mMesh(mesh), mFunnel(getMemory()), mPortals(getMemory()), mDents(getMemory())
+        : mMesh(mesh), mFunnel(getMemory()), mPortals(getMemory()), mFarEnds(getMemory()), mDents(getMemory()),
+          mDentedNodes(mesh, getMemory())
     {
     }
 
@@ -86,15 +93,20 @@ private:
         LANDING
     };
 
-    /// A segment to cross. The first of each pair is the left end, as seen by who crosses.
+    /// A segment to cross. The first end is the left one, as seen by who crosses. Until the line is known, the crossing
+    /// holds the ends on the side left: mLeaving the left one, mLanding the right one.
     struct Portal
     {
         Place mEnds[2];
-        Vec3<float> mLeaving[2];
-        Vec3<float> mLanding[2];
         uint32 mCrossing = 0;
+        uint32 mFarEnds = NONE; ///< where its ends on the side of arrival are; NONE: those on the side left
         Part mPart = Part::OPENING;
         bool mIsFold = false; ///< who crosses turns back: a bend, though the line runs straight on
+    };
+
+    struct Ends
+    {
+        Vec3<float> mEnds[2];
     };
 
     /// A corner that sticks into its node.
@@ -116,9 +128,17 @@ private:
         mCubeSize = mMesh.mCubeSize > 0.0f && std::isfinite(mMesh.mCubeSize) ? mMesh.mCubeSize : 0.0f;
         mTolerance = TOLERANCE_IN_CUBES * static_cast<double>(mCubeSize);
         mPortals.clear();
+        mFarEnds.clear();
         mDents.clear();
+        forgetEnds();
+        mNodes = mMesh.mNodes.data();
+        mNumNodes = mMesh.mNodes.size();
+        mDentedNodes.update(mCubeSize);
         mFunnel.begin({place(start), AT_END}, mTolerance);
     }
+
+    /// The next ends are looked at, whatever the last ones were.
+    void forgetEnds() { mLastCorners[0] = mLastCorners[1] = NONE; }
 
     /// Where a point lies in the plane, as far as it is folded open.
     Place place(const Vec3<float>& point) const
@@ -142,32 +162,69 @@ private:
         const Place shift = mShift - a;
         mShift = a + Place(cosine * shift.mX + sine * shift.mY, sine * shift.mX - cosine * shift.mY);
         mIsMirrored = !mIsMirrored;
+        forgetEnds();
     }
 
     /// Makes a crossing of each chunk, and feeds the funnel.
     bool followPath(NavMeshWay& way, const Vector<NavMeshPathChunk>& path)
     {
-        way.mCrossings.reserve(path.size());
+        way.mCrossings.resize(path.size());
+        mPortals.reserve(path.size());
+        const LinkMeasure measure(mMesh);
         LinkGeometry link;
         int32 node = path.empty() ? -1 : path[0].mNodeID;
-        for (size_t i = 0; i < path.size(); ++i)
+        const size_t numChunks = path.size();
+        for (size_t i = 0; i < numChunks; ++i)
         {
             const NavMeshPathChunk& chunk = path[i];
+            fetchAhead(&chunk, numChunks - i);
             const uint32 firstSide = link.mFirstSide;
             const uint32 numSides = link.mNumSides;
-            if (chunk.mNodeID != node || node < 0 ||
-                !measureLink(link, mMesh, static_cast<uint32>(node), chunk.mBorderID))
+            if (chunk.mNodeID != node || !measure.measure(link, static_cast<uint32>(node), chunk.mBorderID))
                 return reportMisfit(i, chunk);
             if (numSides > 0)
                 passNode(node, firstSide, numSides, chunk.mBorderID, link);
-            const int32 next = mMesh.mNodes[static_cast<size_t>(node)].mNeighbours[chunk.mBorderID];
-            way.mCrossings.push_back(
-                {node, next, chunk.mBorderID, classify(link.mHeight), link.mHeight, link.mWidth, {}, {}});
-            addOpening(link, static_cast<uint32>(i));
-            node = next;
+            NavMeshCrossing& crossing = way.mCrossings[i];
+            crossing.mFromNode = node;
+            node = mMesh.mNodes[static_cast<size_t>(node)].mNeighbours[chunk.mBorderID];
+            crossing.mToNode = node;
+            crossing.mBorderID = chunk.mBorderID;
+            crossing.mMove = classify(link.mHeight);
+            crossing.mHeight = link.mHeight;
+            crossing.mWidth = link.mWidth;
+            addOpening(crossing, link, static_cast<uint32>(i));
         }
         return true;
     }
+
+    /// Asks for what the chunks after this one need, one step further for each of them.
+    /// @param numChunks  from this one on.
+    void fetchAhead(const NavMeshPathChunk* chunk, size_t numChunks) const
+    {
+        using Common::Platform::prefetch;
+        if (numChunks > 3 && isNode(chunk[3].mNodeID))
+        {
+            const NavNode* const node = mNodes + chunk[3].mNodeID;
+            prefetch(node);
+            prefetch(reinterpret_cast<const char*>(node) + sizeof(NavNode) - 1);
+        }
+        if (numChunks > 2 && isNode(chunk[2].mNodeID))
+        {
+            const NavNode& node = mNodes[chunk[2].mNodeID];
+            prefetch(node.mPolygon.data());
+            prefetch(node.mNeighbours.data());
+        }
+        if (numChunks < 2 || !isNode(chunk[1].mNodeID))
+            return;
+        const NavNode& node = mNodes[chunk[1].mNodeID];
+        const size_t side = chunk[1].mBorderID;
+        if (side >= node.mPolygon.size())
+            return;
+        prefetch(mMesh.mVertices.data() + node.mPolygon[side]);
+        prefetch(mMesh.mVertices.data() + node.mPolygon[nextCorner(node, side)]);
+    }
+
+    bool isNode(int32 id) const { return static_cast<uint32>(id) < mNumNodes; }
 
     NavMeshMove classify(float height) const
     {
@@ -182,49 +239,22 @@ private:
     {
         const NavNode& node = mMesh.mNodes[static_cast<size_t>(nodeID)];
         const size_t numCorners = node.mPolygon.size();
-        if ((exit + numCorners - firstSide) % numCorners < numSides)
+        const size_t sidesOn = exit >= firstSide ? exit - firstSide : exit + numCorners - firstSide;
+        if (sidesOn < numSides)
         {
             fold(place(link.mLeaving[0]), place(link.mLeaving[1]));
             mTurnsBack = true;
             return;
         }
-        if (numCorners > 3 && !isConvex(node))
+        if (numCorners > 3 && mDentedNodes.isDented(static_cast<size_t>(nodeID)))
             addDents(nodeID, firstSide, numSides, exit);
-    }
-
-    /// Whether no corner turns the wrong way.
-    bool isConvex(const NavNode& node) const
-    {
-        const Vector<Vec3<float>>& vertices = mMesh.mVertices;
-        const size_t numCorners = node.mPolygon.size();
-        for (const uint32 id : node.mPolygon)
-        {
-            if (id >= vertices.size())
-                return true; // of no use, and measured without
-        }
-        Vec3<float> last = vertices[node.mPolygon[numCorners - 1]];
-        Vec2<float> in = toPlane(last - vertices[node.mPolygon[numCorners - 2]]);
-        for (const uint32 id : node.mPolygon)
-        {
-            const Vec3<float>& corner = vertices[id];
-            const Vec2<float> out = toPlane(corner - last);
-            if (cross(in, out) < 0.0f)
-                return false;
-            in = out;
-            last = corner;
-        }
-        return true;
-    }
-
-    Vec2<float> toPlane(const Vec3<float>& offset) const
-    {
-        return {dot(mMesh.mXAxis, offset), dot(mMesh.mYAxis, offset)};
     }
 
     /// Adds the corners that stick into a node between the sides by which it is entered and left.
     void addDents(int32 nodeID, uint32 firstSide, uint32 numSides, uint32 exit)
     {
         const NavNode& node = mMesh.mNodes[static_cast<size_t>(nodeID)];
+        forgetEnds();
         const WayFunnel::Border left = mIsMirrored ? WayFunnel::RIGHT : WayFunnel::LEFT;
         const WayFunnel::Border right = mIsMirrored ? WayFunnel::LEFT : WayFunnel::RIGHT;
         const size_t exitEnd = nextCorner(node, exit);
@@ -242,69 +272,90 @@ private:
         }
     }
 
-    /// A corner of a node that is not quite convex is one of the corridor. All corners have been found valid.
+    /// A corner of a node that is not quite convex is one of the corridor.
     void addIfDent(WayFunnel::Border border, int32 nodeID, const NavNode& node, size_t index)
     {
-        const Vec3<float>& corner = mMesh.mVertices[node.mPolygon[index]];
-        const Vec2<float> a = toPlane(corner - mMesh.mVertices[node.mPolygon[previousCorner(node, index)]]);
-        const Vec2<float> b = toPlane(mMesh.mVertices[node.mPolygon[nextCorner(node, index)]] - corner);
-        const float turn = cross(a, b);
-        if (!(turn < 0.0f) || !(-turn > DENT_IN_CUBES * mCubeSize * (a + b).getLength()))
+        if (!mDentedNodes.isDent(node, index))
             return;
+        const Vec3<float>& corner = mMesh.mVertices[node.mPolygon[index]];
         mDents.push_back({corner, nodeID, mPortals.size()});
-        mFunnel.add(border, {place(corner), IS_DENT | static_cast<uint32>(mDents.size() - 1)});
+        const uint32 source = IS_DENT | static_cast<uint32>(mDents.size() - 1);
+        border == WayFunnel::LEFT ? mFunnel.add<WayFunnel::LEFT>(place(corner), source)
+                                  : mFunnel.add<WayFunnel::RIGHT>(place(corner), source);
     }
 
     /// Adds the portal or portals of a link.
-    void addOpening(const LinkGeometry& link, uint32 crossing)
+    void addOpening(NavMeshCrossing& crossing, const LinkGeometry& link, uint32 index)
     {
         const int left = mIsMirrored ? 0 : 1; // the node lies to the left of its sides
-        Portal portal;
-        portal.mCrossing = crossing;
+        crossing.mLeaving = link.mLeaving[left];
+        crossing.mLanding = link.mLeaving[1 - left];
+        const bool hasRadius = mBodyRadius > 0.0f;
+        if (hasRadius)
+            shrink(crossing.mLeaving, crossing.mLanding, link.mWidth);
+        const bool isWhole = link.mIsWhole && !hasRadius;
+        Portal& portal = addPortal(crossing.mLeaving, crossing.mLanding, isWhole ? link.mCorners[left] : NONE,
+                                   isWhole ? link.mCorners[1 - left] : NONE);
+        portal.mCrossing = index;
         portal.mIsFold = link.mTurnsBack != mTurnsBack;
         mTurnsBack = false;
-        setEnds(portal.mLeaving, link.mLeaving[left], link.mLeaving[1 - left], link.mWidth);
-        if (link.mIsShared)
-        {
-            portal.mLanding[0] = portal.mLeaving[0];
-            portal.mLanding[1] = portal.mLeaving[1];
-            addPortal(portal, portal.mLeaving);
-            return;
-        }
-        setEnds(portal.mLanding, link.mLanding[left], link.mLanding[1 - left], link.mWidth);
-        addPortal(portal, portal.mLeaving);
+        if (!link.mIsShared)
+            addFarSide(link, left);
+    }
+
+    /// Adds to the last portal, or after it, what lies on the side of arrival.
+    void addFarSide(const LinkGeometry& link, int left)
+    {
+        Ends ends{{link.mLanding[left], link.mLanding[1 - left]}};
+        if (mBodyRadius > 0.0f)
+            shrink(ends.mEnds[0], ends.mEnds[1], link.mWidth);
+        mPortals.back().mFarEnds = static_cast<uint32>(mFarEnds.size());
+        mFarEnds.push_back(ends);
         if (link.mTurnsBack)
             fold(place(link.mLeaving[0]), place(link.mLeaving[1]));
         else if (isBeyond(link))
         {
+            Portal landing = mPortals.back();
             mPortals.back().mPart = Part::LEAVING;
-            portal.mPart = Part::LANDING;
-            portal.mIsFold = false;
-            addPortal(portal, portal.mLanding);
+            landing.mPart = Part::LANDING;
+            landing.mIsFold = false;
+            Portal& added = addPortal(ends.mEnds[0], ends.mEnds[1], NONE, NONE);
+            std::copy(added.mEnds, added.mEnds + 2, landing.mEnds);
+            added = landing;
         }
     }
 
     /// Leaves room for the body at both ends of an opening.
-    void setEnds(Vec3<float>* ends, const Vec3<float>& left, const Vec3<float>& right, float width) const
+    void shrink(Vec3<float>& left, Vec3<float>& right, float width) const
     {
-        ends[0] = left;
-        ends[1] = right;
-        if (!(mBodyRadius > 0.0f))
-            return;
         const float share = width > 2.0f * mBodyRadius ? mBodyRadius / width : 0.5f;
-        ends[0] = between(left, right, share);
-        ends[1] = share < 0.5f ? between(right, left, share) : ends[0];
+        const Vec3<float> whole[2] = {left, right};
+        left = between(whole[0], whole[1], share);
+        right = share < 0.5f ? between(whole[1], whole[0], share) : left;
     }
 
-    void addPortal(Portal& portal, const Vec3<float>* ends)
+    /// @param leftID,rightID  of the corners that the ends are; NONE where they are none.
+    Portal& addPortal(const Vec3<float>& left, const Vec3<float>& right, uint32 leftID, uint32 rightID)
     {
         const auto source = static_cast<uint32>(2 * mPortals.size());
-        portal.mEnds[0] = place(ends[0]);
-        portal.mEnds[1] = place(ends[1]);
-        mPortals.push_back(portal);
-        mFunnel.add(WayFunnel::LEFT, {portal.mEnds[0], source});
-        mFunnel.add(WayFunnel::RIGHT, {portal.mEnds[1], source + 1});
+        Portal& portal = mPortals.emplace_back();
+        addEnd<WayFunnel::LEFT>(left, leftID, source);
+        addEnd<WayFunnel::RIGHT>(right, rightID, source + 1);
+        portal.mEnds[0] = mLastPlaces[0];
+        portal.mEnds[1] = mLastPlaces[1];
         mFunnel.close();
+        return portal;
+    }
+
+    template <WayFunnel::Border BORDER>
+    void addEnd(const Vec3<float>& end, uint32 id, uint32 source)
+    {
+        if (id == mLastCorners[BORDER] && id != NONE)
+            return;
+        const Place p = place(end);
+        mLastPlaces[BORDER] = p;
+        mLastCorners[BORDER] = id;
+        mFunnel.add<BORDER>(p, source);
     }
 
     /// Whether the side of arrival lies on the far side of the one left.
@@ -384,7 +435,9 @@ private:
             share = cross(leg, a - portal.mEnds[0]) / slope;
         else if (squared > 0.0) // a leg that runs along the portal crosses it as soon as it can
             share = dot(along, reached - portal.mEnds[0]) / squared;
-        share = std::clamp(share, 0.0, 1.0);
+        // no std::clamp: without branches, as no share is like the one before
+        share = share > 0.0 ? share : 0.0;
+        share = share < 1.0 ? share : 1.0;
         reached = portal.mEnds[0] + along * share;
         return share;
     }
@@ -396,7 +449,7 @@ private:
         const bool isWalk = crossing.mMove == NavMeshMove::WALK;
         if (portal.mPart != Part::LANDING)
         {
-            crossing.mLeaving = between(portal.mLeaving[0], portal.mLeaving[1], share);
+            crossing.mLeaving = crossing.mLanding = between(crossing.mLeaving, crossing.mLanding, share);
             if (!isWalk)
             {
                 addPoint(way, crossing.mLeaving, crossing.mFromNode);
@@ -405,7 +458,11 @@ private:
         }
         if (portal.mPart != Part::LEAVING)
         {
-            crossing.mLanding = between(portal.mLanding[0], portal.mLanding[1], share);
+            if (portal.mFarEnds != NONE)
+            {
+                const Ends& ends = mFarEnds[portal.mFarEnds];
+                crossing.mLanding = between(ends.mEnds[0], ends.mEnds[1], share);
+            }
             if (!isWalk)
             {
                 way.mPoints.back().mHeight = dot(mMesh.mNormal, crossing.mLanding - way.mPoints.back().mPosition);
@@ -466,7 +523,13 @@ private:
     const NavMeshContainer& mMesh;
     WayFunnel mFunnel;
     Vector<Portal> mPortals;
+    Vector<Ends> mFarEnds;
     Vector<Dent> mDents;
+    const NavNode* mNodes = nullptr;
+    size_t mNumNodes = 0;
+    WayDents mDentedNodes;
+    uint32 mLastCorners[2] = {NONE, NONE}; ///< ids of the last ends on the two borders, as long as they still count
+    Place mLastPlaces[2];
     Vec3<float> mOrigin;
     Vec3<double> mRows[2]; ///< axes of the plane, mirrored by each fold
     Place mShift;

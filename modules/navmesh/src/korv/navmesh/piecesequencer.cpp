@@ -6,49 +6,72 @@ namespace KORV::NavMesh
 {
 using Common::Threading::ScopedLock;
 
-/// A result that waits for its turn.
+void PieceBatch::add(const SurfacePolygon& polygon, const ConvexPieces& pieces, ConvexPolygonCreator::Rescue rescue)
+{
+    mPieces.append(pieces);
+    mOutlines.push_back({&polygon, static_cast<uint32>(mPieces.size()), rescue});
+}
+
+void PieceBatch::appendTo(NavMeshContainer& container) const
+{
+    size_t first = 0;
+    for (const Outline& outline : mOutlines)
+    {
+        mPieces.appendTo(container, *outline.mPolygon, first, outline.mEnd);
+        first = outline.mEnd;
+    }
+}
+
+/// Results that wait for their turn.
 class PieceSequencer::Delivery : public Common::Memory::MemoryManaged
 {
 public:
-    Delivery(const SurfacePolygon& polygon, const ConvexPieces& pieces)
-        : mPolygon(polygon), mPieces(pieces, getMemory())
-    {
-    }
+    explicit Delivery(const PieceBatch& batch) : mBatch(batch, getMemory()) {}
 
-    const SurfacePolygon& mPolygon;
-    ConvexPieces mPieces;
+    PieceBatch mBatch;
 };
 
-PieceSequencer::PieceSequencer(Common::Threading::SpinLock& lock, NavMeshContainer& container, size_t numOutlines,
-                               const Common::Memory::AllocatorPtr& allocator)
-    : mLock(lock), mContainer(container), mAllocator(allocator), mWaiting(numOutlines, nullptr, allocator.get()),
+PieceSequencer::PieceSequencer(size_t numOutlines, const Common::Memory::AllocatorPtr& allocator)
+    : mAllocator(allocator), mDeliveries(numOutlines, nullptr, allocator.get()),
       mTaskEnded(0, std::numeric_limits<int32>::max() - 1)
 {
 }
 
 PieceSequencer::~PieceSequencer()
 {
-    for (Delivery* delivery : mWaiting)
+    for (Delivery* delivery : mDeliveries)
         delete delivery;
 }
 
-void PieceSequencer::deliver(size_t outline, const SurfacePolygon& polygon, const ConvexPieces& pieces,
-                             ConvexPolygonCreator::Rescue rescue)
+void PieceSequencer::deliver(size_t first, const PieceBatch& batch)
 {
-    const ScopedLock guard(mLock);
     if (isStopped())
         return;
-    ++mNumRescues[static_cast<size_t>(rescue)];
-    if (outline != mNext)
+    mDeliveries[first] = new (mAllocator) Delivery(batch); // nobody else touches that place
+    const ScopedLock guard(mLock);
+    for (const PieceBatch::Outline& outline : batch.mOutlines)
+        ++mNumRescues[static_cast<size_t>(outline.mRescue)];
+}
+
+void PieceSequencer::appendTo(NavMeshContainer& container)
+{
+    size_t numVertices = container.mVertices.size();
+    size_t numNodes = container.mNodes.size();
+    for (const Delivery* delivery : mDeliveries)
     {
-        mWaiting[outline] = new (mAllocator) Delivery(polygon, pieces);
-        return;
+        if (delivery == nullptr)
+            continue;
+        numNodes += delivery->mBatch.mPieces.size();
+        for (const PieceBatch::Outline& outline : delivery->mBatch.mOutlines)
+            numVertices += outline.mPolygon->mPoints.size();
     }
-    pieces.appendTo(mContainer, polygon);
-    for (++mNext; mNext < mWaiting.size() && mWaiting[mNext] != nullptr; ++mNext)
+    container.mVertices.reserve(numVertices);
+    container.mNodes.reserve(numNodes);
+    for (Delivery*& delivery : mDeliveries)
     {
-        Delivery*& delivery = mWaiting[mNext];
-        delivery->mPieces.appendTo(mContainer, delivery->mPolygon);
+        if (delivery == nullptr)
+            continue;
+        delivery->mBatch.appendTo(container);
         delete delivery;
         delivery = nullptr;
     }

@@ -9,23 +9,52 @@
 
 namespace KORV::NavMesh
 {
+/// The results of some outlines that follow each other.
+class PieceBatch
+{
+public:
+    explicit PieceBatch(Common::Memory::Allocator* allocator) : mOutlines(allocator), mPieces(allocator) {}
+    /// A copy on another allocator.
+    PieceBatch(const PieceBatch& other, Common::Memory::Allocator* allocator)
+        : mOutlines(other.mOutlines, allocator), mPieces(other.mPieces, allocator)
+    {
+    }
+
+    /// Adds the next outline, also one without pieces. @param polygon  is referred to.
+    void add(const SurfacePolygon& polygon, const ConvexPieces& pieces, ConvexPolygonCreator::Rescue rescue);
+    void appendTo(NavMeshContainer& container) const;
+
+    /// An outline with the end of its pieces.
+    struct Outline
+    {
+        const SurfacePolygon* mPolygon;
+        uint32 mEnd;
+        ConvexPolygonCreator::Rescue mRescue;
+    };
+    Vector<Outline> mOutlines;
+    ConvexPieces mPieces;
+};
+
 /// Takes the pieces of many outlines in whatever order they are finished, and appends them to the container in the
-/// order of the outlines. Nobody waits for a turn: whoever delivers appends all that is next. Any thread may deliver.
+/// order of the outlines once all are there: a container that grows under its users' hands would be copied again and
+/// again. Any thread may deliver.
 class PieceSequencer
 {
 public:
-    /// @param lock  guards the container.
     /// @param allocator  thread-safe; keeps what is not appended yet.
-    PieceSequencer(Common::Threading::SpinLock& lock, NavMeshContainer& container, size_t numOutlines,
-                   const Common::Memory::AllocatorPtr& allocator);
+    PieceSequencer(size_t numOutlines, const Common::Memory::AllocatorPtr& allocator);
     ~PieceSequencer();
     PieceSequencer(const PieceSequencer&) = delete;
     PieceSequencer& operator=(const PieceSequencer&) = delete;
 
-    /// Takes the result of an outline, also one without pieces; each outline delivers once. Dropped after stop.
-    /// @param pieces  copied unless it is their turn, so that they may live on the caller's own allocator.
-    void deliver(size_t outline, const SurfacePolygon& polygon, const ConvexPieces& pieces,
-                 ConvexPolygonCreator::Rescue rescue);
+    /// Takes the results of outlines; each outline is delivered once. Dropped after stop.
+    /// @param first  place of the first of them in the order of the outlines.
+    /// @param batch  copied, so that it may live on the caller's own allocator.
+    void deliver(size_t first, const PieceBatch& batch);
+
+    /// Appends all that has been delivered to a container, in the order of the outlines, and gives it back. Nobody may
+    /// deliver meanwhile.
+    void appendTo(NavMeshContainer& container);
 
     /// Carries what tasks throw to the thread that waits.
     TaskErrors& getErrors() { return mErrors; }
@@ -51,11 +80,9 @@ private:
 
     static constexpr size_t NUM_RESCUES = 4;
 
-    Common::Threading::SpinLock& mLock;
-    NavMeshContainer& mContainer;
+    mutable Common::Threading::SpinLock mLock;
     Common::Memory::AllocatorPtr mAllocator;
-    Vector<Delivery*> mWaiting; // by outline; owned
-    size_t mNext = 0;
+    Vector<Delivery*> mDeliveries; // by their first outline; owned
     uint32 mNumRescues[NUM_RESCUES] = {};
     TaskErrors mErrors;
     std::atomic<bool> mStopped{false};

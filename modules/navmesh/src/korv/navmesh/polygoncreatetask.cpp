@@ -33,12 +33,15 @@ void PolygonCreateTask::split()
     const std::unique_ptr<ConvexPolygonCreator> creator(new (allocator)
                                                             ConvexPolygonCreator(mCubeSize * SHRINK_SHARE, mRules));
     ConvexPieces pieces(allocator.get());
-    for (size_t at = 0; at < mSurfacePolygons.size() && !mSequencer.isStopped(); ++at)
+    PieceBatch batch(allocator.get());
+    for (const SurfacePolygon* polygon : mSurfacePolygons)
     {
-        const SurfacePolygon& polygon = *mSurfacePolygons[at];
         const ConvexPolygonCreator::Rescue rescue =
-            creator->decompose(pieces, polygon, mAxis, mSequencer.getStopFlag());
-        mSequencer.deliver(mOutline + at, polygon, pieces, rescue);
+            creator->decompose(pieces, *polygon, mAxis, mSequencer.getStopFlag());
+        if (mSequencer.isStopped())
+            return;
+        batch.add(*polygon, pieces, rescue);
     }
+    mSequencer.deliver(mOutline, batch);
 }
 } // namespace KORV::NavMesh

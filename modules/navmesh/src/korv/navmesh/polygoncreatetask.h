@@ -5,7 +5,7 @@
 
 namespace KORV::NavMesh
 {
-/// Splits outlines into convex nodes on a worker, and hands them over one by one. Owns nothing of what it is given, all
+/// Splits outlines into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all
 /// of which must outlive it. What the work throws goes to the sequencer, which then stops the others.
 class PolygonCreateTask : public Common::Threading::Task
 {

@@ -11,8 +11,6 @@ namespace KORV::NavMesh
 {
 namespace
 {
-constexpr uint32 BRICKS_PER_TASK = 1024;
-
 // What the outlines of a task come to, roughly.
 constexpr uint64 VOXELS_PER_TASK = 16384;
 constexpr uint32 SURFACES_PER_TASK = 256;
@@ -34,22 +32,20 @@ bool SurfaceExtraction::isExact(const NavMeshOctree& octree)
     return largest <= MAX_CUBES * octree.getCubeSize();
 }
 
-SurfaceExtraction::SurfaceExtraction(NavMeshOctree& octree, uint32 mainAxis)
+SurfaceExtraction::SurfaceExtraction(const NavMeshOctree& octree, const VoxelBricks& bricks, uint32 mainAxis)
     : mOctree(octree), mRunner(*octree.getThreadPool(), octree.getControl(), NavMeshOctree::STAGE_NAME),
-      mBricks(octree, mainAxis), mSheets(octree, mBricks), mParts(mSheets, octree.getMemory()),
+      mBricks(bricks), mSheets(octree, mBricks), mParts(mSheets, octree.getMemory()),
       mPoints(octree, PLANE_DIRECTIONS[mainAxis])
 {
 }
 
 void SurfaceExtraction::findSurfaces(float begin, float end)
 {
-    const float third = (end - begin) / 3.0f;
+    const float middle = (begin + end) / 2.0f;
     const bool keepsSmall = mOctree.getRules() == Rules::REFINED && mOctree.isSplitDepthAutomatic();
-    mRunner.setSpan(begin, begin + third);
-    mRunner.run(mBricks.size(), BRICKS_PER_TASK, [this](uint32 first, uint32 last) { mBricks.fill(first, last); });
-    mRunner.setSpan(begin + third, end - third);
+    mRunner.setSpan(begin, middle);
     mSheets.build(mRunner, keepsSmall);
-    mRunner.setSpan(end - third, end);
+    mRunner.setSpan(middle, end);
     mParts.build(mRunner);
     if (keepsSmall && mParts.cutBranches(MIN_SPLIT_VOXELS))
         mParts.build(mRunner);

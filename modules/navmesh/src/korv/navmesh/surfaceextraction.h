@@ -7,8 +7,7 @@
 namespace KORV::NavMesh
 {
 /// From voxels to outlines: what the stages on single voxels do (neighbourbits, borders, bridges, finalpolygon), on
-/// bits and with the same result. Only the octree's structure, walkable bits and surface types are read; its records
-/// stay as they are.
+/// bits and with the same result. The octree gives the grid and the settings; its records are not needed.
 class SurfaceExtraction
 {
 public:
@@ -19,7 +18,8 @@ public:
     /// give the same corners: not when a corner's coordinates are so large that rounding can bend a straight side.
     static bool isExact(const NavMeshOctree& octree);
 
-    SurfaceExtraction(NavMeshOctree& octree, uint32 mainAxis);
+    /// @param bricks  the octree's voxels; must outlive the object, as must the octree.
+    SurfaceExtraction(const NavMeshOctree& octree, const VoxelBricks& bricks, uint32 mainAxis);
 
     /// Finds the surfaces. Fractions of the stage as for RangeRunner.
     void findSurfaces(float begin, float end);
@@ -36,9 +36,9 @@ private:
     void traceBorder(const SurfaceParts::Surface& surface, Points& points) const;
     void addPolygon(uint32 surface, const Vec3<float>* points, uint32 numPoints, SurfacePolygonList& polygons) const;
 
-    NavMeshOctree& mOctree;
+    const NavMeshOctree& mOctree;
     RangeRunner mRunner;
-    VoxelBricks mBricks;
+    const VoxelBricks& mBricks;
     SurfaceSheets mSheets;
     SurfaceParts mParts;
     OutlinePoints mPoints;

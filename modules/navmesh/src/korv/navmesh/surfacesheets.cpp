@@ -123,7 +123,7 @@ private:
 };
 } // namespace
 
-SurfaceSheets::SurfaceSheets(NavMeshOctree& octree, const VoxelBricks& bricks)
+SurfaceSheets::SurfaceSheets(const NavMeshOctree& octree, const VoxelBricks& bricks)
     : mOctree(octree), mBricks(bricks),
       mGroups(octree.getHeightClassifier(), octree.getCubeSize(), octree.getRules(), octree.getMemory()),
       mBranchLevels(static_cast<uint32>(std::max(octree.getParameter().mSplitDepth, 0))), mSheets(octree.getMemory()),
@@ -155,63 +155,37 @@ void SurfaceSheets::build(const RangeRunner& runner, bool acrossBranches)
 
 void SurfaceSheets::makeSheets(uint32 brick, Vector<SurfaceSheet>& sheets) const
 {
-    WalkableVoxels voxels;
-    if (!readVoxels(brick, voxels))
-        return;
-    if (voxels.mHasManyTypes)
-        readTypes(brick, voxels);
+    const VoxelBrick& source = mBricks[brick];
+    uint16 types[PlaneLayout::BRICK_VOXELS];
+    const bool hasManyTypes = (source.mTypes & VoxelBrick::MANY_TYPES) != 0;
+    if (hasManyTypes)
+        readTypes(source, types);
     Column column(mBricks, brick);
     SurfaceSheet sheet;
     sheet.mBrick = brick;
+    sheet.mSurfaceTypeID = static_cast<uint16>(source.mTypes);
     for (uint32 level = 0; level < PlaneLayout::BRICK_EDGE; ++level)
     {
         sheet.mLevel = static_cast<uint16>(level);
-        sheet.mVoxels = voxels.mPlanes[level];
+        sheet.mVoxels = source.mWalkable[level];
         if (sheet.mVoxels != 0)
-            addByHeight(voxels, column, sheet, sheets);
+            addByHeight(hasManyTypes ? types + level * PlaneBits::NUM_BITS : nullptr, column, sheet, sheets);
     }
 }
 
-/// @return false when nothing is walkable.
-bool SurfaceSheets::readVoxels(uint32 brick, WalkableVoxels& voxels) const
+/// The types of a brick's walkable voxels, by cell.
+void SurfaceSheets::readTypes(const VoxelBrick& brick, uint16* types) const
 {
-    bool any = false;
-    const auto readParent = [&](uint32 rank, uint32 children, uint32 leaf)
+    uint32 place = brick.mTypes & ~VoxelBrick::MANY_TYPES;
+    for (uint32 level = 0; level < PlaneLayout::BRICK_EDGE; ++level)
     {
-        uint32 walkable = 0;
-        for (; children != 0; children &= children - 1)
-        {
-            const LeafOctant& voxel = mOctree.getLeafOctants().getUnchecked(leaf++);
-            if (!voxel.isWalkable())
-                continue;
-            walkable |= children & (~children + 1);
-            voxels.mHasManyTypes |= any && voxel.surfaceTypeID != voxels.mFirstType;
-            voxels.mFirstType = any ? voxels.mFirstType : voxel.surfaceTypeID;
-            any = true;
-        }
-        if (walkable != 0)
-            mBricks.getLayout().addChildren(voxels.mPlanes, rank, walkable);
-    };
-    mBricks.forEachParent(mBricks[brick], readParent);
-    return any;
-}
-
-void SurfaceSheets::readTypes(uint32 brick, WalkableVoxels& voxels) const
-{
-    const auto readParent = [&](uint32 rank, uint32 children, uint32 leaf)
-    {
-        for (; children != 0; children &= children - 1)
-        {
-            const uint32 child = static_cast<uint32>(std::countr_zero(children));
-            const LeafOctant& voxel = mOctree.getLeafOctants().getUnchecked(leaf++);
-            voxels.mTypes[mBricks.getLayout().getCell(rank + child)] = voxel.surfaceTypeID;
-        }
-    };
-    mBricks.forEachParent(mBricks[brick], readParent);
+        for (uint64 bits = brick.mWalkable[level]; bits != 0; bits &= bits - 1)
+            types[level * PlaneBits::NUM_BITS + static_cast<uint32>(std::countr_zero(bits))] = mBricks.getType(place++);
+    }
 }
 
 /// Sorts the voxels of a plane by what room is above them.
-void SurfaceSheets::addByHeight(const WalkableVoxels& voxels, Column& column, SurfaceSheet& sheet,
+void SurfaceSheets::addByHeight(const uint16* types, Column& column, SurfaceSheet& sheet,
                                 Vector<SurfaceSheet>& sheets) const
 {
     const PlaneLayout& layout = mBricks.getLayout();
@@ -229,27 +203,26 @@ void SurfaceSheets::addByHeight(const WalkableVoxels& voxels, Column& column, Su
         sweep.advance(length > numUnseen ? length - numUnseen : 0);
         sheet.mGroup = i - 1;
         sheet.mVoxels = reached & ~sweep.getVoxels();
-        addByType(voxels, sheet, sheets);
+        addByType(types, sheet, sheets);
         reached = sweep.getVoxels();
         if (reached == 0)
             return;
     }
     sheet.mGroup = static_cast<uint32>(groups.size()) - 1;
     sheet.mVoxels = reached;
-    addByType(voxels, sheet, sheets);
+    addByType(types, sheet, sheets);
 }
 
 /// Adds the voxels of a sheet as one sheet a surface type.
-void SurfaceSheets::addByType(const WalkableVoxels& voxels, SurfaceSheet& sheet, Vector<SurfaceSheet>& sheets) const
+/// @param types  of the plane's voxels, null when they all have the sheet's.
+void SurfaceSheets::addByType(const uint16* types, SurfaceSheet& sheet, Vector<SurfaceSheet>& sheets) const
 {
-    sheet.mSurfaceTypeID = voxels.mFirstType;
-    if (!voxels.mHasManyTypes)
+    if (types == nullptr)
     {
         if (sheet.mVoxels != 0)
             sheets.push_back(sheet);
         return;
     }
-    const uint16* types = voxels.mTypes + sheet.mLevel * PlaneBits::NUM_BITS;
     for (uint64 left = sheet.mVoxels; left != 0; left &= ~sheet.mVoxels)
     {
         sheet.mSurfaceTypeID = types[std::countr_zero(left)];

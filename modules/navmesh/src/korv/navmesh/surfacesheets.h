@@ -90,15 +90,15 @@ struct SurfaceSheet : SheetLinks
     uint32 mFirstPart = 0; ///< kept by whoever divides the sheets
 };
 
-/// The walkable surfaces of an octree as sheets. A sheet joins its like in the bricks beside it, so what belongs
+/// The walkable surfaces of a scene as sheets. A sheet joins its like in the bricks beside it, so what belongs
 /// together takes a few word operations for up to 64 voxels.
 class SurfaceSheets
 {
 public:
     /// @param bricks  must outlive the object.
-    SurfaceSheets(NavMeshOctree& octree, const VoxelBricks& bricks);
+    SurfaceSheets(const NavMeshOctree& octree, const VoxelBricks& bricks);
 
-    /// Makes the sheets of bricks that have been filled, and links them; voxels of different branches are not joined
+    /// Makes the sheets of all bricks and links them; voxels of different branches are not joined
     /// unless @p acrossBranches.
     void build(const RangeRunner& runner, bool acrossBranches);
     /// For each of the voxels, on a side: whether the neighbour there is in another branch of the octree.
@@ -114,28 +114,18 @@ public:
     Vec3<int32> getPosition(const SurfaceSheet& sheet, uint32 bit) const;
 
 private:
-    /// The walkable voxels of a brick.
-    struct WalkableVoxels
-    {
-        uint64 mPlanes[PlaneLayout::BRICK_EDGE] = {};
-        uint16 mFirstType = 0;
-        bool mHasManyTypes = false;
-        uint16 mTypes[PlaneLayout::BRICK_VOXELS]; // of walkable cells, when there are many
-    };
     class Column;
     struct BricksBeside;
 
     void makeSheets(uint32 brick, Vector<SurfaceSheet>& sheets) const;
-    bool readVoxels(uint32 brick, WalkableVoxels& voxels) const;
-    void readTypes(uint32 brick, WalkableVoxels& voxels) const;
-    void addByHeight(const WalkableVoxels& voxels, Column& column, SurfaceSheet& sheet,
-                     Vector<SurfaceSheet>& sheets) const;
-    void addByType(const WalkableVoxels& voxels, SurfaceSheet& sheet, Vector<SurfaceSheet>& sheets) const;
+    void readTypes(const VoxelBrick& brick, uint16* types) const;
+    void addByHeight(const uint16* types, Column& column, SurfaceSheet& sheet, Vector<SurfaceSheet>& sheets) const;
+    void addByType(const uint16* types, SurfaceSheet& sheet, Vector<SurfaceSheet>& sheets) const;
     void linkRange(uint32 begin, uint32 end, bool acrossBranches);
     void link(SurfaceSheet& sheet, const BricksBeside& beside, bool acrossBranches) const;
     uint32 findSheet(uint32 brick, const SurfaceSheet& like) const;
 
-    NavMeshOctree& mOctree;
+    const NavMeshOctree& mOctree;
     const VoxelBricks& mBricks;
     HeightGroups mGroups;
     uint32 mBranchLevels; // that joined voxels share; more than there are: no voxel joins another

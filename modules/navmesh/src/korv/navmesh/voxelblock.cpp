@@ -2,7 +2,10 @@
 //
 // An octant tests its triangles against the cubes of its eight children. Children that some triangle touches come into
 // being side by side, then each is filled in turn with the triangles that touch it. On the last level the masks of the
-// triangles are all there is to know, and nothing is sorted any further.
+// triangles are all there is to know: the first walkable one of a voxel makes it walkable.
+//
+// Records and bricks come from the same tests in the same order. Bricks are what the next stages work on; the records
+// are for the rules that look at one voxel after the other.
 //
 // The lists of all octants on the way down lie on one stack, so the memory is that of the lists on one way, not of the
 // whole block.
@@ -28,21 +31,25 @@ uint32 countChildren(uint32 mask)
 } // namespace
 
 VoxelBlock::VoxelBlock(Common::Memory::Allocator* allocator)
-    : mTriangles(allocator), mInnerOctants(allocator), mVoxels(allocator), mLists(allocator), mStack(allocator),
-      mOverlaps(allocator)
+    : mTriangles(allocator), mStack(allocator), mOverlaps(allocator), mInnerOctants(allocator), mVoxels(allocator),
+      mBricks(allocator), mTypes(allocator)
 {
 }
 
-void VoxelBlock::start(const Vec3<float>& centre, float edge, uint32 depth)
+void VoxelBlock::start(const Vec3<float>& centre, float edge, uint32 depth, const PlaneLayout* layout)
 {
     mCentre = centre;
     mEdge = edge;
     mDepth = depth;
-    mRoot = InnerOctant();
+    mLayout = layout;
     mTriangles.clear();
+    mRoot = InnerOctant();
     mInnerOctants.clear();
     mVoxels.clear();
-    mLists.clear();
+    mBricks.clear();
+    mTypes.clear();
+    mNumInnerOctants = 0;
+    mNumVoxels = 0;
 }
 
 void VoxelBlock::build()
@@ -52,17 +59,26 @@ void VoxelBlock::build()
     for (uint32 i = 0; i < numTriangles; ++i)
         mStack[i] = i;
     const Octant octant = {mCentre, mEdge, mDepth, 0, numTriangles};
-    if (mDepth > 0)
-    {
+    if (mDepth == 0)
+        buildVoxel(octant);
+    else if (mLayout != nullptr)
+        fillBricks(octant, 0);
+    else
         mRoot = fill(octant);
+}
+
+/// An octree of one voxel, which is there in any case.
+void VoxelBlock::buildVoxel(const Octant& octant)
+{
+    std::fill_n(mOverlaps.begin(), octant.mEnd, ChildCubes::Overlaps{1, 0});
+    if (mLayout == nullptr)
+    {
+        addVoxels(octant, 1);
         return;
     }
-    // the octree is one voxel, which is there in any case
-    std::fill_n(mOverlaps.begin(), numTriangles, ChildCubes::Overlaps{1, 0});
-    if (numTriangles > 0)
-        addVoxels(octant, 1);
-    else
-        mVoxels.push_back(LeafOctant());
+    startBrick(0);
+    addVoxelBits(octant, 1, 0);
+    endBrick();
 }
 
 InnerOctant VoxelBlock::fill(const Octant& octant)
@@ -113,41 +129,130 @@ size_t VoxelBlock::pushTriangles(const Octant& octant, uint32 child)
     return end;
 }
 
+/// Calls a function with (children, class) for the children that the first walkable triangle that touches them
+/// decides about, all at once for a triangle.
+template <class F>
+void VoxelBlock::forEachClass(const Octant& octant, uint32 childMask, const F& function) const
+{
+    uint32 undecided = childMask;
+    for (size_t i = octant.mBegin; i < octant.mEnd && undecided != 0; ++i)
+    {
+        const TriangleClass& found = mTriangles[mStack[i] & ~COVERS].mClass;
+        const uint32 decided = found.mWalkable ? mOverlaps[i].mTouched & undecided : 0;
+        if (decided != 0)
+            function(decided, found);
+        undecided &= ~decided;
+    }
+}
+
 InnerOctant VoxelBlock::addVoxels(const Octant& octant, uint32 childMask)
 {
     if (childMask == 0)
         return {};
+    TriangleClass classes[NUM_CHILDREN];
+    const auto keep = [&classes](uint32 children, const TriangleClass& found)
+    {
+        for (; children != 0; children &= children - 1)
+            classes[std::countr_zero(children)] = found;
+    };
+    forEachClass(octant, childMask, keep);
     const uint32 firstVoxel = static_cast<uint32>(mVoxels.size());
     mVoxels.resize(firstVoxel + countChildren(childMask));
     LeafOctant* voxel = &mVoxels[firstVoxel];
-    const bool isSingle = octant.mEnd - octant.mBegin == 1;
-    const uint32 triangle = mStack[octant.mBegin] & ~COVERS;
     for (uint32 rest = childMask; rest != 0; rest &= rest - 1, ++voxel)
-        voxel->data = isSingle ? triangle : listTriangles(octant, static_cast<uint32>(std::countr_zero(rest)));
+    {
+        const TriangleClass& found = classes[std::countr_zero(rest)];
+        voxel->flags = found.mWalkable ? LeafOctant::WALKABLE : 0;
+        voxel->surfaceTypeID = found.mSurfaceTypeID;
+    }
     return {static_cast<uint8>(childMask), firstVoxel | VOXELS};
 }
 
-/// @return what a voxel's data tells of its triangles.
-uint32 VoxelBlock::listTriangles(const Octant& octant, uint32 child)
+/// The same as fill, for bricks.
+/// @param rank  the octant's place among the octants of its level, in the order of the octree.
+void VoxelBlock::fillBricks(const Octant& octant, uint32 rank)
 {
-    size_t first = octant.mBegin;
-    while (((mOverlaps[first].mTouched >> child) & 1u) == 0)
-        ++first;
-    size_t next = first + 1;
-    while (next < octant.mEnd && ((mOverlaps[next].mTouched >> child) & 1u) == 0)
-        ++next;
-    if (next == octant.mEnd)
-        return mStack[first] & ~COVERS;
-
-    const uint32 place = static_cast<uint32>(mLists.size());
-    mLists.push_back(mStack[first] & ~COVERS);
-    for (; next < octant.mEnd; ++next)
+    const bool isBrick = octant.mDepth == mLayout->getBrickLevels();
+    if (isBrick)
+        startBrick(rank);
+    ChildCubes cubes(octant.mCentre, octant.mEdge);
+    const uint32 childMask = findOverlaps(octant, cubes);
+    if (octant.mDepth == 1)
+        addVoxelBits(octant, childMask, rank * NUM_CHILDREN % PlaneLayout::BRICK_VOXELS);
+    else
     {
-        if (((mOverlaps[next].mTouched >> child) & 1u) != 0)
-            mLists.push_back(mStack[next] & ~COVERS);
+        mNumInnerOctants += countChildren(childMask);
+        for (uint32 rest = childMask; rest != 0; rest &= rest - 1)
+        {
+            const uint32 k = static_cast<uint32>(std::countr_zero(rest));
+            const size_t end = pushTriangles(octant, k);
+            fillBricks({cubes.getCentre(k), octant.mEdge / 2.0f, octant.mDepth - 1, octant.mEnd, end},
+                       rank * NUM_CHILDREN + k);
+        }
     }
-    mLists.back() |= LAST;
-    return place | LIST;
+    if (isBrick)
+        endBrick();
+}
+
+void VoxelBlock::startBrick(uint32 rank)
+{
+    VoxelBrick& brick = mBricks.emplace_back();
+    for (uint32 level = mDepth - mLayout->getBrickLevels(); level-- > 0;)
+        brick.mPosition = brick.mPosition * 2 + CHILD_CORNERS[(rank >> (3 * level)) % NUM_CHILDREN];
+    mHasType = false;
+    mHasManyTypes = false;
+}
+
+void VoxelBlock::endBrick()
+{
+    VoxelBrick& brick = mBricks.back();
+    const auto isEmpty = [](uint64 plane) { return plane == 0; };
+    if (std::all_of(std::begin(brick.mOccupied), std::end(brick.mOccupied), isEmpty))
+    {
+        mBricks.pop_back(); // what touches an octant may miss its children, which are a little smaller together
+        return;
+    }
+    if (!mHasManyTypes)
+        return;
+    brick.mTypes = VoxelBrick::MANY_TYPES | static_cast<uint32>(mTypes.size());
+    for (uint32 cell = 0; cell < PlaneLayout::BRICK_VOXELS; ++cell)
+    {
+        if (((brick.mWalkable[cell / 64] >> (cell % 64)) & 1u) != 0)
+            mTypes.push_back(mTypesOfCells[cell]);
+    }
+}
+
+/// @param rank  of the first child, within the brick.
+void VoxelBlock::addVoxelBits(const Octant& octant, uint32 childMask, uint32 rank)
+{
+    VoxelBrick& brick = mBricks.back();
+    mLayout->addChildren(brick.mOccupied, rank, childMask);
+    mNumVoxels += countChildren(childMask);
+    uint32 walkable = 0;
+    const auto keep = [&](uint32 children, const TriangleClass& found)
+    {
+        walkable |= children;
+        addType(rank, children, found.mSurfaceTypeID);
+    };
+    forEachClass(octant, childMask, keep);
+    mLayout->addChildren(brick.mWalkable, rank, walkable);
+}
+
+void VoxelBlock::addType(uint32 rank, uint32 children, uint16 type)
+{
+    uint32& common = mBricks.back().mTypes;
+    if (!mHasType)
+        common = type;
+    mHasType = true;
+    if (!mHasManyTypes)
+    {
+        if (common == type)
+            return;
+        mHasManyTypes = true;
+        std::fill(std::begin(mTypesOfCells), std::end(mTypesOfCells), static_cast<uint16>(common));
+    }
+    for (; children != 0; children &= children - 1)
+        mTypesOfCells[mLayout->getCell(rank + static_cast<uint32>(std::countr_zero(children)))] = type;
 }
 
 /// Makes the stack long enough for a number of entries, and one more that is written but not kept.

@@ -43,6 +43,9 @@ void VoxelBlockQueue::startWorkers()
 {
     if (mPool == nullptr || mPool->getNumThreads() < 2 || hasWorkers())
         return;
+    mPool->start(); // tells how many there are: without any, the task would wait here for blocks to come
+    if (mPool->getNumThreads() < 2)
+        return;
     const uint32 numWorkers = mPool->getNumThreads();
     addSlots(numWorkers * BLOCKS_PER_WORKER);
     for (; mNumWorkers < numWorkers; ++mNumWorkers)
@@ -64,10 +67,11 @@ VoxelBlock& VoxelBlockQueue::getNext()
     return getSlot(mNumPushed).mBlock;
 }
 
-void VoxelBlockQueue::push(uint32 octant)
+void VoxelBlockQueue::push(uint32 octant, const Vec3<int32>& corner)
 {
     Slot& slot = getSlot(mNumPushed++);
     slot.mOctant = octant;
+    slot.mCorner = corner;
     slot.mState.store(State::QUEUED, std::memory_order_release);
     if (hasWorkers())
         mAvailable.signal();
@@ -79,10 +83,11 @@ bool VoxelBlockQueue::take(Slot& slot)
     return slot.mState.compare_exchange_strong(expected, State::TAKEN, std::memory_order_acquire);
 }
 
-VoxelBlock& VoxelBlockQueue::getOldest(uint32& octant)
+VoxelBlock& VoxelBlockQueue::getOldest(uint32& octant, Vec3<int32>& corner)
 {
     Slot& slot = getSlot(mNumPopped);
     octant = slot.mOctant;
+    corner = slot.mCorner;
     if (take(slot))
     {
         slot.mBlock.build();

@@ -30,11 +30,11 @@ public:
     /// The block to fill in next, while the queue is not full.
     VoxelBlock& getNext();
     /// Queues that block.
-    /// @param octant  whatever the taker wants to know with it.
-    void push(uint32 octant);
+    /// @param octant,corner  what the taker wants to know with it.
+    void push(uint32 octant, const Vec3<int32>& corner);
 
     /// Builds the oldest block, or waits until a worker has. Throws what the building threw.
-    VoxelBlock& getOldest(uint32& octant);
+    VoxelBlock& getOldest(uint32& octant, Vec3<int32>& corner);
     void popOldest() { ++mNumPopped; }
 
     /// What a worker does, until the queue is stopped.
@@ -54,6 +54,7 @@ private:
 
         VoxelBlock mBlock;
         uint32 mOctant = 0;
+        Vec3<int32> mCorner;
         std::atomic<State> mState{State::IDLE};
         Common::Threading::Semaphore mBuilt{0, 1}; // by a worker
     };

@@ -10,8 +10,7 @@ constexpr size_t BLOCK_SLOTS = 64;
 constexpr size_t SLOTS_PER_BRICK = 3;
 } // namespace
 
-PlaneLayout::PlaneLayout(const NavMeshOctree& octree, uint32 mainAxis)
-    : mDimension(octree.getDimension()), mBrickLevels(std::min(octree.getDepth(), BRICK_LEVELS))
+PlaneLayout::PlaneLayout(uint32 depth, uint32 mainAxis) : mDepth(depth), mBrickLevels(std::min(depth, BRICK_LEVELS))
 {
     const PlaneDirections& directions = PLANE_DIRECTIONS[mainAxis];
     const Vec3<int32> axes[3] = {directions.mSides[1], directions.mSides[2], directions.mUp};
@@ -45,7 +44,7 @@ Vec3<int32> PlaneLayout::toGrid(const Vec3<int32>& uvw) const
 {
     Vec3<int32> position;
     for (int i = 0; i < 3; ++i)
-        position[mAxes[i]] = mFlip[i] ? static_cast<int32>(mDimension) - 1 - uvw[i] : uvw[i];
+        position[mAxes[i]] = mFlip[i] ? static_cast<int32>(getDimension()) - 1 - uvw[i] : uvw[i];
     return position;
 }
 
@@ -57,34 +56,31 @@ Vec3<int32> PlaneLayout::toPlane(const Vec3<int32>& position, uint32 dimension) 
     return uvw;
 }
 
-VoxelBricks::VoxelBricks(NavMeshOctree& octree, uint32 mainAxis)
-    : mOctree(octree), mLayout(octree, mainAxis), mBricks(octree.getMemory()), mSlots(octree.getMemory())
+VoxelBricks::VoxelBricks(uint32 depth, uint32 mainAxis, Common::Memory::Allocator* allocator)
+    : mLayout(depth, mainAxis), mBricks(allocator), mTypes(allocator), mSlots(allocator)
 {
-    collect(0, 0, Vec3<int32>());
-    buildIndex();
 }
 
-/// Depth first; recursion is as deep as the tree, at most 30.
-void VoxelBricks::collect(uint32 octant, uint32 level, const Vec3<int32>& corner)
+void VoxelBricks::append(const VoxelBrick& brick, const Vector<uint16>& types)
 {
-    const uint32 numLevels = mOctree.getDepth() - mLayout.getBrickLevels();
-    if (level == numLevels)
-    {
-        mBricks.push_back({{}, mLayout.toPlane(corner, 1u << numLevels), octant});
-        mTop = std::max(mTop, mBricks.back().mPosition.mZ);
+    VoxelBrick& own = mBricks.getUnchecked(mBricks.append(brick));
+    mTop = std::max(mTop, brick.mPosition.mZ);
+    if ((brick.mTypes & VoxelBrick::MANY_TYPES) == 0)
         return;
-    }
-    const InnerOctant& inner = mOctree.getInnerOctants().getUnchecked(octant);
-    uint32 child = inner.firstChild;
-    for (uint32 mask = inner.childMask; mask != 0; mask &= mask - 1)
-        collect(child++, level + 1, corner * 2 + CHILD_CORNERS[std::countr_zero(mask)]);
+    uint32 numTypes = 0;
+    for (const uint64 plane : brick.mWalkable)
+        numTypes += static_cast<uint32>(std::popcount(plane));
+    if (mTypes.size() > ~VoxelBrick::MANY_TYPES)
+        Common::Memory::throwOutOfMemory();
+    const uint32 first = brick.mTypes & ~VoxelBrick::MANY_TYPES;
+    own.mTypes = mTypes.append(types.data() + first, numTypes) | VoxelBrick::MANY_TYPES;
 }
 
 void VoxelBricks::buildIndex()
 {
-    mSlots.assign(std::bit_ceil(mBricks.size() * SLOTS_PER_BRICK + BLOCK_SLOTS), NONE);
+    mSlots.assign(std::bit_ceil(size() * SLOTS_PER_BRICK + BLOCK_SLOTS), NONE);
     for (uint32 brick = 0; brick < size(); ++brick)
-        mSlots[getSlot(mBricks[brick].mPosition)] = brick;
+        mSlots[getSlot((*this)[brick].mPosition)] = brick;
 }
 
 /// The slot of a position, or the empty one where it would go.
@@ -100,7 +96,7 @@ size_t VoxelBricks::getSlot(const Vec3<int32>& position) const
     const uint32 inBlock = (u & 3u) << 4 | (v & 3u) << 2 | (w & 3u);
     const size_t last = mSlots.size() - 1;
     size_t slot = (static_cast<size_t>(block >> 32) * BLOCK_SLOTS + inBlock) & last;
-    while (mSlots[slot] != NONE && !(mBricks[mSlots[slot]].mPosition == position))
+    while (mSlots[slot] != NONE && !((*this)[mSlots[slot]].mPosition == position))
         slot = (slot + 1) & last;
     return slot;
 }
@@ -108,15 +104,5 @@ size_t VoxelBricks::getSlot(const Vec3<int32>& position) const
 uint32 VoxelBricks::find(const Vec3<int32>& position) const
 {
     return mSlots[getSlot(position)];
-}
-
-void VoxelBricks::fill(uint32 begin, uint32 end)
-{
-    for (uint32 i = begin; i < end; ++i)
-    {
-        Brick& brick = mBricks[i];
-        forEachParent(brick, [&](uint32 rank, uint32 children, uint32)
-                      { mLayout.addChildren(brick.mOccupied, rank, children); });
-    }
 }
 } // namespace KORV::NavMesh

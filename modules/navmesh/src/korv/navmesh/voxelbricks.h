@@ -1,5 +1,6 @@
 #pragma once
 
+#include "korv/common/container/segmentvector.h"
 #include "korv/navmesh/leafcursor.h"
 #include "korv/navmesh/planedirections.h"
 
@@ -14,9 +15,11 @@ public:
     static constexpr uint32 BRICK_EDGE = 8;
     static constexpr uint32 BRICK_VOXELS = 512;
 
-    PlaneLayout(const NavMeshOctree& octree, uint32 mainAxis);
+    /// @param depth  of the octree.
+    PlaneLayout(uint32 depth, uint32 mainAxis);
 
-    uint32 getDimension() const { return mDimension; }
+    uint32 getDimension() const { return 1u << mDepth; }
+    uint32 getDepth() const { return mDepth; }
     /// Levels of the octree that make up a brick, and its edge in voxels.
     uint32 getBrickLevels() const { return mBrickLevels; }
     uint32 getBrickEdge() const { return 1u << mBrickLevels; }
@@ -42,71 +45,57 @@ private:
 
     int mAxes[3];  // grid axis of u, v, w
     bool mFlip[3]; // and whether it runs backwards
-    uint32 mDimension;
+    uint32 mDepth;
     uint32 mBrickLevels;
     uint16 mCells[BRICK_VOXELS] = {};
     uint16 mRanks[BRICK_VOXELS] = {};
     uint16 mPatterns[2][256] = {}; // by mask of children: their cells in the lower and upper plane of a parent
 };
 
-/// The occupied voxels of the octree as bits, in bricks. A plane of a brick (equal w) is a word, bit 8 * v + u.
-/// Thread use: bricks may be filled on several threads at once; const operations on any.
+/// The voxels of a brick as bits. A plane (equal w) is a word, bit 8 * v + u.
+struct VoxelBrick
+{
+    static constexpr uint32 MANY_TYPES = 0x80000000;
+
+    uint64 mOccupied[PlaneLayout::BRICK_EDGE] = {};
+    uint64 mWalkable[PlaneLayout::BRICK_EDGE] = {}; ///< nothing is said of the room above
+    Vec3<int32> mPosition;                          ///< (u, v, w) in bricks
+    /// The surface type that all walkable voxels share; else MANY_TYPES and where the list of theirs begins, in the
+    /// order of their bits, plane after plane.
+    uint32 mTypes = 0;
+};
+
+/// The occupied voxels of a scene in bricks, about 2 bytes each where an octree's records take 11.
+/// Thread use: const operations on any thread.
 class VoxelBricks
 {
 public:
     static constexpr uint32 NONE = 0xFFFFFFFF;
 
-    struct Brick
-    {
-        uint64 mOccupied[PlaneLayout::BRICK_EDGE];
-        Vec3<int32> mPosition; ///< (u, v, w) in bricks
-        uint32 mOctant;        ///< among the inner octants, or the one leaf of a tree without any
-    };
+    /// @param depth  of the octree that the bricks stand for.
+    VoxelBricks(uint32 depth, uint32 mainAxis, Common::Memory::Allocator* allocator);
 
-    /// Lists the bricks in the order of the octree; they are to be filled then.
-    VoxelBricks(NavMeshOctree& octree, uint32 mainAxis);
-    void fill(uint32 begin, uint32 end);
+    /// Bricks come in the order of the octree.
+    void append(const VoxelBrick& brick, const Vector<uint16>& types);
+    /// To be called when all have come.
+    void buildIndex();
 
     const PlaneLayout& getLayout() const { return mLayout; }
-    uint32 size() const { return static_cast<uint32>(mBricks.size()); }
-    const Brick& operator[](uint32 brick) const { return mBricks[brick]; }
+    uint32 size() const { return mBricks.size(); }
+    const VoxelBrick& operator[](uint32 brick) const { return mBricks.getUnchecked(brick); }
     /// The brick at a position, NONE where nothing is occupied.
     uint32 find(const Vec3<int32>& position) const;
     /// No brick lies higher. [bricks]
     int32 getTop() const { return mTop; }
-
-    /// Calls f(rank of the first child, mask of the children, index of the first leaf) for each parent of leaves.
-    template <class F>
-    void forEachParent(const Brick& brick, const F& f) const
-    {
-        if (mLayout.getBrickLevels() == 0)
-            f(0u, 1u, brick.mOctant);
-        else
-            visit(brick.mOctant, mLayout.getBrickLevels(), 0, f);
-    }
+    /// An entry of the list of types.
+    uint16 getType(uint32 place) const { return mTypes.getUnchecked(place); }
 
 private:
-    template <class F>
-    void visit(uint32 octant, uint32 levels, uint32 rank, const F& f) const
-    {
-        const InnerOctant& inner = mOctree.getInnerOctants().getUnchecked(octant);
-        if (levels == 1)
-        {
-            f(rank * NUM_CHILDREN, static_cast<uint32>(inner.childMask), inner.firstChild);
-            return;
-        }
-        uint32 child = inner.firstChild;
-        for (uint32 mask = inner.childMask; mask != 0; mask &= mask - 1)
-            visit(child++, levels - 1, rank * NUM_CHILDREN + static_cast<uint32>(std::countr_zero(mask)), f);
-    }
-
-    void collect(uint32 octant, uint32 level, const Vec3<int32>& corner);
-    void buildIndex();
     size_t getSlot(const Vec3<int32>& position) const;
 
-    NavMeshOctree& mOctree;
     PlaneLayout mLayout;
-    Vector<Brick> mBricks;
+    Common::Container::SegmentVector<VoxelBrick, 64> mBricks;
+    Common::Container::SegmentVector<uint16> mTypes;
     Vector<uint32> mSlots; // open hash table over the positions
     int32 mTop = 0;
 };

@@ -2,9 +2,10 @@
 //
 // The upper levels are sorted here: an octant tests its triangles against the cubes of its eight children, and children
 // that some triangle touches come into being side by side. What is left below an octant that is small enough is a block
-// (voxelblock), built by the workers when there are many. Blocks come back in the order of the octants. Only then are
-// their voxels classified: the first of a voxel's triangles, in geometry and index order, that the host calls walkable
-// makes it walkable.
+// (voxelblock), built by the workers when there are many. Blocks come back in the order of the octants.
+//
+// What the host says of the triangles is asked for in the beginning, once each: a floor of a million voxels is two
+// triangles, and the workers must not call the host.
 //
 // The lists of the upper octants on the way down lie on one stack and each entry is a pair of numbers, so the memory is
 // that of the lists on one way, not of the whole tree; a list is given up when its octant is done.
@@ -25,8 +26,8 @@ namespace
 constexpr uint32 STEPS_PER_REPORT = 4096;
 /// Below this the workers' help isn't worth waking them.
 constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
-/// How many entries the lists of a block's voxels may about have together.
-constexpr float MAX_BLOCK_ENTRIES = 2e6f;
+/// An octant of more triangles is divided further, which keeps the blocks small in memory.
+constexpr size_t MAX_BLOCK_TRIANGLES = 50000;
 
 template <class Index>
 IndexedTriangle readIndices(const unsigned char* source)
@@ -37,7 +38,10 @@ IndexedTriangle readIndices(const unsigned char* source)
 }
 } // namespace
 
-VoxelInsertion::TriangleReader::TriangleReader(const GeometryInfo& geometry) : mGeometry(&geometry) {}
+VoxelInsertion::TriangleReader::TriangleReader(const GeometryInfo& geometry, size_t firstClass)
+    : mGeometry(&geometry), mFirstClass(firstClass)
+{
+}
 
 IndexedTriangle VoxelInsertion::TriangleReader::getIndices(uint32 triangle) const
 {
@@ -64,11 +68,11 @@ void VoxelInsertion::TriangleReader::read(uint32 triangle, Vec3<float> (&corners
         corners[i] = getVertex(indices.mVertices[i]);
 }
 
-VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, NavMeshOctree::InnerOctants& innerOctants,
-                               NavMeshOctree::LeafOctants& leafOctants, const RunControl& control, float progressSpan,
-                               Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator)
-    : mGeometries(geometries), mInnerOctants(innerOctants), mLeafOctants(leafOctants), mControl(control),
-      mTotalSpan(progressSpan), mQueue(pool, allocator), mReaders(allocator), mStack(allocator), mOverlaps(allocator)
+VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutput& output, const RunControl& control,
+                               float progressSpan, Common::Threading::ThreadPool* pool,
+                               Common::Memory::Allocator* allocator)
+    : mGeometries(geometries), mOutput(output), mControl(control), mTotalSpan(progressSpan), mQueue(pool, allocator),
+      mReaders(allocator), mClasses(allocator), mStack(allocator), mOverlaps(allocator)
 {
 }
 
@@ -77,8 +81,9 @@ void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
     const float reach = std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge;
     mOrdinary = reach <= ORDINARY_REACH;
     collectTriangles();
-    const uint32 root = depth > 0 ? mInnerOctants.append(InnerOctant()) : 0;
-    insertOctant({root, centre, edge, depth, 0, mStack.size(), 0.0f, 1.0f});
+    if (depth > 0)
+        mOutput.addRoot();
+    insertOctant({0, {}, centre, edge, depth, 0, mStack.size(), 0.0f, 1.0f});
     while (!mQueue.empty())
         takeOldestBlock();
 }
@@ -86,14 +91,24 @@ void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 void VoxelInsertion::collectTriangles()
 {
     mReaders.reserve(mGeometries.size());
+    size_t numTriangles = 0;
+    for (const GeometryInfo& geometry : mGeometries)
+    {
+        mReaders.emplace_back(geometry, numTriangles);
+        numTriangles += geometry.mNumTriangles;
+    }
+    mClasses.resize(numTriangles);
+    mStack.reserve(numTriangles);
     for (uint32 i = 0; i < mGeometries.size(); ++i)
     {
-        mReaders.emplace_back(mGeometries[i]);
-        for (uint32 triangle = 0; triangle < mGeometries[i].mNumTriangles; ++triangle)
+        const GeometryInfo& geometry = mGeometries[i];
+        for (uint32 triangle = 0; triangle < geometry.mNumTriangles; ++triangle)
         {
             countSteps(1);
-            if (hasValidIndices(i, triangle))
-                mStack.push_back({i, triangle});
+            if (!hasValidIndices(i, triangle))
+                continue;
+            geometry.mClassifier->classifyTriangle(mClasses[mReaders[i].getClassPlace(triangle)], geometry, triangle);
+            mStack.push_back({i, triangle});
         }
     }
     mOverlaps.resize(mStack.size());
@@ -115,43 +130,34 @@ bool VoxelInsertion::hasValidIndices(uint32 geometry, uint32 triangle) const
 VoxelTriangle VoxelInsertion::readTriangle(const Entry& entry) const
 {
     Vec3<float> corners[3];
-    mReaders[entry.mGeometry].read(entry.mTriangle, corners);
-    return VoxelTriangle(entry.mGeometry, entry.mTriangle, corners, mOrdinary);
+    const TriangleReader& reader = mReaders[entry.mGeometry];
+    reader.read(entry.mTriangle, corners);
+    return VoxelTriangle(mClasses[reader.getClassPlace(entry.mTriangle)], corners, mOrdinary);
 }
 
 void VoxelInsertion::insertOctant(const Octant& octant)
 {
     mProgress = octant.mProgress;
-    if (octant.mDepth > VoxelBlock::MAX_DEPTH)
+    const bool isCrowded = octant.mEnd - octant.mBegin > MAX_BLOCK_TRIANGLES && octant.mDepth > VoxelBlock::MIN_DEPTH;
+    if (octant.mDepth > VoxelBlock::MAX_DEPTH || isCrowded)
     {
         insertChildren(octant);
         return;
     }
     if (mQueue.isFull())
         takeOldestBlock();
-    if (fillBlock(mQueue.getNext(), octant))
-        mQueue.push(octant.mIndex);
-    else
-        insertChildren(octant);
+    fillBlock(mQueue.getNext(), octant);
+    mQueue.push(octant.mIndex, octant.mCorner);
 }
 
-/// @return false when the lists of its voxels might get too long.
-bool VoxelInsertion::fillBlock(VoxelBlock& block, const Octant& octant)
+void VoxelInsertion::fillBlock(VoxelBlock& block, const Octant& octant)
 {
-    const float across = static_cast<float>(1u << octant.mDepth);
-    float numEntries = 0.0f;
-    block.start(octant.mCentre, octant.mEdge, octant.mDepth);
+    block.start(octant.mCentre, octant.mEdge, octant.mDepth, mOutput.getLayout());
     for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
     {
         countSteps(1);
-        const VoxelTriangle triangle = readTriangle(mStack[i]);
-        const float length = std::min(triangle.mExtent * across / octant.mEdge + 2.0f, across);
-        numEntries += 2.0f * length * length;
-        if (numEntries > MAX_BLOCK_ENTRIES && octant.mDepth > 1)
-            return false;
-        block.addTriangle(triangle);
+        block.addTriangle(readTriangle(mStack[i]));
     }
-    return true;
 }
 
 void VoxelInsertion::insertChildren(const Octant& octant)
@@ -160,14 +166,9 @@ void VoxelInsertion::insertChildren(const Octant& octant)
     const uint32 childMask = findOverlaps(octant, cubes);
     if (childMask == 0)
         return;
-    const uint32 firstChild = mInnerOctants.size();
     const uint32 numChildren = static_cast<uint32>(std::popcount(childMask));
-    for (uint32 i = 0; i < numChildren; ++i)
-        mInnerOctants.append(InnerOctant());
-    mInnerOctants.getUnchecked(octant.mIndex) = {static_cast<uint8>(childMask), firstChild};
-
     Octant child = octant;
-    child.mIndex = firstChild;
+    child.mIndex = mOutput.addChildren(octant.mIndex, childMask);
     child.mEdge = octant.mEdge / 2.0f;
     child.mDepth = octant.mDepth - 1;
     child.mProgressSpan = octant.mProgressSpan / static_cast<float>(numChildren);
@@ -175,6 +176,7 @@ void VoxelInsertion::insertChildren(const Octant& octant)
     {
         if (((childMask >> k) & 1u) == 0)
             continue;
+        child.mCorner = octant.mCorner * 2 + CHILD_CORNERS[k];
         child.mCentre = cubes.getCentre(k);
         child.mBegin = mStack.size();
         pushTrianglesOfChild(octant, k);
@@ -215,63 +217,12 @@ void VoxelInsertion::pushTrianglesOfChild(const Octant& octant, uint32 child)
 void VoxelInsertion::takeOldestBlock()
 {
     uint32 octant = 0;
-    VoxelBlock& block = mQueue.getOldest(octant);
-    classifyVoxels(block);
-    appendBlock(block, octant);
+    Vec3<int32> corner;
+    const VoxelBlock& block = mQueue.getOldest(octant, corner);
+    mOutput.addBlock(block, octant, corner);
     mQueue.popOldest();
-    if (mLeafOctants.size() > VOXELS_BEFORE_WORKERS && mQueue.empty())
+    if (mOutput.countVoxels() > VOXELS_BEFORE_WORKERS && mQueue.empty())
         mQueue.startWorkers();
-}
-
-void VoxelInsertion::classifyVoxels(VoxelBlock& block)
-{
-    LeafOctant* voxel = block.getVoxels().data();
-    LeafOctant* const end = voxel + block.getVoxels().size();
-    while (voxel != end)
-    {
-        const uint32 count = static_cast<uint32>(std::min<ptrdiff_t>(end - voxel, STEPS_PER_REPORT));
-        for (LeafOctant* const last = voxel + count; voxel != last; ++voxel)
-            classify(*voxel, block);
-        countSteps(count);
-    }
-}
-
-void VoxelInsertion::classify(LeafOctant& voxel, const VoxelBlock& block)
-{
-    const uint32 triangles = voxel.data;
-    voxel.data = 0;
-    block.forEachTriangle(triangles,
-                          [this, &voxel](const VoxelTriangle& triangle)
-                          {
-                              const GeometryInfo& geometry = mGeometries[triangle.mGeometry];
-                              TriangleClass result;
-                              geometry.mClassifier->classifyTriangle(result, geometry, triangle.mTriangle);
-                              if (!result.mWalkable)
-                                  return false;
-                              voxel.flags = LeafOctant::WALKABLE;
-                              voxel.surfaceTypeID = result.mSurfaceTypeID;
-                              return true;
-                          });
-}
-
-/// Puts a block's octants behind those of the blocks before it.
-void VoxelInsertion::appendBlock(const VoxelBlock& block, uint32 octant)
-{
-    const uint32 firstInner = mInnerOctants.size();
-    const uint32 firstVoxel = mLeafOctants.size();
-    const auto moved = [=](InnerOctant inner)
-    {
-        if (inner.firstChild == InnerOctant::NO_CHILD)
-            return inner;
-        const bool hasVoxels = (inner.firstChild & VoxelBlock::VOXELS) != 0;
-        inner.firstChild = (inner.firstChild & ~VoxelBlock::VOXELS) + (hasVoxels ? firstVoxel : firstInner);
-        return inner;
-    };
-    mLeafOctants.append(block.getVoxels().data(), static_cast<uint32>(block.getVoxels().size()));
-    for (const InnerOctant& inner : block.getInnerOctants())
-        mInnerOctants.append(moved(inner));
-    if (block.getDepth() > 0)
-        mInnerOctants.getUnchecked(octant) = moved(block.getRoot());
 }
 
 void VoxelInsertion::countSteps(uint32 count)

@@ -2,18 +2,18 @@
 
 #include "korv/navmesh/navmeshoctree.h"
 #include "korv/navmesh/voxelblockqueue.h"
+#include "korv/navmesh/voxeloutput.h"
 
 namespace KORV::NavMesh
 {
-/// Sorts triangles into an octree, down to the voxels, and has the occupied voxels classified.
+/// Sorts triangles into an octree, down to the voxels. Asks for the class of each triangle once, in order.
 class VoxelInsertion
 {
 public:
     /// @param progressSpan  the fraction of the stage that the insertion makes up.
     /// @param pool  its workers help with large scenes. Classifiers are called on this thread all the same.
-    VoxelInsertion(const Vector<GeometryInfo>& geometries, NavMeshOctree::InnerOctants& innerOctants,
-                   NavMeshOctree::LeafOctants& leafOctants, const RunControl& control, float progressSpan,
-                   Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
+    VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutput& output, const RunControl& control,
+                   float progressSpan, Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
 
     /// Creates the root and everything below it.
     /// @param centre,edge  the cube of the octree. [world units]
@@ -31,21 +31,25 @@ private:
     class TriangleReader
     {
     public:
-        explicit TriangleReader(const GeometryInfo& geometry);
+        /// @param firstClass  place of its triangles in mClasses.
+        TriangleReader(const GeometryInfo& geometry, size_t firstClass);
         /// World positions of the corners. The ids must be in range.
         void read(uint32 triangle, Vec3<float> (&corners)[3]) const;
         IndexedTriangle getIndices(uint32 triangle) const;
+        size_t getClassPlace(uint32 triangle) const { return mFirstClass + triangle; }
 
     private:
         Vec3<float> getVertex(uint32 vertex) const;
 
         const GeometryInfo* mGeometry;
+        size_t mFirstClass;
     };
 
     /// An octant on its way into the tree: its cube and its triangles, a range of the stack.
     struct Octant
     {
         uint32 mIndex;
+        Vec3<int32> mCorner; // [octants of its size]
         Vec3<float> mCentre;
         float mEdge;
         uint32 mDepth; // levels below it
@@ -59,19 +63,15 @@ private:
     bool hasValidIndices(uint32 geometry, uint32 triangle) const;
     VoxelTriangle readTriangle(const Entry& entry) const;
     void insertOctant(const Octant& octant);
-    bool fillBlock(VoxelBlock& block, const Octant& octant);
+    void fillBlock(VoxelBlock& block, const Octant& octant);
     void insertChildren(const Octant& octant);
     uint32 findOverlaps(const Octant& octant, ChildCubes& cubes);
     void pushTrianglesOfChild(const Octant& octant, uint32 child);
     void takeOldestBlock();
-    void classifyVoxels(VoxelBlock& block);
-    void classify(LeafOctant& voxel, const VoxelBlock& block);
-    void appendBlock(const VoxelBlock& block, uint32 octant);
     void countSteps(uint32 count);
 
     const Vector<GeometryInfo>& mGeometries;
-    NavMeshOctree::InnerOctants& mInnerOctants;
-    NavMeshOctree::LeafOctants& mLeafOctants;
+    VoxelOutput& mOutput;
     const RunControl& mControl;
     float mTotalSpan;
     float mProgress = 0.0f;
@@ -79,6 +79,7 @@ private:
     bool mOrdinary = false; // whether all of the octree lies within ORDINARY_REACH
     VoxelBlockQueue mQueue;
     Vector<TriangleReader> mReaders;
+    Vector<TriangleClass> mClasses;
     Vector<Entry> mStack;    // triangle lists of the octants on the current way down
     Vector<uint8> mOverlaps; // beside each entry: the children of its octant that it touches
 };

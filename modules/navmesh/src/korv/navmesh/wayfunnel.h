@@ -17,6 +17,8 @@ namespace KORV::NavMesh
 /// as with a restart from the new apex. Corners closer together than the tolerance count as one: which side of a line
 /// they lie on would be up to rounding.
 ///
+/// A chain starts with a copy of the apex, so that every corner has one before it.
+///
 /// Source: B. Chazelle, "A theorem on polygon cutting with applications", FOCS 1982; D. T. Lee, F. P. Preparata,
 /// "Euclidean shortest paths in the presence of rectilinear barriers", Networks 14, 1984. The chains are kept apart,
 /// where the papers have one deque.
@@ -43,37 +45,46 @@ public:
     /// @param tolerance  corners closer together count as one. [unit of the places]
     void begin(const Corner& start, double tolerance)
     {
-        mChains[LEFT].clear();
-        mChains[RIGHT].clear();
+        mChains[LEFT].restart(start);
+        mChains[RIGHT].restart(start);
         mLine.clear();
-        mApex = start;
-        mSquaredTolerance = tolerance * tolerance;
         mLine.push_back(start);
+        mSquaredTolerance = tolerance * tolerance;
+        mIsFrontNew = false;
     }
 
     /// The next corner of one of the borders.
-    void add(Border border, const Corner& corner)
+    template <Border BORDER>
+    void add(const Vec2<double>& place, uint32 source)
     {
-        Chain& chain = mChains[border];
-        if (isSame(end(chain), corner))
+        Chain& chain = mChains[BORDER];
+        const Corner* const end = chain.mEnd;
+        if (isSame(end[-1].mPlace, place))
             return;
-        shorten(chain, border, corner);
+        shorten<BORDER>(chain, place);
         if (chain.isEmpty())
-            moveApex(mChains[1 - border], border, corner);
-        if (!isSame(end(chain), corner))
-            chain.mCorners.push_back(corner);
+        {
+            moveApex<BORDER>(place);
+            mIsFrontNew = true;
+        }
+        if (chain.mEnd != end && isSame(chain.mEnd[-1].mPlace, place))
+            return;
+        chain.push({place, source});
     }
 
     /// To be called when a portal is complete. Where the two chains start in one line, the apex moves up to the nearer
     /// of their corners: a corner that lies back along that line would else tell nothing about the side it turns to.
     void close()
     {
+        if (!mIsFrontNew) // else nothing has changed since the last time
+            return;
+        mIsFrontNew = false;
         Chain& left = mChains[LEFT];
         Chain& right = mChains[RIGHT];
         while (!left.isEmpty() && !right.isEmpty())
         {
-            const Vec2<double> toLeft = left.front().mPlace - mApex.mPlace;
-            const Vec2<double> toRight = right.front().mPlace - mApex.mPlace;
+            const Vec2<double> toLeft = left.front().mPlace - left.apex().mPlace;
+            const Vec2<double> toRight = right.front().mPlace - left.apex().mPlace;
             const double leftSquared = dot(toLeft, toLeft);
             const double rightSquared = dot(toRight, toRight);
             const double width = cross(toLeft, toRight);
@@ -81,11 +92,11 @@ public:
                 return;
             Chain& nearer = leftSquared <= rightSquared ? left : right;
             Chain& farther = leftSquared <= rightSquared ? right : left;
-            mApex = nearer.front();
-            mLine.push_back(mApex);
-            ++nearer.mBegin;
-            if (isSame(mApex, farther.front()))
-                ++farther.mBegin;
+            ++nearer.mApex;
+            mLine.push_back(nearer.apex());
+            if (isSame(nearer.apex().mPlace, farther.front().mPlace))
+                ++farther.mApex;
+            farther.apex() = nearer.apex();
         }
     }
 
@@ -93,85 +104,108 @@ public:
     Vector<Corner>& finish(const Corner& end)
     {
         Chain& chain = mChains[LEFT];
-        shorten(chain, LEFT, end);
+        shorten<LEFT>(chain, end.mPlace);
         if (chain.isEmpty())
-            moveApex(mChains[RIGHT], LEFT, end);
-        mLine.insert(mLine.end(), chain.mCorners.begin() + static_cast<ptrdiff_t>(chain.mBegin), chain.mCorners.end());
+            moveApex<LEFT>(end.mPlace);
+        mLine.insert(mLine.end(), chain.mApex + 1, chain.mEnd);
         mLine.push_back(end);
         return mLine;
     }
 
 private:
-    /// The corners after the apex; those before mBegin have been passed.
+    /// The apex and the corners after it; what comes before has been passed.
     struct Chain
     {
-        explicit Chain(Common::Memory::Allocator* allocator) : mCorners(allocator) {}
+        static constexpr size_t MIN_ROOM = 64;
 
-        bool isEmpty() const { return mBegin == mCorners.size(); }
-        const Corner& front() const { return mCorners[mBegin]; }
-        void clear()
+        explicit Chain(Common::Memory::Allocator* allocator) : mRoom(allocator) {}
+
+        bool isEmpty() const { return mApex + 1 == mEnd; }
+        Corner& apex() { return *mApex; }
+        const Corner& front() const { return mApex[1]; }
+        void restart(const Corner& apex)
         {
-            mCorners.clear();
-            mBegin = 0;
+            if (mRoom.empty())
+                mRoom.resize(MIN_ROOM);
+            mRoom.front() = apex;
+            mApex = mRoom.data();
+            mEnd = mApex + 1;
+        }
+        void push(const Corner& corner)
+        {
+            if (mEnd == mRoom.data() + mRoom.size())
+                grow();
+            *mEnd++ = corner;
+        }
+        void grow()
+        {
+            const ptrdiff_t passed = mApex - mRoom.data();
+            const ptrdiff_t used = mEnd - mRoom.data();
+            mRoom.resize(mRoom.size() * 2);
+            mApex = mRoom.data() + passed;
+            mEnd = mRoom.data() + used;
         }
 
-        Vector<Corner> mCorners;
-        size_t mBegin = 0;
+        Vector<Corner> mRoom;
+        Corner* mApex = nullptr;
+        Corner* mEnd = nullptr;
     };
 
-    const Corner& end(const Chain& chain) const { return chain.isEmpty() ? mApex : chain.mCorners.back(); }
-
-    bool isSame(const Corner& a, const Corner& b) const
+    bool isSame(const Vec2<double>& a, const Vec2<double>& b) const
     {
-        const Vec2<double> offset = b.mPlace - a.mPlace;
+        const Vec2<double> offset = b - a;
         return dot(offset, offset) <= mSquaredTolerance;
     }
 
     /// How far the line from a over b to c turns towards a border. [twice the area of the triangle]
-    static double turn(Border border, const Corner& a, const Corner& b, const Corner& c)
+    template <Border BORDER>
+    static double turn(const Vec2<double>& a, const Vec2<double>& b, const Vec2<double>& c)
     {
-        const double left = cross(b.mPlace - a.mPlace, c.mPlace - b.mPlace);
-        return border == LEFT ? left : -left;
+        const double left = cross(b - a, c - b);
+        return BORDER == LEFT ? left : -left;
+    }
+
+    /// Takes away the corners that a line to the new one need not go around.
+    template <Border BORDER>
+    static void shorten(Chain& chain, const Vec2<double>& place)
+    {
+        Corner* last = chain.mEnd - 1;
+        while (last != chain.mApex && !(turn<BORDER>(last[-1].mPlace, last->mPlace, place) > 0.0))
+            --last;
+        chain.mEnd = last + 1;
+    }
+
+    /// Passes the corners of the other chain that a line to the new one of this border has to go around. This border's
+    /// chain is empty.
+    template <Border BORDER>
+    void moveApex(const Vec2<double>& place)
+    {
+        Chain& other = mChains[1 - BORDER];
+        if (other.isEmpty() || !isBeyond<BORDER>(other.apex().mPlace, other.front().mPlace, place))
+            return;
+        do
+        {
+            ++other.mApex;
+            mLine.push_back(other.apex());
+        } while (!other.isEmpty() && isBeyond<BORDER>(other.apex().mPlace, other.front().mPlace, place));
+        mChains[BORDER].restart(other.apex());
+        if (other.isEmpty())
+            other.restart(mChains[BORDER].apex());
     }
 
     /// Whether a corner lies on the far side of the line from the apex to another one, by more than the tolerance: what
     /// lies on the line is left to close(), which knows the order along it.
-    bool isBeyond(Border border, const Corner& other, const Corner& corner) const
+    template <Border BORDER>
+    bool isBeyond(const Vec2<double>& apex, const Vec2<double>& other, const Vec2<double>& corner) const
     {
-        const double area = turn(border, mApex, other, corner);
-        const Vec2<double> line = other.mPlace - mApex.mPlace;
+        const double area = turn<BORDER>(apex, other, corner);
+        const Vec2<double> line = other - apex;
         return area < 0.0 && area * area > mSquaredTolerance * dot(line, line);
-    }
-
-    /// Takes away the corners that a line to the new one need not go around.
-    void shorten(Chain& chain, Border border, const Corner& corner) const
-    {
-        while (!chain.isEmpty())
-        {
-            const size_t count = chain.mCorners.size();
-            const Corner& before = count - 1 > chain.mBegin ? chain.mCorners[count - 2] : mApex;
-            if (turn(border, before, chain.mCorners.back(), corner) > 0.0)
-                return;
-            chain.mCorners.pop_back();
-        }
-    }
-
-    /// Passes the corners of the other chain that a line to the new one has to go around.
-    void moveApex(Chain& other, Border border, const Corner& corner)
-    {
-        while (!other.isEmpty() && isBeyond(border, other.front(), corner))
-        {
-            mApex = other.mCorners[other.mBegin++];
-            mLine.push_back(mApex);
-        }
-        if (other.isEmpty())
-            other.clear();
-        mChains[border].clear();
     }
 
     Chain mChains[2];
     Vector<Corner> mLine; ///< from the start to the apex
-    Corner mApex;
     double mSquaredTolerance = 0.0;
+    bool mIsFrontNew = false; ///< a chain starts with another corner than when the last portal was closed
 };
 } // namespace KORV::NavMesh

@@ -7,13 +7,14 @@
 
 namespace KORV::Common::Container
 {
-/// A growing array of segments of 65,536 elements each. Elements never move, and growing never copies them.
-/// Several threads may read while nobody appends.
-template <class T>
+/// A growing array of segments of equal size, 65,536 elements unless another power of two is given. Elements never
+/// move, and growing never copies them. Several threads may read while nobody appends.
+template <class T, uint32 SEGMENT = 0x10000>
 class SegmentVector
 {
 public:
-    static constexpr uint32 SEGMENT_SIZE = 0x10000;
+    static constexpr uint32 SEGMENT_SIZE = SEGMENT;
+    static_assert((SEGMENT & (SEGMENT - 1)) == 0);
 
     SegmentVector() = default;
     explicit SegmentVector(Memory::Allocator* allocator) : mSegments(allocator) {}

@@ -7,6 +7,7 @@ inline void prefetch([[maybe_unused]] const void* address)
 {
 #if defined(__GNUC__)
     __builtin_prefetch(address);
+    asm volatile(""); // else a function that does nothing but this is taken for one without effect, and left out
 #endif
 }
 } // namespace KORV::Common::Platform

@@ -7,7 +7,9 @@
 #include "korv/common/serialize/storagebuffer.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
+#include <utility>
 
 namespace KORV::Common::Serialize
 {
@@ -91,6 +93,9 @@ public:
     public:
         constexpr ItemName(const char* text) : mText(text) {} // NOLINT: a list of names is a list of texts
 
+        /// Valid once the name has been written or prepared.
+        uint32 getID() const { return mID; }
+
     private:
         friend class BinarySerializeStorage;
 
@@ -105,6 +110,11 @@ public:
     static constexpr size_t MAX_NAME = 2047;
     /// Longest string. [bytes, or 16-bit units]
     static constexpr size_t MAX_STRING = 65535;
+    /// Size of a number's item. [bytes]
+    template <class T>
+    static constexpr size_t ITEM_SIZE = 1 + sizeof(uint32) + sizeof(T); // type, name, value
+    /// Most that can be written as one block. [bytes]
+    static constexpr size_t MAX_BLOCK = StorageBuffer::MAX_ROOM;
 
     /// @param serializeMode  a SerializeMode.
     /// @param endiness  byte order to write; a storage that reads is told by the stream.
@@ -163,6 +173,33 @@ public:
     /// Where the next item stands, from the stream's start. [bytes]
     uint64 getOffset() const { return mBuffer.getPosition(); }
 
+    /// Takes items of a block, one behind the other.
+    template <bool SWAPPED>
+    class ItemBlock
+    {
+    public:
+        /// @param nameID  of a name that has been prepared.
+        template <class T>
+        void put(uint32 nameID, T value)
+        {
+            storeItem<SWAPPED>(mItem, nameID, value);
+            mItem += ITEM_SIZE<T>;
+        }
+        template <class T>
+        void putList(uint32 nameID, const T* values, size_t count)
+        {
+            storeList<SWAPPED>(mItem, nameID, values, count);
+            mItem += count * ITEM_SIZE<T>;
+        }
+
+    private:
+        friend class BinarySerializeStorage;
+
+        explicit ItemBlock(unsigned char* room) : mItem(room) {}
+
+        unsigned char* mItem;
+    };
+
     // What loops over many values use. T is the type of one of the read or write operations.
 
     /// Reads a number, whatever its name.
@@ -212,7 +249,7 @@ public:
     template <class T>
     void writeList(ItemName& name, const T* values, size_t count)
     {
-        constexpr size_t LARGEST_BATCH = StorageBuffer::SIZE / ITEM_SIZE<T>;
+        constexpr size_t LARGEST_BATCH = StorageBuffer::MAX_ROOM / ITEM_SIZE<T>;
         if (count == 0 || !isReady(&name, 1))
             return;
         for (; count > LARGEST_BATCH; count -= LARGEST_BATCH, values += LARGEST_BATCH)
@@ -220,34 +257,29 @@ public:
         writeBatch(name.mID, values, count);
     }
 
-    /// Writes two lists of @p count numbers, one behind the other.
-    template <class A, class B>
-    void writeLists(ItemName (&names)[2], const A* first, const B* second, size_t count)
+    /// Gives names their ids, so that they can be used in blocks. They count as used: no name that is not written
+    /// should be among them.
+    /// @return false, after a report, when no stream is open to be written.
+    template <size_t N>
+    bool prepareNames(ItemName (&names)[N])
     {
-        const size_t size = count * (ITEM_SIZE<A> + ITEM_SIZE<B>);
-        if (size > StorageBuffer::SIZE)
-        {
-            writeList(names[0], first, count);
-            writeList(names[1], second, count);
-            return;
-        }
-        if (count == 0 || !isReady(names, 2))
-            return;
-        unsigned char* const items = mBuffer.makeRoom(size);
-        unsigned char* const others = items + count * ITEM_SIZE<A>;
-        mSwapped ? storeList<true>(items, names[0].mID, first, count)
-                 : storeList<false>(items, names[0].mID, first, count);
-        mSwapped ? storeList<true>(others, names[1].mID, second, count)
-                 : storeList<false>(others, names[1].mID, second, count);
+        return isReady(names, N);
+    }
+    /// Writes many items of various types at once: gives @p fill an ItemBlock, to put items of @p size bytes in it.
+    /// A stream must be open to be written.
+    /// @param size  of exactly what fill puts there. [bytes, at most MAX_BLOCK]
+    template <class Fill>
+    void writeBlock(size_t size, Fill&& fill)
+    {
+        unsigned char* const room = mBuffer.makeRoom(size);
+        mSwapped ? fill(ItemBlock<true>(room)) : fill(ItemBlock<false>(room));
     }
 
 private:
     using NameTable = Container::IDVector<BasicString, uint32, 0>;
     using NameMap = Container::Map<BasicString, uint32>;
 
-    static constexpr size_t ITEM_HEADER = 1 + sizeof(uint32); // tag and name
-    template <class T>
-    static constexpr size_t ITEM_SIZE = ITEM_HEADER + sizeof(T);
+    static constexpr size_t ITEM_HEADER = 1 + sizeof(uint32); // type and name
 
     template <class T>
     using Bits = std::conditional_t<
@@ -276,6 +308,20 @@ private:
             bits = Platform::Endian::swapBytes(bits);
         std::memcpy(bytes, &bits, sizeof(bits));
     }
+    /// Two numbers one behind the other, in one move.
+    template <bool SWAPPED>
+    static void storePair(unsigned char* bytes, uint32 first, uint32 second)
+    {
+        if constexpr (std::endian::native == std::endian::big)
+            std::swap(first, second);
+        if constexpr (SWAPPED)
+        {
+            first = Platform::Endian::swapBytes(first);
+            second = Platform::Endian::swapBytes(second);
+        }
+        const uint64 pair = first | uint64{second} << 32;
+        std::memcpy(bytes, &pair, sizeof(pair));
+    }
     template <bool SWAPPED, class T>
     static bool loadItem(const unsigned char* item, uint32 numNames, T& value)
     {
@@ -288,8 +334,13 @@ private:
     static void storeItem(unsigned char* item, uint32 nameID, T value)
     {
         item[0] = ITEM_TYPE_OF<T>;
-        store<SWAPPED>(item + 1, nameID);
-        store<SWAPPED>(item + ITEM_HEADER, value);
+        if constexpr (sizeof(T) == sizeof(nameID))
+            storePair<SWAPPED>(item + 1, nameID, std::bit_cast<uint32>(value));
+        else
+        {
+            store<SWAPPED>(item + 1, nameID);
+            store<SWAPPED>(item + ITEM_HEADER, value);
+        }
     }
 
     /// Whether there were items of these types, with valid names.

@@ -11,9 +11,15 @@ namespace KORV::Common::Serialize
 class KORV_COMMON_API StorageBuffer
 {
 public:
-    static constexpr size_t SIZE = 16384;
+    /// What a stream is asked for at once. [bytes]
+    static constexpr size_t READ_SIZE = 16384;
+    /// What a stream is given at once, from multiples of it on. Larger pieces would suit files a little better, smaller
+    /// ones streams in memory, which copy them while the processor's nearest cache still has them. [bytes]
+    static constexpr size_t WRITE_SIZE = 8192;
+    /// The most that can be written in place at once. [bytes]
+    static constexpr size_t MAX_ROOM = 2048;
 
-    explicit StorageBuffer(Memory::Allocator* allocator) : mBytes(allocator) {}
+    explicit StorageBuffer(Memory::Allocator* allocator) : mLines(allocator) {}
     StorageBuffer(const StorageBuffer&) = delete;
     StorageBuffer& operator=(const StorageBuffer&) = delete;
     ~StorageBuffer() { detach(); }
@@ -26,7 +32,7 @@ public:
     void detach() noexcept;
     bool isAttached() const { return mStream != nullptr; }
 
-    uint64 getPosition() const { return mBase + static_cast<size_t>(mCursor - mBytes.data()); }
+    uint64 getPosition() const { return mBase + getPassed(); }
     /// Bytes of the stream from the position on; 0 beyond its end.
     uint64 getRest() const;
     /// Goes to a position from the stream's start, after writing what is to be written.
@@ -45,11 +51,11 @@ public:
     /// The next byte, which stays the next; negative at the end of the stream.
     int32 peek();
 
-    /// Room for bytes to be filled by the caller, as if written. [at most SIZE]
+    /// Room for bytes to be filled by the caller, as if written. [at most MAX_ROOM]
     unsigned char* makeRoom(size_t count)
     {
         if (getReady() < count)
-            flush();
+            writePieces();
         unsigned char* const room = mCursor;
         mCursor += count;
         return room;
@@ -63,11 +69,24 @@ public:
     void seekEnd();
 
 private:
+    struct alignas(64) CacheLine
+    {
+        unsigned char mBytes[64];
+    };
+    // Streams copy whole pieces, fastest between places that lie alike within a cache line. Those in memory are mostly
+    // blocks of malloc, which begin so many bytes behind a page's start when they are large.
+    static constexpr size_t LEAD = 16;
+    static constexpr size_t WRITE_CAPACITY = WRITE_SIZE + MAX_ROOM;
+
     void attach(const SharedPtr<Stream>& stream, bool input);
     bool fill();
     void moveStream(uint64 position);
+    void writePieces();
+    void writeFront(size_t count);
+    size_t getPassed() const { return static_cast<size_t>(mCursor - mBegin); }
 
-    Vector<unsigned char> mBytes;
+    Vector<CacheLine> mLines;
+    unsigned char* mBegin = nullptr;
     unsigned char* mCursor = nullptr; // of the next byte
     unsigned char* mEnd = nullptr;    // of what has been read, or of the room to write
     uint64 mBase = 0;                 // position of the buffer's first byte

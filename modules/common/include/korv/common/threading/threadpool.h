@@ -6,6 +6,8 @@
 #include "korv/common/threading/spinlock.h"
 #include "korv/common/threading/task.h"
 
+#include <atomic>
+
 namespace KORV::Common::Threading
 {
 class Thread;
@@ -25,6 +27,8 @@ public:
     /// @param maxTasks  tasks that may wait in the queue. [0: two per thread]
     /// @return the pool; the caller deletes it.
     static ThreadPool* create(const Memory::AllocatorPtr& allocator, uint32 threadCount, uint32 maxTasks);
+    /// The same, but the threads start with the first task: a pool that gets none costs next to nothing.
+    static ThreadPool* createOnDemand(const Memory::AllocatorPtr& allocator, uint32 threadCount, uint32 maxTasks);
 
     /// Starts the threads. When the system refuses one, that is reported and the pool makes do with fewer.
     ThreadPool(uint32 threadCount, uint32 maxTasks);
@@ -33,6 +37,8 @@ public:
     /// Runs all queued tasks, then ends the threads.
     ~ThreadPool() override;
 
+    /// Starts the threads unless they have been. Throws OutOfMemoryException; there are none then.
+    void start();
     /// Queues a task behind all others; blocks while the queue is full. Owns the task from the call on, also when
     /// memory runs out. A null task is reported and refused. A pool without any thread runs the task at once.
     void appendTask(Task* task);
@@ -45,8 +51,8 @@ public:
     /// append.
     void waitForTasks();
 
-    /// Threads that run.
-    uint32 getNumThreads() const { return static_cast<uint32>(mThreads.size()); }
+    /// Threads that run, or will with the first task.
+    uint32 getNumThreads() const { return mStarted ? static_cast<uint32>(mThreads.size()) : mNumWanted; }
     uint32 getMaxTasks() const { return mMaxTasks; }
     /// One unit per queued entry.
     Semaphore& getTasksAvailable() { return mTasksAvailable; }
@@ -56,6 +62,9 @@ private:
 
     static constexpr uint32 LONGEST_PAUSE = 100; // between two looks at the queue [milliseconds]
 
+    ThreadPool(uint32 threadCount, uint32 maxTasks, bool startAtOnce);
+    template <class... Wanted>
+    static ThreadPool* createOn(const Memory::AllocatorPtr& allocator, Wanted... wanted);
     bool startWorker();
     void stopWorkers();
     void runHere(Task* task);
@@ -66,6 +75,9 @@ private:
     Semaphore mTasksAvailable;
     uint32 mMaxTasks = 0;
     Semaphore mFreeSlots;
+    uint32 mNumWanted; // threads to start
+    SpinLock mStartLock;
+    std::atomic<bool> mStarted{false};
     Container::Vector<Thread*> mThreads;
     Container::Vector<Worker*> mWorkers;
     TaskList mEndEntries;  // null entries that will end the workers, made early: a destructor must not need memory

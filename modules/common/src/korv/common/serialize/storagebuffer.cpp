@@ -23,9 +23,10 @@ void StorageBuffer::attachOutput(const SharedPtr<Stream>& stream)
 void StorageBuffer::attach(const SharedPtr<Stream>& stream, bool input)
 {
     mBase = stream->getPosition();
-    mBytes.resize(SIZE);
-    mCursor = mBytes.data();
-    mEnd = input ? mCursor : mCursor + SIZE;
+    mLines.resize((LEAD + (input ? READ_SIZE : WRITE_CAPACITY) + sizeof(CacheLine) - 1) / sizeof(CacheLine));
+    mBegin = reinterpret_cast<unsigned char*>(mLines.data()) + LEAD;
+    mCursor = mBegin;
+    mEnd = input ? mBegin : mBegin + WRITE_CAPACITY;
     mInput = input;
     mFailed = false;
     mStream = stream;
@@ -48,7 +49,7 @@ void StorageBuffer::detach() noexcept
     {
     }
     mStream.release();
-    mCursor = mEnd = mBytes.data();
+    mCursor = mEnd = mBegin;
     mBase = 0;
 }
 
@@ -62,10 +63,9 @@ void StorageBuffer::seek(uint64 position)
 {
     if (!mInput)
         flush();
-    unsigned char* const begin = mBytes.data();
-    if (mInput && position >= mBase && position - mBase <= static_cast<size_t>(mEnd - begin))
+    if (mInput && position >= mBase && position - mBase <= static_cast<size_t>(mEnd - mBegin))
     {
-        mCursor = begin + (position - mBase);
+        mCursor = mBegin + (position - mBase);
         return;
     }
     if (position > static_cast<uint64>(std::numeric_limits<int64>::max()))
@@ -86,8 +86,8 @@ void StorageBuffer::seekEnd()
 /// Starts again with an empty buffer where the stream now stands.
 void StorageBuffer::moveStream(uint64 position)
 {
-    mCursor = mBytes.data();
-    mEnd = mInput ? mCursor : mCursor + SIZE;
+    mCursor = mBegin;
+    mEnd = mInput ? mBegin : mBegin + WRITE_CAPACITY;
     mBase = position;
 }
 
@@ -114,7 +114,7 @@ int32 StorageBuffer::peek()
 bool StorageBuffer::fill()
 {
     moveStream(getPosition());
-    const uint64 length = std::min<uint64>(mStream->read(mBytes.data(), SIZE), SIZE);
+    const uint64 length = std::min<uint64>(mStream->read(mBegin, READ_SIZE), READ_SIZE);
     mEnd += length;
     return length > 0;
 }
@@ -123,7 +123,7 @@ void StorageBuffer::write(const void* source, size_t count)
 {
     for (size_t done = 0; done < count;)
     {
-        const size_t piece = std::min(count - done, SIZE);
+        const size_t piece = std::min(count - done, MAX_ROOM);
         std::memcpy(makeRoom(piece), static_cast<const unsigned char*>(source) + done, piece);
         done += piece;
     }
@@ -131,14 +131,28 @@ void StorageBuffer::write(const void* source, size_t count)
 
 void StorageBuffer::flush()
 {
-    const size_t count = static_cast<size_t>(mCursor - mBytes.data());
-    moveStream(mBase + count);
+    writeFront(getPassed());
+}
+
+/// Writes what lies before the last multiple of WRITE_SIZE in the stream. At least MAX_ROOM bytes are free afterwards.
+void StorageBuffer::writePieces()
+{
+    writeFront(getPassed() - static_cast<size_t>(getPosition() % WRITE_SIZE));
+}
+
+/// Writes the buffer's first bytes to the stream; the others move up.
+void StorageBuffer::writeFront(size_t count)
+{
     if (mFailed)
         throw new SerializeException("The stream has failed before, nothing more can be written to it");
     if (count == 0)
         return;
     mFailed = true; // unless the stream takes it all
-    mStream->write(mBytes.data(), count);
+    mStream->write(mBegin, count);
     mFailed = false;
+    const size_t rest = getPassed() - count;
+    std::memmove(mBegin, mBegin + count, rest);
+    mCursor = mBegin + rest;
+    mBase += count;
 }
 } // namespace KORV::Common::Serialize

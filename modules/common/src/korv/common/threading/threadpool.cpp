@@ -21,42 +21,67 @@
 
 namespace KORV::Common::Threading
 {
-ThreadPool* ThreadPool::create(const Memory::AllocatorPtr& allocator, uint32 threadCount, uint32 maxTasks)
+template <class... Wanted>
+ThreadPool* ThreadPool::createOn(const Memory::AllocatorPtr& allocator, Wanted... wanted)
 {
     if (allocator->isThreadSafe())
-        return new (allocator) ThreadPool(threadCount, maxTasks);
+        return new (allocator) ThreadPool(wanted...);
     const Memory::AllocatorPtr locked(new (allocator) Memory::ThreadSafeAllocator(allocator));
-    return new (locked) ThreadPool(threadCount, maxTasks);
+    return new (locked) ThreadPool(wanted...);
 }
 
-ThreadPool::ThreadPool(uint32 threadCount, uint32 maxTasks)
-    : mTaskQueue(getMemory()), mTasksAvailable(0, MAX_UNITS), mThreads(getMemory()), mWorkers(getMemory()),
-      mEndEntries(getMemory()), mQueueEmpty(0, MAX_UNITS)
+ThreadPool* ThreadPool::create(const Memory::AllocatorPtr& allocator, uint32 threadCount, uint32 maxTasks)
 {
-    const uint32 threads = threadCount != 0 ? threadCount : Thread::getNumberOfProcessors();
-    const uint64 places = maxTasks != 0 ? maxTasks : uint64{2} * threads;
+    return createOn(allocator, threadCount, maxTasks);
+}
+
+ThreadPool* ThreadPool::createOnDemand(const Memory::AllocatorPtr& allocator, uint32 threadCount, uint32 maxTasks)
+{
+    return createOn(allocator, threadCount, maxTasks, false);
+}
+
+ThreadPool::ThreadPool(uint32 threadCount, uint32 maxTasks) : ThreadPool(threadCount, maxTasks, true) {}
+
+ThreadPool::ThreadPool(uint32 threadCount, uint32 maxTasks, bool startAtOnce)
+    : mTaskQueue(getMemory()), mTasksAvailable(0, MAX_UNITS),
+      mNumWanted(threadCount != 0 ? threadCount : Thread::getNumberOfProcessors()), mThreads(getMemory()),
+      mWorkers(getMemory()), mEndEntries(getMemory()), mQueueEmpty(0, MAX_UNITS)
+{
+    const uint64 places = maxTasks != 0 ? maxTasks : uint64{2} * mNumWanted;
     mMaxTasks = static_cast<uint32>(std::min<uint64>(places, MAX_UNITS));
     mFreeSlots.init(mMaxTasks, MAX_UNITS);
     Debug::Trace::message(Debug::MessageText() << "KORV::Common::Threading::ThreadPool::ThreadPool"
                                                << " : "
-                                               << "Number of threads: " << threads);
-    try
-    {
-        bool started = true;
-        for (uint32 i = 0; i < threads && started; ++i)
-            started = startWorker();
-    }
-    catch (...)
-    {
-        stopWorkers(); // no destructor will run
-        throw;
-    }
+                                               << "Number of threads: " << mNumWanted);
+    if (startAtOnce)
+        start();
 }
 
 ThreadPool::~ThreadPool()
 {
     waitForTasks();
     stopWorkers();
+}
+
+void ThreadPool::start()
+{
+    if (mStarted.load(std::memory_order_acquire))
+        return;
+    const ScopedLock guard(mStartLock); // several threads may bring the first task
+    if (mStarted.load(std::memory_order_relaxed))
+        return;
+    try
+    {
+        bool started = true;
+        for (uint32 i = 0; i < mNumWanted && started; ++i)
+            started = startWorker();
+    }
+    catch (...)
+    {
+        stopWorkers(); // of a constructor that throws no destructor will run
+        throw;
+    }
+    mStarted.store(true, std::memory_order_release);
 }
 
 bool ThreadPool::startWorker()
@@ -104,6 +129,7 @@ void ThreadPool::stopWorkers()
     for (Worker* worker : mWorkers)
         delete worker;
     mWorkers.clear();
+    mEndEntries.clear(); // those of threads that have never started
 }
 
 void ThreadPool::appendTask(Task* task)
@@ -122,20 +148,22 @@ void ThreadPool::prependTask(Task* task)
 
 void ThreadPool::queueTask(Task* task, bool atFront)
 {
-    if (mThreads.empty())
-    {
-        runHere(task);
-        return;
-    }
     TaskList entry(getMemory());
     try
     {
-        entry.push_back(task);
+        start();
+        if (!mThreads.empty())
+            entry.push_back(task);
     }
     catch (...)
     {
         delete task;
         throw;
+    }
+    if (mThreads.empty())
+    {
+        runHere(task);
+        return;
     }
     mFreeSlots.wait();
     {
