@@ -1,7 +1,7 @@
-#include "korv/navmesh/childoverlaps.h"
+#include "korv/navmesh/voxels/childoverlaps.h"
 
 #include "korv/common/geom/geomutility.h"
-#include "korv/navmesh/leafcursor.h"
+#include "korv/navmesh/voxels/leafcursor.h"
 #include "support/test.h"
 
 #include <array>

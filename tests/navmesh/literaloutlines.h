@@ -1,6 +1,6 @@
 #pragma once
 
-#include "korv/navmesh/planedirections.h"
+#include "korv/navmesh/surfaces/planedirections.h"
 
 #include <deque>
 #include <list>

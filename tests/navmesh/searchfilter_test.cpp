@@ -1,8 +1,8 @@
 #include "korv/common/interface.h"
 #include "korv/common/memory/memoryexception.h"
-#include "korv/navmesh/linkgeometry.h"
 #include "korv/navmesh/navmeshpathsearch.h"
-#include "korv/navmesh/nodeplaces.h"
+#include "korv/navmesh/places/linkgeometry.h"
+#include "korv/navmesh/places/nodeplaces.h"
 #include "support/generate.h"
 #include "support/test.h"
 

@@ -1,5 +1,5 @@
 #include "korv/common/geom/geomutility.h"
-#include "korv/navmesh/surfaceextraction.h"
+#include "korv/navmesh/surfaces/surfaceextraction.h"
 #include "outlinechecks.h"
 #include "support/test.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "korv/navmesh/linkgeometry.h"
 #include "korv/navmesh/navmeshway.h"
+#include "korv/navmesh/places/linkgeometry.h"
 
 #include <gtest/gtest.h>
 

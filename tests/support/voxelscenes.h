@@ -2,11 +2,11 @@
 
 #include "korv/common/interface.h"
 #include "korv/common/threading/threadpool.h"
-#include "korv/navmesh/bridges.h"
-#include "korv/navmesh/finalpolygon.h"
 #include "korv/navmesh/navmeshoctree.h"
-#include "korv/navmesh/neighbourbits.h"
-#include "korv/navmesh/planedirections.h"
+#include "korv/navmesh/surfaces/bridges.h"
+#include "korv/navmesh/surfaces/finalpolygon.h"
+#include "korv/navmesh/surfaces/neighbourbits.h"
+#include "korv/navmesh/surfaces/planedirections.h"
 
 #include <memory>
 #include <vector>

@@ -2,8 +2,8 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/platform/prefetch.h"
-#include "korv/navmesh/linkgeometry.h"
-#include "korv/navmesh/navmeshqueries.h"
+#include "korv/navmesh/places/linkgeometry.h"
+#include "korv/navmesh/places/navmeshqueries.h"
 
 #include <algorithm>
 #include <cmath>

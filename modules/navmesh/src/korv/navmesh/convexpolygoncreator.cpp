@@ -2,8 +2,8 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/geom/geomutility.h"
-#include "korv/navmesh/flatpieces.h"
-#include "korv/navmesh/trianglerescue.h"
+#include "korv/navmesh/pieces/flatpieces.h"
+#include "korv/navmesh/pieces/trianglerescue.h"
 
 #include <algorithm>
 #include <cmath>

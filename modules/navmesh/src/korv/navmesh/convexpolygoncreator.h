@@ -2,7 +2,7 @@
 
 #include "korv/common/memory/memorymanaged.h"
 #include "korv/common/threading/spinlock.h"
-#include "korv/navmesh/chordsolver.h"
+#include "korv/navmesh/pieces/chordsolver.h"
 #include "korv/navmesh/rules.h"
 
 namespace KORV::NavMesh

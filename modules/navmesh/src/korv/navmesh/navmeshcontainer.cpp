@@ -2,7 +2,7 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/geom/geomutility.h"
-#include "korv/navmesh/navmeshqueries.h"
+#include "korv/navmesh/places/navmeshqueries.h"
 #include "korv/navmesh/recordcopies.h"
 
 #include <algorithm>

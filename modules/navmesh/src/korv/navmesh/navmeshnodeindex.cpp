@@ -18,11 +18,11 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/platform/prefetch.h"
-#include "korv/navmesh/boxtree.h"
-#include "korv/navmesh/navmeshqueries.h"
 #include "korv/navmesh/navmeshsearchfilter.h"
-#include "korv/navmesh/nodeplaces.h"
-#include "korv/navmesh/nodeshape.h"
+#include "korv/navmesh/places/boxtree.h"
+#include "korv/navmesh/places/navmeshqueries.h"
+#include "korv/navmesh/places/nodeplaces.h"
+#include "korv/navmesh/places/nodeshape.h"
 
 #include <cmath>
 #include <limits>

@@ -15,15 +15,15 @@
 #include "korv/common/debug/trace.h"
 #include "korv/common/geom/geomutility.h"
 #include "korv/common/threading/threadpool.h"
-#include "korv/navmesh/bridges.h"
-#include "korv/navmesh/finalpolygon.h"
-#include "korv/navmesh/leaffunction.h"
-#include "korv/navmesh/neighbourbits.h"
 #include "korv/navmesh/octreedepth.h"
 #include "korv/navmesh/stageclock.h"
-#include "korv/navmesh/surfaceextraction.h"
-#include "korv/navmesh/voxelinsertion.h"
-#include "korv/navmesh/voxeloutput.h"
+#include "korv/navmesh/surfaces/bridges.h"
+#include "korv/navmesh/surfaces/finalpolygon.h"
+#include "korv/navmesh/surfaces/neighbourbits.h"
+#include "korv/navmesh/surfaces/surfaceextraction.h"
+#include "korv/navmesh/voxels/leaffunction.h"
+#include "korv/navmesh/voxels/voxelinsertion.h"
+#include "korv/navmesh/voxels/voxeloutput.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/navmesh/astarnavmesh.h"
-#include "korv/navmesh/nodeplaces.h"
+#include "korv/navmesh/places/nodeplaces.h"
 
 #include <limits>
 #include <optional>

@@ -23,9 +23,9 @@
 
 #include "korv/common/debug/assert.h"
 #include "korv/common/platform/prefetch.h"
-#include "korv/navmesh/linkgeometry.h"
-#include "korv/navmesh/waydents.h"
-#include "korv/navmesh/wayfunnel.h"
+#include "korv/navmesh/places/linkgeometry.h"
+#include "korv/navmesh/places/waydents.h"
+#include "korv/navmesh/places/wayfunnel.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,0 +1,254 @@
+#include "korv/navmesh/pieces/chordsolver.h"
+
+#include "korv/common/debug/assert.h"
+
+#include <algorithm>
+
+// Splits one outline into convex pieces of minimal total chord length.
+//
+// Idea: cost(i, k) is the cheapest way to split the stretch of outline from corner i to corner k. The piece against
+// chord (i, k) is a convex chain of corners that all see i and k; each of its sides is an outline edge or a chord with
+// a cost of its own. A chain from i has nothing to do with k, except that all its corners must see k. So one search per
+// first corner i, over all corners that i sees, prices every chord (i, k), from the last first corner down.
+//
+// When the shared search is exact for (i, k): it takes the minimum over more chains than the search for (i, k) alone,
+// so its cost is a lower bound; and when all corners of its cheapest chain see k, the lower bound is reached, with the
+// same sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) Two things
+// break the argument: corners at which convexity is out of order, see ChordTable, and chains that had to take a corner
+// which is not convex.
+//
+// Chains with a corner that k does not see are common at a reflex corner i: there the piece itself may be reflex, with
+// a first side that lies more than half a turn from (i, k). A second search over the window of corners from the first
+// one that sees k leaves these out. It serves the next chords too, for which the window may begin a little early; it is
+// opened anew when that is too early. The argument is the same. Such chains are common too where a wall that is not
+// along the voxels makes steps: three of its corners in a row are straight within the tolerance, yet one hides the
+// other. There the next best chains are looked through, by their lower bounds. What is left gets a search of its own.
+//
+// Memory: the visible pairs, and the chains of one search at a time. Only costs are kept; the chains of the pieces that
+// are really used are searched again at the end. Time: about cubic in the corners that see each other. No recursion.
+//
+// Source: J. M. Keil, J. Snoeyink, "On the Time Bound for Convex Decomposition of Simple Polygons", Int. J. Comput.
+// Geom. Appl. 12(3), 2002. It minimises the number of pieces; here the total length of the chords is minimised.
+
+namespace KORV::NavMesh
+{
+ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
+    : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
+      mOwn(mTable, allocator), mUnordered(allocator), mCorners(allocator)
+{
+}
+
+ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
+{
+    mRootCost = ChordTable::UNSOLVED;
+    mNumOwnSearches = 0;
+    if (!mTable.build(stop))
+        return Result::STOPPED;
+    mShared.reset();
+    mWindow.reset();
+    mOwn.reset();
+    for (int32 i = mOutline.size() - 2; i >= 0; --i)
+    {
+        if (stop.load(std::memory_order_relaxed))
+            return Result::STOPPED;
+        solveFrom(i);
+        mShared.countSides(i);
+        mWindow.countSides(i);
+        mOwn.countSides(i);
+    }
+    return mRootCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
+}
+
+/// Prices all chords that start at a corner.
+void ChordSolver::solveFrom(int32 i)
+{
+    mShared.begin(i, mTable.laterBegin(i), mTable.laterEnd(i));
+    mUnordered.clear();
+    mWindowStart = nullptr;
+    ChordTable::Side* side = mTable.sidesBegin(i);
+    for (const int32* k = mTable.laterBegin(i); k != mTable.laterEnd(i); ++k)
+    {
+        if (mTable.isRoot(i, *k))
+            mRootCost = solveChord(i, *k, mTable.direction(i, *k));
+        if (side != mTable.sidesEnd(i) && side->mTo == *k)
+        {
+            if (i + 1 != *k)
+                side->mCost = solveChord(i, *k, side->mDirection);
+            mShared.addFirstSide(*k, *side);
+            ++side;
+        }
+        mShared.pass(*k);
+        if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
+            mUnordered.push_back(*k);
+    }
+}
+
+/// Prices a chord with the widest search that is exact for it.
+float ChordSolver::solveChord(int32 i, int32 k, const Vec2<float>& direction)
+{
+    const int32 best = mShared.findClosing(k, {-direction.mX, -direction.mY});
+    const bool exact = (isTrustworthy(mShared, k) && mShared.isChainSeen(best, k)) || doAllSee(i, k);
+    if (!exact)
+        return chordCost(i, k, priceOwn(i, k, direction));
+    return chordCost(i, k, best >= 0 ? mShared.getRecord(best).mCost : ChordTable::UNSOLVED);
+}
+
+/// The cost of the chain against a chord for which the shared search is not exact.
+float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction)
+{
+    int32 best = searchWindow(i, k, direction);
+    ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
+    if (isTrustworthy(search, k))
+    {
+        if (mWindowStart != nullptr && mWindow.isChainSeen(best, k))
+            return best >= 0 ? mWindow.getRecord(best).mCost : ChordTable::UNSOLVED;
+        float cost = 0.0f;
+        if (search.priceSeenChains(cost, k, {-direction.mX, -direction.mY}))
+            return cost;
+    }
+    best = searchChord(i, k, direction);
+    return best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
+}
+
+float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
+{
+    return chainCost < ChordTable::UNSOLVED ? mOutline.way(i, k).getLength() + chainCost : ChordTable::UNSOLVED;
+}
+
+/// Whether the costs of a search that has passed all its corners before k are lower bounds for k.
+bool ChordSolver::isTrustworthy(const ChainSearch& search, int32 k) const
+{
+    return !search.wasForced() && std::none_of(mUnordered.begin(), mUnordered.end(),
+                                               [this, k](int32 corner) { return mTable.sees(corner, k); });
+}
+
+/// Whether all corners between i and k that i sees also see k.
+bool ChordSolver::doAllSee(int32 i, int32 k) const
+{
+    const int32* const begin = mTable.laterBegin(i);
+    return std::all_of(begin, std::lower_bound(begin, mTable.laterEnd(i), k),
+                       [this, k](int32 corner) { return mTable.sees(corner, k); });
+}
+
+/// The cheapest chain from i to k over a window, which is left closed where it is no use.
+int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& direction)
+{
+    const int32* start = mTable.laterBegin(i);
+    while (!mTable.sees(*start, k) && *start != k)
+        ++start;
+    if (mWindowStart != nullptr && mWindowStart <= start)
+    {
+        const int32 best = closeInWindow(i, k, direction);
+        if (mWindowStart == start || mWindow.isChainSeen(best, k))
+            return best;
+    }
+    mWindowStart = nullptr;
+    if (start == mTable.laterBegin(i) || *start == k)
+        return ChainSearch::NONE;
+    openWindow(i, start);
+    return closeInWindow(i, k, direction);
+}
+
+void ChordSolver::openWindow(int32 i, const int32* start)
+{
+    mWindowStart = start;
+    mWindowNext = start;
+    mWindowSide = mTable.sidesBegin(i);
+    mWindow.begin(i, start, mTable.laterEnd(i));
+}
+
+int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& direction)
+{
+    for (; *mWindowNext != k; ++mWindowNext)
+    {
+        while (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo < *mWindowNext)
+            ++mWindowSide;
+        if (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo == *mWindowNext)
+            mWindow.addFirstSide(*mWindowNext, *mWindowSide);
+        mWindow.pass(*mWindowNext);
+    }
+    return mWindow.findClosing(k, {-direction.mX, -direction.mY});
+}
+
+/// The cheapest chain from i to k over the corners that see both.
+int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& direction)
+{
+    ++mNumOwnSearches;
+    mCorners.clear();
+    for (const int32* corner = mTable.laterBegin(i); *corner != k; ++corner)
+    {
+        if (mTable.sees(*corner, k))
+            mCorners.push_back(*corner);
+    }
+    mCorners.push_back(k);
+    mOwn.begin(i, mCorners.data(), mCorners.data() + mCorners.size());
+    const ChordTable::Side* side = mTable.sidesBegin(i);
+    for (size_t at = 0; at + 1 < mCorners.size(); ++at)
+    {
+        while (side != mTable.sidesEnd(i) && side->mTo < mCorners[at])
+            ++side;
+        if (side != mTable.sidesEnd(i) && side->mTo == mCorners[at])
+            mOwn.addFirstSide(mCorners[at], *side);
+        mOwn.pass(mCorners[at]);
+    }
+    return mOwn.findClosing(k, {-direction.mX, -direction.mY});
+}
+
+void ChordSolver::extract(ConvexPieces& pieces)
+{
+    struct Open
+    {
+        int32 mFirst;
+        int32 mLast;
+        int32 mParent;
+    };
+    Vector<Open> queue(mCorners.get_allocator());
+    queue.push_back({0, mOutline.size() - 1, -1});
+    for (size_t current = 0; current < queue.size(); ++current)
+    {
+        const Open open = queue[current];
+        const size_t start = pieces.mCorners.size();
+        appendPiece(pieces, open.mFirst, open.mLast);
+        for (size_t at = start; at + 1 < pieces.mCorners.size(); ++at)
+        {
+            const int32 q = pieces.mCorners[at];
+            const int32 j = pieces.mCorners[at + 1];
+            if (j + 1 == q)
+            {
+                pieces.mNeighbours.push_back(-1);
+                continue;
+            }
+            [[maybe_unused]] const bool fits =
+                KORV_ASSERT(queue.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
+                            "number of new polygons cannot be bigger than number of edges from the source polygon");
+            pieces.mNeighbours.push_back(static_cast<int32>(queue.size()));
+            queue.push_back({j, q, static_cast<int32>(current)});
+        }
+        pieces.mNeighbours.push_back(open.mParent);
+    }
+}
+
+/// Appends the corners of the piece against chord (i, k), from k down to i.
+void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
+{
+    int32 record = searchChord(i, k, mTable.direction(i, k));
+    pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
+    pieces.mCorners.push_back(k);
+    // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
+    [[maybe_unused]] const bool sound =
+        KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
+        KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found") &&
+        KORV_ASSERT(mOutline.way(k, i).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
+                    "cannot normalize null length vector");
+    for (; record >= 0; record = mOwn.getRecord(record).mPrevious)
+    {
+        const int32 corner = mOwn.getRecord(record).mFrom;
+        [[maybe_unused]] const bool descending =
+            KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
+        [[maybe_unused]] const bool apart =
+            KORV_ASSERT(mOutline.way(pieces.mCorners.back(), corner).getLength() != 0.0f, "tmp1.getLength() != 0.0f",
+                        "cannot normalize null length vector");
+        pieces.mCorners.push_back(corner);
+    }
+}
+} // namespace KORV::NavMesh

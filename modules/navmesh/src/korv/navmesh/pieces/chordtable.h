@@ -1,0 +1,124 @@
+#pragma once
+
+#include "korv/navmesh/pieces/outlinevisibility.h"
+
+#include <atomic>
+
+namespace KORV::NavMesh
+{
+/// An outline that has been moved into its plane: clockwise, interior to the right of each edge.
+struct PlaneOutline
+{
+    explicit PlaneOutline(Common::Memory::Allocator* allocator)
+        : mPoints(allocator), mUnmoved(allocator), mReflex(allocator)
+    {
+    }
+
+    int32 size() const { return static_cast<int32>(mPoints.size()); }
+    const Vec2<float>& operator[](int32 corner) const { return mPoints[static_cast<size_t>(corner)]; }
+    /// From one corner to another, as lengths and turns are measured.
+    Vec2<float> way(int32 from, int32 to) const
+    {
+        const Vector<Vec2<float>>& points = mUnmoved.empty() ? mPoints : mUnmoved;
+        return points[static_cast<size_t>(to)] - points[static_cast<size_t>(from)];
+    }
+    bool isReflex(int32 corner) const { return mReflex[static_cast<size_t>(corner)] != 0; }
+
+    Vector<Vec2<float>> mPoints;  ///< decide what sees what
+    Vector<Vec2<float>> mUnmoved; ///< lengths and turns are those of these, unless there are none
+    Vector<uint8> mReflex;        ///< 1: the interior angle is 180 degrees or more, or nearly so
+};
+
+/// The pairs of corners that see each other, with what the search for pieces needs to know about each.
+/// Memory: 8 bytes for each pair that sees each other, and 20 for each that may bound a piece. Fails with the
+/// allocator's exception only.
+class ChordTable
+{
+public:
+    static constexpr float UNSOLVED = 3.4028235e+38f;
+
+    /// A side of pieces, stored with its first corner: an edge of the outline or a chord with a reflex end.
+    struct Side
+    {
+        int32 mTo;              ///< the later corner
+        float mCost;            ///< cheapest total chord length of the part it cuts off, itself included
+        Vec2<float> mDirection; ///< of unit length
+    };
+
+    /// What is known about the turns at a corner, between sides that arrive from earlier corners and leave to later
+    /// ones.
+    enum class Turns : uint8
+    {
+        ALL,      ///< every turn is convex, also back to an earlier corner than that of arrival
+        ORDERED,  ///< from the arrivals up to one which grows with the corner that is left for
+        UNORDERED ///< float noise decides: the answers depend on which corners take part
+    };
+
+    /// @param outline  is referred to; it may change between two calls of build.
+    ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator);
+
+    /// Fills the table for the outline as it is now. @return false when @p stop was raised; the table is then of no
+    /// use.
+    bool build(const std::atomic<bool>& stop);
+
+    const PlaneOutline& getOutline() const { return mOutline; }
+    /// Corners after i that see it, increasing.
+    const int32* laterBegin(int32 i) const { return mLater.data() + mLaterStart[static_cast<size_t>(i)]; }
+    const int32* laterEnd(int32 i) const { return mLater.data() + mLaterStart[static_cast<size_t>(i) + 1]; }
+    /// Whether corner k, which comes after i, sees it.
+    bool sees(int32 i, int32 k) const
+    {
+        const size_t bit = static_cast<size_t>(i) * mRowBits + static_cast<size_t>(k);
+        return mRowBits > 0 ? (mSeeing[bit / 64] >> (bit % 64) & 1) != 0 : isListed(i, k);
+    }
+    /// Sides that start at i, by increasing later corner.
+    Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
+    Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
+    /// Number of sides that end at k.
+    uint32 numArrivals(int32 k) const
+    {
+        return mArrivalStart[static_cast<size_t>(k) + 1] - mArrivalStart[static_cast<size_t>(k)];
+    }
+
+    /// The closing edge of the outline is no side, though it joins first and last corner.
+    bool isRoot(int32 i, int32 k) const { return i == 0 && k == mOutline.size() - 1; }
+    /// Whether the edge that ends at k joins corners that don't see each other: degenerate outlines have that.
+    bool isEdgeHidden(int32 k) const { return mEdgeHidden[static_cast<size_t>(k)] != 0; }
+    Turns getTurns(int32 p) const { return mTurns[static_cast<size_t>(p)]; }
+    /// Of unit length, unless the corners coincide.
+    Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline.way(a, b)); }
+
+private:
+    bool isListed(int32 i, int32 k) const;
+    bool findVisible(const std::atomic<bool>& stop);
+    void appendSides(int32 i);
+    void transpose();
+    void gatherDirections(int32 p);
+    Turns classifyTurns(int32 p);
+    bool turnOneWay();
+    bool turnWithinHalf() const;
+    bool isOrderClear() const;
+    bool isOrdered() const;
+
+    const PlaneOutline& mOutline;
+    OutlineVisibility mVisibility;
+    Vector<uint32> mLaterStart;
+    Vector<int32> mLater;
+    Vector<uint64> mSeeing; // the same as bits, for outlines that are not too large
+    size_t mRowBits = 0;    // 0: no bits
+    Vector<uint32> mSideStart;
+    Vector<Side> mSides;
+    Vector<uint32> mArrivalStart;
+    Vector<uint32> mArrivals; // sides by their later corner
+    Vector<uint8> mEdgeHidden;
+    Vector<Turns> mTurns;
+    Vector<Vec2<float>> mLeaving;  // directions of the sides at the corner at hand
+    Vector<Vec2<float>> mArriving; // likewise, on their way to it
+};
+
+/// Whether a turn is to the right, straight on, or to the left by no more than 0.0001 (as sine).
+inline bool turnsConvex(const Vec2<float>& arriving, const Vec2<float>& leaving)
+{
+    return cross(arriving, leaving) <= 0.0001f;
+}
+} // namespace KORV::NavMesh

@@ -1,0 +1,360 @@
+#include "korv/navmesh/pieces/edgeboxes.h"
+
+#include "korv/common/geom/intersect/lineintersect.h"
+#include "korv/navmesh/floatlanes.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <limits>
+
+// The nearest hit depends on the order of the edges: hits within a tolerance of the best one so far compete by their
+// midpoints, but do not move the distance that later ones are compared with. So a ray gathers the hits close to the
+// nearest one, and replays them in the order of the edges. A hit beyond a gap of more than the tolerance takes no part:
+// it is thrown out by the first hit before the gap, or never let in.
+//
+// Edges lie in boxes of eight, these in groups of eight, and so on. A box is passed over when it lies beside the ray,
+// behind it, or beyond the nearest hit so far. That must never lose a hit that the specified arithmetic reports, so
+// boxes grow by what float arithmetic can be off: laterally by a share of the largest coordinate. Along the ray it can
+// be off by much more, since the arithmetic divides by a sine that may be as small as 1e-4: there the error grows with
+// the length of the edges and with the distance.
+//
+// The ray of before from the same corner is a good guess: its run of edges is looked at first, and bounds the rest.
+
+namespace KORV::NavMesh
+{
+using Common::Geom::Intersect::LineRay;
+
+namespace
+{
+constexpr float NO_HIT = std::numeric_limits<float>::max();
+constexpr float TIE = 0.0001f;
+/// Hits farther behind the nearest are not kept.
+constexpr float MAX_CLUSTER = 100.0f * TIE;
+/// Fewer hits than this within MAX_CLUSTER leave a gap of more than the tolerance.
+constexpr size_t MAX_HITS = 48;
+// LineRay: edges nearer to parallel don't meet, and the ends reach beyond.
+constexpr float PARALLEL = 0.0001f;
+constexpr float BEFORE_EDGE = -0.0001f;
+constexpr float BEYOND_EDGE = 1.0001f;
+/// The same with room for rounding.
+constexpr double END_SLACK = 0.0002;
+/// Lateral errors: about 2.4e-6 of the largest coordinate, of the box test and of LineRay together.
+constexpr double NOISE = 5e-6;
+/// Errors along the ray, by unit of edge length and of distance: those of LineRay add up to 1.4e-2.
+constexpr double GROWTH = 2e-2;
+/// From the centre of a box to the farthest point of its edges, and their length, in half extents.
+constexpr double GROWTH_REACH = 6.0;
+constexpr double MAX_COORDINATE = 1e12;
+/// Of the distance that edges are sorted out by; more than its rounding.
+constexpr float BOUND_SLACK = 1.0001f;
+} // namespace
+
+struct EdgeBoxes::Ray
+{
+    Ray(const Vec2<float>& origin, const Vec2<float>& dir)
+        : mLanesX(sameLanes(dir.mX)), mLanesY(sameLanes(dir.mY)), mOrigin(origin), mDir(dir)
+    {
+    }
+
+    FloatLanes mLanesX; // of the direction
+    FloatLanes mLanesY;
+    Vec2<float> mOrigin;
+    Vec2<float> mDir;
+};
+
+EdgeBoxes::BoxGroup::BoxGroup()
+{
+    std::fill_n(mX, FAN_OUT, 0.0f);
+    std::fill_n(mY, FAN_OUT, 0.0f);
+    std::fill_n(mHalfX, FAN_OUT, -NO_HIT / 4.0f); // no ray comes near
+    std::fill_n(mHalfY, FAN_OUT, -NO_HIT / 4.0f);
+    std::fill_n(mGrowth, FAN_OUT, 0.0f);
+    std::fill_n(mGrowthHere, FAN_OUT, 0.0f);
+}
+
+EdgeBoxes::EdgeBoxes(const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator)
+    : mPolygon(polygon), mRuns(allocator), mGroups(allocator), mTopGroups(allocator), mRoots(allocator),
+      mLastRun(allocator), mHits(allocator)
+{
+}
+
+void EdgeBoxes::build()
+{
+    mN = static_cast<int32>(mPolygon.size());
+    mBounded = measure();
+    if (!mBounded)
+        return;
+    fillRuns();
+    if (!needsBoxes())
+        return;
+    fillGroups();
+    mLastRun.resize(mPolygon.size());
+    for (size_t corner = 0; corner < mLastRun.size(); ++corner)
+        mLastRun[corner] = static_cast<uint32>(corner / FAN_OUT);
+}
+
+bool EdgeBoxes::measure()
+{
+    double reach = 0.0;
+    for (const Vec2<float>& point : mPolygon)
+    {
+        const double farther =
+            std::max(std::fabs(static_cast<double>(point.mX)), std::fabs(static_cast<double>(point.mY)));
+        if (!(farther <= MAX_COORDINATE)) // nor one that is not a number
+            return false;
+        reach = std::max(reach, farther);
+    }
+    mNoise = NOISE * reach;
+    return true;
+}
+
+void EdgeBoxes::fillRuns()
+{
+    mRuns.assign((mPolygon.size() + FAN_OUT - 1) / FAN_OUT, EdgeRun());
+    for (int32 edge = 0; edge < mN; ++edge)
+    {
+        EdgeRun& run = mRuns[static_cast<size_t>(edge) / FAN_OUT];
+        const size_t place = static_cast<size_t>(edge) % FAN_OUT;
+        const Vec2<float> along = point(next(edge)) - point(edge);
+        run.mX[place] = point(edge).mX;
+        run.mY[place] = point(edge).mY;
+        run.mEdgeX[place] = along.mX;
+        run.mEdgeY[place] = along.mY;
+    }
+}
+
+void EdgeBoxes::fillGroups()
+{
+    mGroups.assign((mRuns.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
+    mTopGroups.assign((mGroups.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
+    Vector<Box> tops(mTopGroups.size(), Box(), mGroups.get_allocator());
+    for (size_t group = 0; group < mGroups.size(); ++group)
+    {
+        const size_t first = group * FAN_OUT;
+        Box whole = boxOfRun(first);
+        for (size_t run = first; run < std::min(first + FAN_OUT, mRuns.size()); ++run)
+        {
+            const Box box = boxOfRun(run);
+            putBox(mGroups[group], run - first, box);
+            whole = unite(whole, box);
+        }
+        putBox(mTopGroups[group / FAN_OUT], group % FAN_OUT, whole);
+        Box& top = tops[group / FAN_OUT];
+        top = group % FAN_OUT == 0 ? whole : unite(top, whole);
+    }
+    mRoots.assign((tops.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
+    for (size_t top = 0; top < tops.size(); ++top)
+        putBox(mRoots[top / FAN_OUT], top % FAN_OUT, tops[top]);
+}
+
+EdgeBoxes::Box EdgeBoxes::boxOfRun(size_t run) const
+{
+    const double infinite = std::numeric_limits<double>::infinity();
+    Box box{infinite, infinite, -infinite, -infinite, 0.0};
+    const int32 first = static_cast<int32>(run * FAN_OUT);
+    for (int32 edge = first; edge < std::min(first + static_cast<int32>(FAN_OUT), mN); ++edge)
+    {
+        const Vec2<float>& a = point(edge);
+        const Vec2<float>& b = point(next(edge));
+        const double slackX = END_SLACK * std::fabs(static_cast<double>(b.mX) - static_cast<double>(a.mX));
+        const double slackY = END_SLACK * std::fabs(static_cast<double>(b.mY) - static_cast<double>(a.mY));
+        const double length = (slackX + slackY) / END_SLACK;
+        box = unite(box, {std::min(a.mX, b.mX) - slackX, std::min(a.mY, b.mY) - slackY, std::max(a.mX, b.mX) + slackX,
+                          std::max(a.mY, b.mY) + slackY, length});
+    }
+    return box;
+}
+
+EdgeBoxes::Box EdgeBoxes::unite(const Box& a, const Box& b)
+{
+    return {std::min(a.mMinX, b.mMinX), std::min(a.mMinY, b.mMinY), std::max(a.mMaxX, b.mMaxX),
+            std::max(a.mMaxY, b.mMaxY), std::max(a.mLongest, b.mLongest)};
+}
+
+void EdgeBoxes::putBox(BoxGroup& group, size_t place, const Box& box) const
+{
+    const double halfX = (box.mMaxX - box.mMinX) * 0.5 + mNoise;
+    const double halfY = (box.mMaxY - box.mMinY) * 0.5 + mNoise;
+    const double growth = GROWTH * box.mLongest;
+    group.mX[place] = static_cast<float>((box.mMinX + box.mMaxX) * 0.5);
+    group.mY[place] = static_cast<float>((box.mMinY + box.mMaxY) * 0.5);
+    group.mHalfX[place] = static_cast<float>(halfX);
+    group.mHalfY[place] = static_cast<float>(halfY);
+    group.mGrowth[place] = static_cast<float>(growth);
+    group.mGrowthHere[place] = static_cast<float>(growth * GROWTH_REACH * (halfX + halfY));
+}
+
+float EdgeBoxes::squaredMidpointDistance(int32 edge, int32 from) const
+{
+    const Vec2<float> offset = (point(edge) + point(next(edge))) * 0.5f - point(from);
+    return dot(offset, offset);
+}
+
+void EdgeBoxes::take(Nearest& nearest, const Hit& hit, int32 from) const
+{
+    if (hit.mDistance > nearest.mDistance + TIE || hit.mDistance <= TIE)
+        return;
+    if (hit.mDistance <= nearest.mDistance - TIE)
+        nearest = {hit.mDistance, hit.mEdge};
+    else if (hit.mDistance < nearest.mDistance + TIE &&
+             squaredMidpointDistance(hit.mEdge, from) < squaredMidpointDistance(nearest.mEdge, from))
+        nearest.mEdge = hit.mEdge;
+}
+
+int32 EdgeBoxes::findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const
+{
+    Nearest nearest{NO_HIT, -1};
+    for (int32 edge = 0; edge < mN; ++edge)
+    {
+        float distance = 0.0f;
+        if (cross(dir, point(next(edge)) - point(edge)) < 0.0f &&
+            LineRay(distance, point(from), dir, point(edge), point(next(edge))))
+            take(nearest, {edge, distance}, from);
+    }
+    return nearest.mEdge;
+}
+
+int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
+{
+    if (!mBounded)
+        return findNearestEdgeOfAll(from, dir);
+    const Ray ray(point(from), dir);
+    mNearestHit = NO_HIT;
+    mHits.clear();
+    if (!needsBoxes())
+    {
+        for (size_t run = 0; run < mRuns.size(); ++run)
+            meetRun(run, ray);
+        return choose(from, dir);
+    }
+    mFirstRun = mLastRun[static_cast<size_t>(from)];
+    meetRun(mFirstRun, ray);
+    meetRoots(ray);
+    const int32 edge = choose(from, dir);
+    if (edge >= 0)
+        mLastRun[static_cast<size_t>(from)] = static_cast<uint32>(edge) / static_cast<uint32>(FAN_OUT);
+    return edge;
+}
+
+/// Boxes around a single one below are passed over.
+void EdgeBoxes::meetRoots(const Ray& ray)
+{
+    if (mGroups.size() == 1)
+        return meetRunsOfGroup(0, ray);
+    if (mTopGroups.size() == 1)
+        return meetTopGroup(0, ray);
+    for (size_t root = 0; root < mRoots.size(); ++root)
+    {
+        for (uint32 tops = meetGroup(mRoots[root], ray); tops != 0; tops &= tops - 1)
+            meetTopGroup(root * FAN_OUT + static_cast<size_t>(std::countr_zero(tops)), ray);
+    }
+}
+
+void EdgeBoxes::meetTopGroup(size_t top, const Ray& ray)
+{
+    for (uint32 groups = meetGroup(mTopGroups[top], ray); groups != 0; groups &= groups - 1)
+        meetRunsOfGroup(top * FAN_OUT + static_cast<size_t>(std::countr_zero(groups)), ray);
+}
+
+void EdgeBoxes::meetRunsOfGroup(size_t group, const Ray& ray)
+{
+    for (uint32 runs = meetGroup(mGroups[group], ray); runs != 0; runs &= runs - 1)
+    {
+        const size_t run = group * FAN_OUT + static_cast<size_t>(std::countr_zero(runs));
+        if (run != mFirstRun)
+            meetRun(run, ray);
+    }
+}
+
+/// A bit for each box that the ray may meet edges in, up to the nearest hit.
+inline uint32 EdgeBoxes::meetGroup(const BoxGroup& group, const Ray& ray) const
+{
+    const FloatLanes dirX = ray.mLanesX;
+    const FloatLanes dirY = ray.mLanesY;
+    const FloatLanes sizeX = absoluteLanes(dirX);
+    const FloatLanes sizeY = absoluteLanes(dirY);
+    const float bound = mNearestHit + MAX_CLUSTER;
+    MaskLanes met[2];
+    for (size_t half = 0; half < 2; ++half)
+    {
+        const size_t at = half * NUM_LANES;
+        const FloatLanes x = loadLanes(group.mX + at) - ray.mOrigin.mX;
+        const FloatLanes y = loadLanes(group.mY + at) - ray.mOrigin.mY;
+        const FloatLanes halfX = loadLanes(group.mHalfX + at);
+        const FloatLanes halfY = loadLanes(group.mHalfY + at);
+        const FloatLanes along = dirX * x + dirY * y;
+        const FloatLanes lateral = dirX * y - dirY * x;
+        const FloatLanes reach = sizeX * halfX + sizeY * halfY + loadLanes(group.mGrowthHere + at) +
+                                 loadLanes(group.mGrowth + at) * absoluteLanes(along);
+        met[half] = (absoluteLanes(lateral) <= sizeX * halfY + sizeY * halfX) & (along + reach >= 0.0f) &
+                    (along - reach <= bound);
+    }
+    return gatherBits(met[0], met[1]);
+}
+
+/// Adds the hits of eight edges. A division takes longer than all the rest, so most are sorted out by products: those
+/// whose quotients, which rounding moves by a millionth, would be out of range by some more.
+inline void EdgeBoxes::meetRun(size_t run, const Ray& ray)
+{
+    const EdgeRun& edges = mRuns[run];
+    const float bound = (mNearestHit + MAX_CLUSTER) * BOUND_SLACK;
+    MaskLanes met[2];
+    for (size_t half = 0; half < 2; ++half)
+    {
+        const size_t at = half * NUM_LANES;
+        const FloatLanes x = ray.mOrigin.mX - loadLanes(edges.mX + at);
+        const FloatLanes y = ray.mOrigin.mY - loadLanes(edges.mY + at);
+        const FloatLanes edgeX = loadLanes(edges.mEdgeX + at);
+        const FloatLanes edgeY = loadLanes(edges.mEdgeY + at);
+        const FloatLanes denominator = edgeY * ray.mLanesX - edgeX * ray.mLanesY;
+        const FloatLanes place = ray.mLanesX * y - ray.mLanesY * x;
+        const FloatLanes distance = edgeX * y - edgeY * x;
+        met[half] = (denominator <= -PARALLEL) & (place <= denominator * (2.0f * BEFORE_EDGE)) &
+                    (place >= denominator * (BEYOND_EDGE + TIE)) & (distance < 0.0f) &
+                    (distance >= denominator * bound);
+    }
+    for (uint32 hits = gatherBits(met[0], met[1]); hits != 0; hits &= hits - 1)
+        meetEdge(run, static_cast<size_t>(std::countr_zero(hits)), ray);
+}
+
+/// Adds the hit of an edge: the specified test, operation by operation.
+void EdgeBoxes::meetEdge(size_t run, size_t place, const Ray& ray)
+{
+    const EdgeRun& edges = mRuns[run];
+    const float x = ray.mOrigin.mX - edges.mX[place];
+    const float y = ray.mOrigin.mY - edges.mY[place];
+    const float edgeX = edges.mEdgeX[place];
+    const float edgeY = edges.mEdgeY[place];
+    const float denominator = edgeY * ray.mDir.mX - edgeX * ray.mDir.mY;
+    const float share = (ray.mDir.mX * y - ray.mDir.mY * x) / denominator;
+    const float distance = (edgeX * y - edgeY * x) / denominator;
+    if (!(denominator <= -PARALLEL && share >= BEFORE_EDGE && share <= BEYOND_EDGE && distance > TIE &&
+          distance <= mNearestHit + MAX_CLUSTER))
+        return;
+    mHits.push_back({static_cast<int32>(run * FAN_OUT + place), distance});
+    mNearestHit = std::min(mNearestHit, distance);
+}
+
+int32 EdgeBoxes::choose(int32 from, const Vec2<float>& dir)
+{
+    if (mHits.size() <= 1)
+        return mHits.empty() ? -1 : mHits[0].mEdge;
+    const float bound = mNearestHit + MAX_CLUSTER;
+    size_t kept = 0;
+    for (const Hit& hit : mHits)
+    {
+        if (hit.mDistance <= bound)
+            mHits[kept++] = hit;
+    }
+    if (kept >= MAX_HITS)
+        return findNearestEdgeOfAll(from, dir);
+    if (kept > 1)
+        std::sort(mHits.begin(), mHits.begin() + static_cast<int64>(kept),
+                  [](const Hit& a, const Hit& b) { return a.mEdge < b.mEdge; });
+    Nearest nearest{NO_HIT, -1};
+    for (size_t hit = 0; hit < kept; ++hit)
+        take(nearest, mHits[hit], from);
+    return nearest.mEdge;
+}
+} // namespace KORV::NavMesh

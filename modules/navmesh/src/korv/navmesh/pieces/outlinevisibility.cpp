@@ -1,0 +1,247 @@
+#include "korv/navmesh/pieces/outlinevisibility.h"
+
+#include "korv/common/debug/assert.h"
+#include "korv/navmesh/floatlanes.h"
+
+#include <algorithm>
+#include <bit>
+
+// A sweep walks around the outline from corner i. A reflex corner at which the outline turns away from i casts a
+// shadow: what lies between it and the edge that its ray meets is hidden, and the sweep goes on there.
+//
+// Only reflex corners can cast one. Whether they do is asked for 64 at a time, one bit each, and the sweep goes from
+// bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
+// corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
+
+namespace KORV::NavMesh
+{
+namespace
+{
+/// A chain that turns away by less still counts as turning around the corner.
+constexpr float TURN_TOLERANCE = 0.0001f;
+constexpr size_t WORD = 64;
+constexpr size_t STEP = 2 * NUM_LANES;
+constexpr uint64 ALL = ~uint64(0);
+constexpr size_t NO_WORD = ~size_t(0);
+} // namespace
+
+OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
+                                     Common::Memory::Allocator* allocator)
+    : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSeen(allocator), mCorners(allocator),
+      mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator)
+{
+}
+
+void OutlineVisibility::build()
+{
+    mN = static_cast<int32>(mPolygon.size());
+    mBoxes.build();
+    mSeen.resize((mPolygon.size() + WORD - 1) / WORD);
+    mCorners.clear();
+    mRanks.clear();
+    for (int32 k = 0; k < mN; ++k)
+    {
+        mRanks.push_back(static_cast<int32>(mCorners.size()));
+        if (mReflex[static_cast<size_t>(k)])
+            mCorners.push_back(k);
+    }
+    mRanks.push_back(static_cast<int32>(mCorners.size()));
+
+    const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP;
+    for (Casters* casters : {&mPlaces, &mForward, &mBackward})
+    {
+        casters->mX.assign(size, 0.0f);
+        casters->mY.assign(size, 0.0f);
+    }
+    for (size_t rank = 0; rank < mCorners.size(); ++rank)
+    {
+        const int32 k = mCorners[rank];
+        const Vec2<float> forward = point(next(k)) - point(k);
+        const Vec2<float> backward = point(previous(k)) - point(k);
+        mPlaces.mX[rank] = point(k).mX;
+        mPlaces.mY[rank] = point(k).mY;
+        mForward.mX[rank] = forward.mX;
+        mForward.mY[rank] = forward.mY;
+        mBackward.mX[rank] = backward.mX;
+        mBackward.mY[rank] = backward.mY;
+    }
+}
+
+void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
+{
+    const size_t firstWord = static_cast<size_t>(corner + 1) / WORD;
+    if (firstWord >= mSeen.size())
+        return;
+    std::fill(mSeen.begin() + static_cast<int64>(firstWord), mSeen.end(), ALL);
+    mSeen[firstWord] &= ALL << (static_cast<size_t>(corner + 1) % WORD);
+    if (mPolygon.size() % WORD != 0)
+        mSeen.back() &= ALL >> (WORD - mPolygon.size() % WORD);
+    sweepForward(corner);
+    sweepBackward(corner);
+    for (size_t word = firstWord; word < mSeen.size(); ++word)
+    {
+        for (uint64 seen = mSeen[word]; seen != 0; seen &= seen - 1)
+            visible.push_back(static_cast<int32>(word * WORD) + std::countr_zero(seen));
+    }
+}
+
+/// Marks a run of corners, which may pass the end of the outline, as hidden from corner i.
+void OutlineVisibility::hide(int32 first, int32 count, int32 i)
+{
+    const int32 untilEnd = std::min(count, mN - first);
+    hideRun(std::max(first, i + 1), first + untilEnd - 1);
+    hideRun(i + 1, count - untilEnd - 1);
+}
+
+void OutlineVisibility::hideRun(int32 first, int32 last)
+{
+    if (first > last)
+        return;
+    const size_t firstWord = static_cast<size_t>(first) / WORD;
+    const size_t lastWord = static_cast<size_t>(last) / WORD;
+    const uint64 before = ~(ALL << (static_cast<size_t>(first) % WORD));
+    const uint64 behind = ~(ALL >> (WORD - 1 - static_cast<size_t>(last) % WORD));
+    if (firstWord == lastWord)
+    {
+        mSeen[firstWord] &= before | behind;
+        return;
+    }
+    mSeen[firstWord] &= before;
+    std::fill(mSeen.begin() + static_cast<int64>(firstWord) + 1, mSeen.begin() + static_cast<int64>(lastWord), 0);
+    mSeen[lastWord] &= behind;
+}
+
+/// A bit for each of 64 reflex corners that turns away from corner i along its edge onward.
+uint64 OutlineVisibility::findCasters(size_t word, const Casters& onward, int32 i, bool forward) const
+{
+    const size_t begin = word * WORD;
+    const size_t end = std::min(begin + WORD, mPlaces.mX.size());
+    uint64 bits = 0;
+    for (size_t at = begin; at < end; at += STEP)
+    {
+        MaskLanes turning[2];
+        for (size_t half = 0; half < 2; ++half)
+        {
+            const size_t lane = at + half * NUM_LANES;
+            const FloatLanes x = loadLanes(mPlaces.mX.data() + lane) - point(i).mX;
+            const FloatLanes y = loadLanes(mPlaces.mY.data() + lane) - point(i).mY;
+            const FloatLanes turn = x * loadLanes(onward.mY.data() + lane) - loadLanes(onward.mX.data() + lane) * y;
+            turning[half] = forward ? turn <= TURN_TOLERANCE : turn >= -TURN_TOLERANCE;
+        }
+        bits |= static_cast<uint64>(gatherBits(~turning[0], ~turning[1])) << (at - begin);
+    }
+    return bits;
+}
+
+/// The first reflex corner from that rank on which casts a shadow forward; -1 for none.
+int32 OutlineVisibility::nextCaster(int32 rank, int32 i)
+{
+    size_t at = static_cast<size_t>(rank);
+    for (; at < mCorners.size(); at = (at / WORD + 1) * WORD)
+    {
+        if (mWord != at / WORD)
+        {
+            mWord = at / WORD;
+            mCasters = findCasters(mWord, mForward, i, true);
+        }
+        const uint64 left = mCasters & (ALL << (at % WORD));
+        if (left == 0)
+            continue;
+        at = mWord * WORD + static_cast<size_t>(std::countr_zero(left));
+        return at < mCorners.size() ? mCorners[at] : -1;
+    }
+    return -1;
+}
+
+/// The last reflex corner before that rank which casts a shadow backward; -1 for none.
+int32 OutlineVisibility::previousCaster(int32 rank, int32 i)
+{
+    for (size_t end = static_cast<size_t>(rank); end > 0; end = (end - 1) / WORD * WORD)
+    {
+        const size_t last = end - 1;
+        if (mWord != last / WORD)
+        {
+            mWord = last / WORD;
+            mCasters = findCasters(mWord, mBackward, i, false);
+        }
+        const uint64 left = mCasters & (ALL >> (WORD - 1 - last % WORD));
+        if (left != 0)
+            return mCorners[mWord * WORD + WORD - 1 - static_cast<size_t>(std::countl_zero(left))];
+    }
+    return -1;
+}
+
+/// The edge that the shadow of corner j, seen from corner i, falls on; -1 for none.
+int32 OutlineVisibility::castShadow(int32 i, int32 j)
+{
+    Vec2<float> direction = point(j) - point(i);
+    const float len = direction.normalise();
+    if (!KORV_ASSERT(len > 0, "len > 0", "the visible line cannot be of length zero"))
+        return -1;
+    return mBoxes.findNearestEdge(j, direction);
+}
+
+void OutlineVisibility::sweepForward(int32 i)
+{
+    mWord = NO_WORD;
+    int32 j = i + 1;
+    while (j < mN)
+    {
+        j = nextCaster(mRanks[static_cast<size_t>(j)], i);
+        if (j < 0)
+            return;
+        int32 edge = castShadow(i, j);
+        if (edge > i && edge <= j)
+            edge = -1; // passed already
+        const Vec2<float> d = point(j) - point(i);
+        if (edge >= 0 && cross(d, point(edge) - point(i)) > 0.0f)
+            edge = next(edge);
+        // a shadow that would pass corner i itself comes from a degenerate outline and hides nothing
+        const int32 skipped = edge >= 0 ? stepsForward(j, edge) - 1 : 0;
+        if (skipped <= 0 || skipped >= stepsForward(j, i))
+        {
+            ++j;
+            continue;
+        }
+        hide(next(j), skipped, i);
+        if (edge <= i)
+            return; // what is left lies before corner i
+        j = edge;
+    }
+}
+
+void OutlineVisibility::sweepBackward(int32 i)
+{
+    mWord = NO_WORD;
+    int32 j = previous(i);
+    while (j != i)
+    {
+        // the corners up to j in this part of the outline; behind its start the last one follows
+        int32 caster = previousCaster(mRanks[static_cast<size_t>(j) + 1], i);
+        if (j > i && caster <= i)
+            return;
+        if (caster < 0)
+        {
+            if (i + 1 == mN)
+                return;
+            j = mN - 1;
+            continue;
+        }
+        j = caster;
+        int32 edge = castShadow(i, j);
+        if (edge >= 0 && edge != i && stepsForward(edge, i) <= stepsForward(j, i))
+            edge = -1; // passed already
+        const Vec2<float> d = point(j) - point(i);
+        if (edge >= 0 && cross(d, point(edge) - point(i)) < -TURN_TOLERANCE)
+            edge = previous(edge);
+        const int32 skipped = edge >= 0 ? stepsForward(edge, j) - 1 : 0;
+        if (skipped <= 0 || skipped >= stepsForward(i, j))
+        {
+            j = previous(j);
+            continue;
+        }
+        hide(next(edge), skipped, i);
+        j = edge;
+    }
+}
+} // namespace KORV::NavMesh

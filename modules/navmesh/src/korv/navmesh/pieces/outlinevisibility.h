@@ -1,0 +1,59 @@
+#pragma once
+
+#include "korv/navmesh/pieces/edgeboxes.h"
+
+namespace KORV::NavMesh
+{
+/// Finds which corners of an outline see each other, by two sweeps around each corner.
+/// The outline runs clockwise, its interior lies to the right of each edge. Holds references to outline and flags.
+class OutlineVisibility
+{
+public:
+    /// @param reflex  a flag for each corner.
+    OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
+                      Common::Memory::Allocator* allocator);
+
+    /// Takes outline and flags as they are now; they must not change until the last corner.
+    void build();
+
+    /// Appends the corners after @p corner that see it, in increasing order.
+    /// Cost: linear in the corners with a small factor, and a ray for each one that hides others.
+    void appendVisible(Vector<int32>& visible, int32 corner);
+
+private:
+    /// The reflex corners, each with the edge that a sweep goes on along; a multiple of eight of them.
+    struct Casters
+    {
+        explicit Casters(Common::Memory::Allocator* allocator) : mX(allocator), mY(allocator) {}
+        Vector<float> mX;
+        Vector<float> mY;
+    };
+
+    void sweepForward(int32 i);
+    void sweepBackward(int32 i);
+    uint64 findCasters(size_t word, const Casters& onward, int32 i, bool forward) const;
+    int32 nextCaster(int32 rank, int32 i);
+    int32 previousCaster(int32 rank, int32 i);
+    int32 castShadow(int32 i, int32 j);
+    void hide(int32 first, int32 count, int32 i);
+    void hideRun(int32 first, int32 last);
+    int32 next(int32 k) const { return k + 1 < mN ? k + 1 : 0; }
+    int32 previous(int32 k) const { return k > 0 ? k - 1 : mN - 1; }
+    /// Steps from one corner forward to another.
+    int32 stepsForward(int32 a, int32 b) const { return b >= a ? b - a : b - a + mN; }
+    const Vec2<float>& point(int32 k) const { return mPolygon[static_cast<size_t>(k)]; }
+
+    const Vector<Vec2<float>>& mPolygon;
+    const Vector<uint8>& mReflex;
+    int32 mN = 0;
+    EdgeBoxes mBoxes;
+    Vector<uint64> mSeen;   // a bit for each corner; only those after the one at hand count
+    Vector<int32> mCorners; // the reflex corners
+    Vector<int32> mRanks;   // reflex corners before a corner; one more at the end
+    Casters mPlaces;        // of the reflex corners
+    Casters mForward;       // their edges to the next corner
+    Casters mBackward;      // and to the one before
+    size_t mWord = 0;       // word of reflex corners that mCasters is about
+    uint64 mCasters = 0;    // those that turn away from the corner at hand
+};
+} // namespace KORV::NavMesh

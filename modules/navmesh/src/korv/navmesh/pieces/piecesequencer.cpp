@@ -1,0 +1,92 @@
+#include "korv/navmesh/pieces/piecesequencer.h"
+
+#include <limits>
+
+namespace KORV::NavMesh
+{
+using Common::Threading::ScopedLock;
+
+void PieceBatch::add(const SurfacePolygon& polygon, const ConvexPieces& pieces, ConvexPolygonCreator::Rescue rescue)
+{
+    mPieces.append(pieces);
+    mOutlines.push_back({&polygon, static_cast<uint32>(mPieces.size()), rescue});
+}
+
+void PieceBatch::appendTo(NavMeshContainer& container) const
+{
+    size_t first = 0;
+    for (const Outline& outline : mOutlines)
+    {
+        mPieces.appendTo(container, *outline.mPolygon, first, outline.mEnd);
+        first = outline.mEnd;
+    }
+}
+
+/// Results that wait for their turn.
+class PieceSequencer::Delivery : public Common::Memory::MemoryManaged
+{
+public:
+    explicit Delivery(const PieceBatch& batch) : mBatch(batch, getMemory()) {}
+
+    PieceBatch mBatch;
+};
+
+PieceSequencer::PieceSequencer(size_t numOutlines, const Common::Memory::AllocatorPtr& allocator)
+    : mAllocator(allocator), mDeliveries(numOutlines, nullptr, allocator.get()),
+      mTaskEnded(0, std::numeric_limits<int32>::max() - 1)
+{
+}
+
+PieceSequencer::~PieceSequencer()
+{
+    for (Delivery* delivery : mDeliveries)
+        delete delivery;
+}
+
+void PieceSequencer::deliver(size_t first, const PieceBatch& batch)
+{
+    if (isStopped())
+        return;
+    mDeliveries[first] = new (mAllocator) Delivery(batch); // nobody else touches that place
+    const ScopedLock guard(mLock);
+    for (const PieceBatch::Outline& outline : batch.mOutlines)
+        ++mNumRescues[static_cast<size_t>(outline.mRescue)];
+}
+
+void PieceSequencer::appendTo(NavMeshContainer& container)
+{
+    size_t numVertices = container.mVertices.size();
+    size_t numNodes = container.mNodes.size();
+    for (const Delivery* delivery : mDeliveries)
+    {
+        if (delivery == nullptr)
+            continue;
+        numNodes += delivery->mBatch.mPieces.size();
+        for (const PieceBatch::Outline& outline : delivery->mBatch.mOutlines)
+            numVertices += outline.mPolygon->mPoints.size();
+    }
+    container.mVertices.reserve(numVertices);
+    container.mNodes.reserve(numNodes);
+    for (Delivery*& delivery : mDeliveries)
+    {
+        if (delivery == nullptr)
+            continue;
+        delivery->mBatch.appendTo(container);
+        delete delivery;
+        delivery = nullptr;
+    }
+}
+
+void PieceSequencer::countEnded(size_t numOutlines)
+{
+    mNumEnded.fetch_add(numOutlines, std::memory_order_release);
+    mNumEndedTasks.fetch_add(1, std::memory_order_release);
+    mTaskEnded.signal();
+}
+
+uint32 PieceSequencer::getNumRescues(ConvexPolygonCreator::Rescue rescue) const
+{
+    const ScopedLock guard(mLock);
+    return mNumRescues[static_cast<size_t>(rescue)];
+}
+} // namespace KORV::NavMesh
