@@ -1,13 +1,10 @@
-#include "korv/common/callback/standardcallbacks.h"
-#include "korv/common/debug/assert.h"
 #include "korv/common/io/ioexception.h"
 #include "korv/common/memory/memoryexception.h"
 #include "korv/common/parser/parserexception.h"
 #include "korv/common/serialize/serializeexception.h"
-#include "korv/navmesh/interface.h"
-#include "korv/navmesh/moduleallocator.h"
 #include "korv/navmesh/navmeshserializer.h"
 #include "support/memorystream.h"
+#include "support/storedmesh.h"
 #include "support/test.h"
 
 #include <cstring>
@@ -154,27 +151,9 @@ private:
     std::vector<std::string> mNames;
 };
 
-/// Runs inside the initialised library, on the C library's files.
-class MeshBinary : public testing::Test
+class MeshBinary : public Testing::StoredMeshTest
 {
 protected:
-    void SetUp() override
-    {
-        mMemory = new Testing::CountingMemory;
-        mMemoryCallback = mMemory;
-        const auto onReport = [](const char* text, const char*, uint32, void* context)
-        { static_cast<MeshBinary*>(context)->mReports.emplace_back(text); };
-        Common::Debug::setAssertionHandler(onReport, this);
-        const SharedPtr<Common::Callback::FileIOCallback> files(new Common::Callback::StandardFileIOCallback);
-        Interface::initLibrary(mMemoryCallback, files);
-    }
-    void TearDown() override
-    {
-        Interface::closeLibrary();
-        EXPECT_EQ(mMemory->mBlocks, 0);
-        EXPECT_EQ(mReports, std::vector<std::string>());
-        Common::Debug::setAssertionHandler(nullptr);
-    }
     void expectWarnings(size_t count)
     {
         EXPECT_EQ(mReports, std::vector<std::string>(count, WARNING));
@@ -193,16 +172,6 @@ protected:
         return std::string(static_cast<MemoryStream&>(*stream).text());
     }
     static MeshPtr meshOf(std::string_view bytes) { return NavMeshSerializer::readNavMeshBinary(createStream(bytes)); }
-    static MeshPtr createMesh() { return MeshPtr(new (getModuleAllocator()) NavMeshContainer); }
-    static void addNode(NavMeshContainer& mesh, std::initializer_list<uint32> polygon,
-                        std::initializer_list<int32> neighbours, int32 heightClass, uint16 surfaceTypeID)
-    {
-        NavMeshContainer::NavNode& node = mesh.mNodes.emplace_back(mesh.getMemory());
-        node.mPolygon = polygon;
-        node.mNeighbours = neighbours;
-        node.mHeightClass = heightClass;
-        node.mSurfaceTypeID = surfaceTypeID;
-    }
     /// Two squares side by side, as a generation could leave them.
     static MeshPtr createSound()
     {
@@ -247,10 +216,6 @@ protected:
     {
         return BasicString((testing::TempDir() + "korv_mesh_" + std::to_string(::getpid()) + ".knm").c_str());
     }
-
-    Testing::CountingMemory* mMemory = nullptr;
-    SharedPtr<Common::Callback::MemoryCallback> mMemoryCallback;
-    std::vector<std::string> mReports;
 };
 
 /// Changes a few bytes at random: single bits, counts and offsets, pieces moved or dropped, the end cut off.

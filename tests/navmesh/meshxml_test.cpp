@@ -1,13 +1,10 @@
 #include "korv/navmesh/navmeshserializer.h"
 
-#include "korv/common/callback/standardcallbacks.h"
-#include "korv/common/debug/assert.h"
 #include "korv/common/io/ioexception.h"
 #include "korv/common/memory/memoryexception.h"
 #include "korv/common/parser/parserexception.h"
-#include "korv/navmesh/interface.h"
-#include "korv/navmesh/moduleallocator.h"
 #include "support/memorystream.h"
+#include "support/storedmesh.h"
 #include "support/test.h"
 
 #include <filesystem>
@@ -26,43 +23,15 @@ namespace
 {
 using MeshPtr = SharedPtr<NavMeshContainer>;
 
-/// Runs inside the initialised library, on the C library's files.
-class MeshXml : public testing::Test
+class MeshXml : public Testing::StoredMeshTest
 {
 protected:
-    void SetUp() override
-    {
-        mMemory = new Testing::CountingMemory;
-        mMemoryCallback = mMemory;
-        const auto onReport = [](const char* text, const char*, uint32, void* context)
-        { static_cast<MeshXml*>(context)->mReports.emplace_back(text); };
-        Common::Debug::setAssertionHandler(onReport, this);
-        const SharedPtr<Common::Callback::FileIOCallback> files(new Common::Callback::StandardFileIOCallback);
-        Interface::initLibrary(mMemoryCallback, files);
-    }
-    void TearDown() override
-    {
-        Interface::closeLibrary();
-        EXPECT_EQ(mMemory->mBlocks, 0);
-        EXPECT_EQ(mReports, std::vector<std::string>());
-        Common::Debug::setAssertionHandler(nullptr);
-    }
     void expectReport(const std::string& text)
     {
         EXPECT_EQ(mReports, std::vector<std::string>{"\nError Message: " + text});
         mReports.clear();
     }
 
-    static MeshPtr createMesh() { return MeshPtr(new (getModuleAllocator()) NavMeshContainer); }
-    static void addNode(NavMeshContainer& mesh, std::initializer_list<uint32> polygon,
-                        std::initializer_list<int32> neighbours, int32 heightClass, uint16 surfaceTypeID)
-    {
-        NavMeshContainer::NavNode& node = mesh.mNodes.emplace_back(mesh.getMemory());
-        node.mPolygon = polygon;
-        node.mNeighbours = neighbours;
-        node.mHeightClass = heightClass;
-        node.mSurfaceTypeID = surfaceTypeID;
-    }
     static MeshPtr createSample()
     {
         MeshPtr mesh = createMesh();
@@ -102,10 +71,6 @@ protected:
     {
         return BasicString((testing::TempDir() + "korv_mesh_" + std::to_string(::getpid()) + ".xml").c_str());
     }
-
-    Testing::CountingMemory* mMemory = nullptr;
-    SharedPtr<Common::Callback::MemoryCallback> mMemoryCallback;
-    std::vector<std::string> mReports;
 };
 } // namespace
 

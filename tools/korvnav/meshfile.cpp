@@ -2,6 +2,7 @@
 
 #include "atomicfile.h"
 #include "failure.h"
+#include "interrupt.h"
 #include "library.h"
 #include "text.h"
 
@@ -92,8 +93,11 @@ void writeMesh(const std::string& fileName, const std::string& shownName, const 
 
 void saveMesh(const std::string& fileName, const MeshPtr& mesh, MeshForm form)
 {
+    Interrupt interrupt;
+    interrupt.poll(true); // a signal must not leave a temporary file behind
     AtomicFile file(fileName);
     writeMesh(file.getTemporaryName(), fileName, mesh, form);
+    Interrupt::throwIfRequested();
     file.commit();
 }
 

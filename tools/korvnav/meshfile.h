@@ -37,6 +37,6 @@ std::vector<std::string> findViolations(const NavMesh::NavMeshContainer& mesh);
 /// Writes to a file that exists or is created.
 /// @param shownName  what messages call the file. Throws Failure (BadInput).
 void writeMesh(const std::string& fileName, const std::string& shownName, const MeshPtr& mesh, MeshForm form);
-/// The same, and leaves the old file in place unless all goes well.
+/// The same, and leaves the old file in place unless all goes well. Not while an Interrupt is in use.
 void saveMesh(const std::string& fileName, const MeshPtr& mesh, MeshForm form);
 } // namespace KORV::Tool

@@ -3,6 +3,7 @@
 #include "atomicfile.h"
 #include "commands.h"
 #include "failure.h"
+#include "interrupt.h"
 #include "json.h"
 #include "library.h"
 #include "meshfile.h"
@@ -347,8 +348,12 @@ void drawWay(const PathOptions& options, const NavMesh::NavMeshContainer& mesh, 
 {
     const std::string title = std::filesystem::path(options.mMesh).filename().string() + ": " +
                               placeText(options.mFrom) + " to " + placeText(options.mTo);
+    const std::string drawing = drawPicture(mesh, title, &way);
+    Interrupt interrupt;
+    interrupt.poll(true); // a signal must not leave a temporary file behind
     AtomicFile picture(options.mPicture);
-    picture.write(drawPicture(mesh, title, &way));
+    picture.write(drawing);
+    Interrupt::throwIfRequested();
     picture.commit();
 }
 
