@@ -12,6 +12,9 @@
 // Only reflex corners can cast one. Whether they do is asked for 64 at a time, one bit each, and the sweep goes from
 // bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
 // corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
+//
+// Rays go away from i, so none that begins in a shadow leaves it: the backward sweep passes over the shadows that the
+// forward one has found. Most corners that cast shadows backward lie in these.
 
 namespace KORV::NavMesh
 {
@@ -28,7 +31,7 @@ constexpr size_t NO_WORD = ~size_t(0);
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSeen(allocator), mCorners(allocator),
-      mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator)
+      mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator), mShadows(allocator)
 {
 }
 
@@ -184,6 +187,7 @@ int32 OutlineVisibility::castShadow(int32 i, int32 j)
 void OutlineVisibility::sweepForward(int32 i)
 {
     mWord = NO_WORD;
+    mShadows.clear();
     int32 j = i + 1;
     while (j < mN)
     {
@@ -204,10 +208,21 @@ void OutlineVisibility::sweepForward(int32 i)
             continue;
         }
         hide(next(j), skipped, i);
+        mShadows.push_back({j - i, j - i + skipped + 1});
         if (edge <= i)
             return; // what is left lies before corner i
         j = edge;
     }
+}
+
+/// Where the backward sweep goes on when it has come to corner j: what a corner in a shadow of the forward sweep hides
+/// lies in that shadow too, so it goes on at the one that casts it.
+int32 OutlineVisibility::leaveShadow(int32 j, int32 i)
+{
+    const int32 steps = stepsForward(i, j);
+    while (!mShadows.empty() && mShadows.back().mCaster >= steps)
+        mShadows.pop_back();
+    return !mShadows.empty() && steps < mShadows.back().mEnd ? i + mShadows.back().mCaster : j;
 }
 
 void OutlineVisibility::sweepBackward(int32 i)
@@ -216,6 +231,7 @@ void OutlineVisibility::sweepBackward(int32 i)
     int32 j = previous(i);
     while (j != i)
     {
+        j = leaveShadow(j, i);
         // the corners up to j in this part of the outline; behind its start the last one follows
         int32 caster = previousCaster(mRanks[static_cast<size_t>(j) + 1], i);
         if (j > i && caster <= i)
@@ -228,6 +244,8 @@ void OutlineVisibility::sweepBackward(int32 i)
             continue;
         }
         j = caster;
+        if (leaveShadow(j, i) != j)
+            continue;
         int32 edge = castShadow(i, j);
         if (edge >= 0 && edge != i && stepsForward(edge, i) <= stepsForward(j, i))
             edge = -1; // passed already

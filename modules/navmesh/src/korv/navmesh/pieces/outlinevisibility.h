@@ -21,6 +21,13 @@ public:
     void appendVisible(Vector<int32>& visible, int32 corner);
 
 private:
+    /// Corners that one of them hides, in steps from the corner at hand.
+    struct Shadow
+    {
+        int32 mCaster;
+        int32 mEnd; // the first one behind it
+    };
+
     /// The reflex corners, each with the edge that a sweep goes on along; a multiple of eight of them.
     struct Casters
     {
@@ -35,6 +42,7 @@ private:
     int32 nextCaster(int32 rank, int32 i);
     int32 previousCaster(int32 rank, int32 i);
     int32 castShadow(int32 i, int32 j);
+    int32 leaveShadow(int32 j, int32 i);
     void hide(int32 first, int32 count, int32 i);
     void hideRun(int32 first, int32 last);
     int32 next(int32 k) const { return k + 1 < mN ? k + 1 : 0; }
@@ -53,6 +61,7 @@ private:
     Casters mPlaces;        // of the reflex corners
     Casters mForward;       // their edges to the next corner
     Casters mBackward;      // and to the one before
+    Vector<Shadow> mShadows; // of the forward sweep, those that the backward one has not come to
     size_t mWord = 0;       // word of reflex corners that mCasters is about
     uint64 mCasters = 0;    // those that turn away from the corner at hand
 };
