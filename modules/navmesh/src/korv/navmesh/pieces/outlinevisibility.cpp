@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cmath>
 
 // A sweep walks around the outline from corner i. A reflex corner at which the outline turns away from i casts a
 // shadow: what lies between it and the edge that its ray meets is hidden, and the sweep goes on there.
@@ -13,8 +14,13 @@
 // bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
 // corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
 //
-// Rays go away from i, so none that begins in a shadow leaves it: the backward sweep passes over the shadows that the
-// forward one has found. Most corners that cast shadows backward lie in these.
+// Three things save most rays. They rest on what rays that go away from i have in common: two of them never cross, nor
+// does one cross the line of sight from i to a corner.
+// - What a ray cuts off on the far side is hidden as a whole, even where the ray begins at a hidden corner itself. No
+//   ray that begins in there leaves it, so sweeps pass over it: the backward sweep over the shadows of the forward one,
+//   and the forward sweep over those that are cast by the corners which cast the longest ones backward before.
+// - No shadow of a corner between a and i hides a from i, when they see each other. What lies there is not wanted, so
+//   the backward sweep begins at the first such a, unless some corner comes too close to the line of sight for floats.
 
 namespace KORV::NavMesh
 {
@@ -22,6 +28,11 @@ namespace
 {
 /// A chain that turns away by less still counts as turning around the corner.
 constexpr float TURN_TOLERANCE = 0.0001f;
+/// Rays meet edges up to a ten thousandth of their length beyond their ends; twice that, and room for rounding.
+constexpr float CLEARANCE_PER_LENGTH = 0.0002f;
+constexpr float MIN_CLEARANCE = 0.001f;
+/// A shadow of as many corners is worth a ray in advance.
+constexpr int32 LONG_SHADOW = 8;
 constexpr size_t WORD = 64;
 constexpr size_t STEP = 2 * NUM_LANES;
 constexpr uint64 ALL = ~uint64(0);
@@ -31,7 +42,8 @@ constexpr size_t NO_WORD = ~size_t(0);
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSeen(allocator), mCorners(allocator),
-      mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator), mShadows(allocator)
+      mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator), mFirstSeer(allocator),
+      mCasters(allocator), mForwardShadows(allocator), mBackwardShadows(allocator)
 {
 }
 
@@ -40,17 +52,22 @@ void OutlineVisibility::build()
     mN = static_cast<int32>(mPolygon.size());
     mBoxes.build();
     mSeen.resize((mPolygon.size() + WORD - 1) / WORD);
+    mCasters.clear();
+    mFirstSeer.assign(mPolygon.size(), -1);
     mCorners.clear();
     mRanks.clear();
+    float longest = 0.0f;
     for (int32 k = 0; k < mN; ++k)
     {
+        longest = std::max(longest, (point(next(k)) - point(k)).getLength());
         mRanks.push_back(static_cast<int32>(mCorners.size()));
         if (mReflex[static_cast<size_t>(k)])
             mCorners.push_back(k);
     }
+    mClearance = std::max(MIN_CLEARANCE, CLEARANCE_PER_LENGTH * longest);
     mRanks.push_back(static_cast<int32>(mCorners.size()));
 
-    const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP;
+    const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP + STEP;
     for (Casters* casters : {&mPlaces, &mForward, &mBackward})
     {
         casters->mX.assign(size, 0.0f);
@@ -79,12 +96,18 @@ void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
     mSeen[firstWord] &= ALL << (static_cast<size_t>(corner + 1) % WORD);
     if (mPolygon.size() % WORD != 0)
         mSeen.back() &= ALL >> (WORD - mPolygon.size() % WORD);
+    castKnown(corner);
     sweepForward(corner);
     sweepBackward(corner);
     for (size_t word = firstWord; word < mSeen.size(); ++word)
     {
         for (uint64 seen = mSeen[word]; seen != 0; seen &= seen - 1)
-            visible.push_back(static_cast<int32>(word * WORD) + std::countr_zero(seen));
+        {
+            const int32 k = static_cast<int32>(word * WORD) + std::countr_zero(seen);
+            visible.push_back(k);
+            if (mFirstSeer[static_cast<size_t>(k)] < 0)
+                mFirstSeer[static_cast<size_t>(k)] = corner;
+        }
     }
 }
 
@@ -145,9 +168,9 @@ int32 OutlineVisibility::nextCaster(int32 rank, int32 i)
         if (mWord != at / WORD)
         {
             mWord = at / WORD;
-            mCasters = findCasters(mWord, mForward, i, true);
+            mTurning = findCasters(mWord, mForward, i, true);
         }
-        const uint64 left = mCasters & (ALL << (at % WORD));
+        const uint64 left = mTurning & (ALL << (at % WORD));
         if (left == 0)
             continue;
         at = mWord * WORD + static_cast<size_t>(std::countr_zero(left));
@@ -165,9 +188,9 @@ int32 OutlineVisibility::previousCaster(int32 rank, int32 i)
         if (mWord != last / WORD)
         {
             mWord = last / WORD;
-            mCasters = findCasters(mWord, mBackward, i, false);
+            mTurning = findCasters(mWord, mBackward, i, false);
         }
-        const uint64 left = mCasters & (ALL >> (WORD - 1 - last % WORD));
+        const uint64 left = mTurning & (ALL >> (WORD - 1 - last % WORD));
         if (left != 0)
             return mCorners[mWord * WORD + WORD - 1 - static_cast<size_t>(std::countl_zero(left))];
     }
@@ -184,16 +207,75 @@ int32 OutlineVisibility::castShadow(int32 i, int32 j)
     return mBoxes.findNearestEdge(j, direction);
 }
 
+/// The corner that the backward sweep goes on at, behind the shadow of corner j; -1 when there is no shadow.
+int32 OutlineVisibility::castBackward(int32 i, int32 j)
+{
+    const int32 edge = castShadow(i, j);
+    if (edge < 0 || (edge != i && stepsForward(edge, i) <= stepsForward(j, i)))
+        return -1; // passed already
+    const Vec2<float> d = point(j) - point(i);
+    return cross(d, point(edge) - point(i)) < -TURN_TOLERANCE ? previous(edge) : edge;
+}
+
+/// Whether the outline turns away from corner i at corner j, coming from behind.
+bool OutlineVisibility::castsBackward(int32 i, int32 j) const
+{
+    const Vec2<float> d = point(j) - point(i);
+    return cross(d, point(previous(j)) - point(j)) < -TURN_TOLERANCE;
+}
+
+/// Has the corners that cast long shadows before cast theirs.
+void OutlineVisibility::castKnown(int32 i)
+{
+    mBackwardShadows.clear();
+    for (const int32 caster : mCasters)
+    {
+        if (caster == i || !castsBackward(i, caster))
+            continue;
+        const int32 last = caster > i ? caster : caster + mN;
+        const int32 begin = castBackward(i, caster);
+        if (begin <= i || begin + 1 >= last)
+            continue;
+        hide(next(begin), last - begin - 1, i);
+        if (mBackwardShadows.empty() || last <= mBackwardShadows.back().mBegin)
+            mBackwardShadows.push_back({begin, last});
+        else
+            mBackwardShadows.back().mBegin = std::min(mBackwardShadows.back().mBegin, begin);
+    }
+    mCasters.clear();
+}
+
+/// Where a forward sweep that has come to corner k goes on: behind the shadow that the corner lies in.
+int32 OutlineVisibility::leaveForward(Vector<Shadow>& shadows, int32 k)
+{
+    while (!shadows.empty() && shadows.back().mEnd <= k)
+        shadows.pop_back();
+    return !shadows.empty() && k > shadows.back().mBegin ? shadows.back().mEnd : k;
+}
+
+/// The same for a backward sweep.
+int32 OutlineVisibility::leaveBackward(Vector<Shadow>& shadows, int32 k)
+{
+    while (!shadows.empty() && shadows.back().mBegin >= k)
+        shadows.pop_back();
+    return !shadows.empty() && k < shadows.back().mEnd ? shadows.back().mBegin : k;
+}
+
 void OutlineVisibility::sweepForward(int32 i)
 {
     mWord = NO_WORD;
-    mShadows.clear();
+    mForwardShadows.clear();
     int32 j = i + 1;
     while (j < mN)
     {
         j = nextCaster(mRanks[static_cast<size_t>(j)], i);
         if (j < 0)
             return;
+        if (const int32 behind = leaveForward(mBackwardShadows, j); behind != j)
+        {
+            j = behind;
+            continue;
+        }
         int32 edge = castShadow(i, j);
         if (edge > i && edge <= j)
             edge = -1; // passed already
@@ -208,32 +290,48 @@ void OutlineVisibility::sweepForward(int32 i)
             continue;
         }
         hide(next(j), skipped, i);
-        mShadows.push_back({j - i, j - i + skipped + 1});
+        mForwardShadows.push_back({j, j + skipped + 1});
         if (edge <= i)
             return; // what is left lies before corner i
         j = edge;
     }
 }
 
-/// Where the backward sweep goes on when it has come to corner j: what a corner in a shadow of the forward sweep hides
-/// lies in that shadow too, so it goes on at the one that casts it.
-int32 OutlineVisibility::leaveShadow(int32 j, int32 i)
+/// The corner that the backward sweep begins at.
+int32 OutlineVisibility::startBackward(int32 i) const
 {
-    const int32 steps = stepsForward(i, j);
-    while (!mShadows.empty() && mShadows.back().mCaster >= steps)
-        mShadows.pop_back();
-    return !mShadows.empty() && steps < mShadows.back().mEnd ? i + mShadows.back().mCaster : j;
+    const int32 seer = mFirstSeer[static_cast<size_t>(i)];
+    return seer >= 0 && isClearOf(i, seer) ? seer : previous(i);
+}
+
+/// Whether all reflex corners between a and i keep away from their line of sight.
+bool OutlineVisibility::isClearOf(int32 i, int32 a) const
+{
+    const Vec2<float> way = point(a) - point(i);
+    const FloatLanes least = sameLanes(mClearance * (std::fabs(way.mX) + std::fabs(way.mY)) + MIN_CLEARANCE);
+    const int32 end = mRanks[static_cast<size_t>(i)];
+    for (int32 rank = mRanks[static_cast<size_t>(a) + 1]; rank < end; rank += static_cast<int32>(NUM_LANES))
+    {
+        const FloatLanes x = loadLanes(mPlaces.mX.data() + rank) - point(i).mX;
+        const FloatLanes y = loadLanes(mPlaces.mY.data() + rank) - point(i).mY;
+        const FloatLanes offset = absoluteLanes(way.mX * y - way.mY * x);
+        const MaskLanes close = offset <= least + mClearance * (absoluteLanes(x) + absoluteLanes(y));
+        const uint32 behindEnd = ~0u << std::min(end - rank, static_cast<int32>(NUM_LANES));
+        if ((gatherBits(close, MaskLanes{}) & ~behindEnd) != 0)
+            return false;
+    }
+    return true;
 }
 
 void OutlineVisibility::sweepBackward(int32 i)
 {
     mWord = NO_WORD;
-    int32 j = previous(i);
+    int32 j = startBackward(i);
     while (j != i)
     {
-        j = leaveShadow(j, i);
+        j = leaveBackward(mForwardShadows, j > i ? j : j + mN) % mN;
         // the corners up to j in this part of the outline; behind its start the last one follows
-        int32 caster = previousCaster(mRanks[static_cast<size_t>(j) + 1], i);
+        const int32 caster = previousCaster(mRanks[static_cast<size_t>(j) + 1], i);
         if (j > i && caster <= i)
             return;
         if (caster < 0)
@@ -244,14 +342,10 @@ void OutlineVisibility::sweepBackward(int32 i)
             continue;
         }
         j = caster;
-        if (leaveShadow(j, i) != j)
+        const int32 place = j > i ? j : j + mN;
+        if (leaveBackward(mForwardShadows, place) != place)
             continue;
-        int32 edge = castShadow(i, j);
-        if (edge >= 0 && edge != i && stepsForward(edge, i) <= stepsForward(j, i))
-            edge = -1; // passed already
-        const Vec2<float> d = point(j) - point(i);
-        if (edge >= 0 && cross(d, point(edge) - point(i)) < -TURN_TOLERANCE)
-            edge = previous(edge);
+        const int32 edge = castBackward(i, j);
         const int32 skipped = edge >= 0 ? stepsForward(edge, j) - 1 : 0;
         if (skipped <= 0 || skipped >= stepsForward(i, j))
         {
@@ -259,6 +353,8 @@ void OutlineVisibility::sweepBackward(int32 i)
             continue;
         }
         hide(next(edge), skipped, i);
+        if (edge > i && skipped >= LONG_SHADOW)
+            mCasters.push_back(j);
         j = edge;
     }
 }

@@ -21,11 +21,12 @@ public:
     void appendVisible(Vector<int32>& visible, int32 corner);
 
 private:
-    /// Corners that one of them hides, in steps from the corner at hand.
+    /// The corners between two others that are hidden from the corner at hand. An index beyond the end of the outline
+    /// goes on at its start.
     struct Shadow
     {
-        int32 mCaster;
-        int32 mEnd; // the first one behind it
+        int32 mBegin;
+        int32 mEnd;
     };
 
     /// The reflex corners, each with the edge that a sweep goes on along; a multiple of eight of them.
@@ -42,7 +43,13 @@ private:
     int32 nextCaster(int32 rank, int32 i);
     int32 previousCaster(int32 rank, int32 i);
     int32 castShadow(int32 i, int32 j);
-    int32 leaveShadow(int32 j, int32 i);
+    int32 castBackward(int32 i, int32 j);
+    bool castsBackward(int32 i, int32 j) const;
+    void castKnown(int32 i);
+    static int32 leaveForward(Vector<Shadow>& shadows, int32 k);
+    static int32 leaveBackward(Vector<Shadow>& shadows, int32 k);
+    int32 startBackward(int32 i) const;
+    bool isClearOf(int32 i, int32 a) const;
     void hide(int32 first, int32 count, int32 i);
     void hideRun(int32 first, int32 last);
     int32 next(int32 k) const { return k + 1 < mN ? k + 1 : 0; }
@@ -55,14 +62,18 @@ private:
     const Vector<uint8>& mReflex;
     int32 mN = 0;
     EdgeBoxes mBoxes;
-    Vector<uint64> mSeen;   // a bit for each corner; only those after the one at hand count
-    Vector<int32> mCorners; // the reflex corners
-    Vector<int32> mRanks;   // reflex corners before a corner; one more at the end
-    Casters mPlaces;        // of the reflex corners
-    Casters mForward;       // their edges to the next corner
-    Casters mBackward;      // and to the one before
-    Vector<Shadow> mShadows; // of the forward sweep, those that the backward one has not come to
-    size_t mWord = 0;       // word of reflex corners that mCasters is about
-    uint64 mCasters = 0;    // those that turn away from the corner at hand
+    Vector<uint64> mSeen;            // a bit for each corner; only those after the one at hand count
+    Vector<int32> mCorners;          // the reflex corners
+    Vector<int32> mRanks;            // reflex corners before a corner; one more at the end
+    Casters mPlaces;                 // of the reflex corners
+    Casters mForward;                // their edges to the next corner
+    Casters mBackward;               // and to the one before
+    Vector<int32> mFirstSeer;        // the first corner that sees a corner, of those asked for so far; -1 for none
+    float mClearance = 0.0f;         // by more than which a ray that passes a corner misses it, whatever the rounding
+    Vector<int32> mCasters;          // of the long shadows of the last backward sweep
+    Vector<Shadow> mForwardShadows;  // of the corner at hand, increasing
+    Vector<Shadow> mBackwardShadows; // likewise, decreasing
+    size_t mWord = 0;                // word of reflex corners that mTurning is about
+    uint64 mTurning = 0;             // those that turn away from the corner at hand
 };
 } // namespace KORV::NavMesh
