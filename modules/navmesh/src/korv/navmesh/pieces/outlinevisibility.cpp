@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <limits>
 
 // A sweep walks around the outline from corner i. A reflex corner at which the outline turns away from i casts a
 // shadow: what lies between it and the edge that its ray meets is hidden, and the sweep goes on there.
@@ -14,13 +15,15 @@
 // bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
 // corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
 //
-// Three things save most rays. They rest on what rays that go away from i have in common: two of them never cross, nor
+// Two things save most rays. They rest on what rays that go away from i have in common: two of them never cross, nor
 // does one cross the line of sight from i to a corner.
 // - What a ray cuts off on the far side is hidden as a whole, even where the ray begins at a hidden corner itself. No
 //   ray that begins in there leaves it, so sweeps pass over it: the backward sweep over the shadows of the forward one,
 //   and the forward sweep over those that are cast by the corners which cast the longest ones backward before.
 // - No shadow of a corner between a and i hides a from i, when they see each other. What lies there is not wanted, so
 //   the backward sweep begins at the first such a, unless some corner comes too close to the line of sight for floats.
+// Tolerances are absolute. Where they are not small against the edges, sweeps are done at length; and again where a ray
+// has met nothing at all, so that floats must have let it slip through.
 
 namespace KORV::NavMesh
 {
@@ -28,9 +31,10 @@ namespace
 {
 /// A chain that turns away by less still counts as turning around the corner.
 constexpr float TURN_TOLERANCE = 0.0001f;
-/// Rays meet edges up to a ten thousandth of their length beyond their ends; twice that, and room for rounding.
-constexpr float CLEARANCE_PER_LENGTH = 0.0002f;
-constexpr float MIN_CLEARANCE = 0.001f;
+/// Rays meet edges up to this share of their length beyond their ends.
+constexpr float END_TOLERANCE = 0.0001f;
+/// What is less than this share of the shortest edge is small.
+constexpr float SMALL = 0.25f;
 /// A shadow of as many corners is worth a ray in advance.
 constexpr int32 LONG_SHADOW = 8;
 constexpr size_t WORD = 64;
@@ -51,20 +55,18 @@ void OutlineVisibility::build()
 {
     mN = static_cast<int32>(mPolygon.size());
     mBoxes.build();
+    measureTolerances();
     mSeen.resize((mPolygon.size() + WORD - 1) / WORD);
     mCasters.clear();
     mFirstSeer.assign(mPolygon.size(), -1);
     mCorners.clear();
     mRanks.clear();
-    float longest = 0.0f;
     for (int32 k = 0; k < mN; ++k)
     {
-        longest = std::max(longest, (point(next(k)) - point(k)).getLength());
         mRanks.push_back(static_cast<int32>(mCorners.size()));
         if (mReflex[static_cast<size_t>(k)])
             mCorners.push_back(k);
     }
-    mClearance = std::max(MIN_CLEARANCE, CLEARANCE_PER_LENGTH * longest);
     mRanks.push_back(static_cast<int32>(mCorners.size()));
 
     const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP + STEP;
@@ -87,28 +89,67 @@ void OutlineVisibility::build()
     }
 }
 
+/// Corners at a distance d that turn away by no more than the tolerance over d are taken for seen, and rays meet edges
+/// that they miss by a share of their length. Twice that is the clearance that a line of sight needs.
+void OutlineVisibility::measureTolerances()
+{
+    float shortest = std::numeric_limits<float>::max();
+    float longest = 0.0f;
+    for (int32 k = 0; k < mN; ++k)
+    {
+        const float length = (point(next(k)) - point(k)).getLength();
+        shortest = std::min(shortest, length);
+        longest = std::max(longest, length);
+    }
+    mClearance = 2.0f * (TURN_TOLERANCE / shortest + END_TOLERANCE * longest);
+    mCoarse = mClearance < SMALL * shortest; // false for what is not a number, too
+}
+
 void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
 {
-    const size_t firstWord = static_cast<size_t>(corner + 1) / WORD;
-    if (firstWord >= mSeen.size())
-        return;
-    std::fill(mSeen.begin() + static_cast<int64>(firstWord), mSeen.end(), ALL);
-    mSeen[firstWord] &= ALL << (static_cast<size_t>(corner + 1) % WORD);
-    if (mPolygon.size() % WORD != 0)
-        mSeen.back() &= ALL >> (WORD - mPolygon.size() % WORD);
-    castKnown(corner);
-    sweepForward(corner);
-    sweepBackward(corner);
-    for (size_t word = firstWord; word < mSeen.size(); ++word)
+    findVisible(corner);
+    for (size_t word = static_cast<size_t>(corner + 1) / WORD; word < mSeen.size(); ++word)
     {
         for (uint64 seen = mSeen[word]; seen != 0; seen &= seen - 1)
         {
             const int32 k = static_cast<int32>(word * WORD) + std::countr_zero(seen);
             visible.push_back(k);
-            if (mFirstSeer[static_cast<size_t>(k)] < 0)
+            if (!mRayLost && mFirstSeer[static_cast<size_t>(k)] < 0)
                 mFirstSeer[static_cast<size_t>(k)] = corner;
         }
     }
+}
+
+/// Leaves a bit for each corner after i that sees it.
+void OutlineVisibility::findVisible(int32 i)
+{
+    mRayLost = false;
+    if (mCoarse)
+    {
+        showAll(i);
+        castKnown(i);
+        sweepForward(i);
+        sweepBackward(i, startBackward(i));
+        if (!mRayLost)
+            return;
+    }
+    showAll(i);
+    mBackwardShadows.clear();
+    sweepForward(i);
+    mForwardShadows.clear();
+    sweepBackward(i, previous(i));
+    mCasters.clear();
+}
+
+void OutlineVisibility::showAll(int32 i)
+{
+    const size_t firstWord = static_cast<size_t>(i + 1) / WORD;
+    if (firstWord >= mSeen.size())
+        return;
+    std::fill(mSeen.begin() + static_cast<int64>(firstWord), mSeen.end(), ALL);
+    mSeen[firstWord] &= ALL << (static_cast<size_t>(i + 1) % WORD);
+    if (mPolygon.size() % WORD != 0)
+        mSeen.back() &= ALL >> (WORD - mPolygon.size() % WORD);
 }
 
 /// Marks a run of corners, which may pass the end of the outline, as hidden from corner i.
@@ -204,7 +245,9 @@ int32 OutlineVisibility::castShadow(int32 i, int32 j)
     const float len = direction.normalise();
     if (!KORV_ASSERT(len > 0, "len > 0", "the visible line cannot be of length zero"))
         return -1;
-    return mBoxes.findNearestEdge(j, direction);
+    const int32 edge = mBoxes.findNearestEdge(j, direction);
+    mRayLost = mRayLost || edge < 0;
+    return edge;
 }
 
 /// The corner that the backward sweep goes on at, behind the shadow of corner j; -1 when there is no shadow.
@@ -308,7 +351,7 @@ int32 OutlineVisibility::startBackward(int32 i) const
 bool OutlineVisibility::isClearOf(int32 i, int32 a) const
 {
     const Vec2<float> way = point(a) - point(i);
-    const FloatLanes least = sameLanes(mClearance * (std::fabs(way.mX) + std::fabs(way.mY)) + MIN_CLEARANCE);
+    const FloatLanes least = sameLanes(mClearance * (std::fabs(way.mX) + std::fabs(way.mY)));
     const int32 end = mRanks[static_cast<size_t>(i)];
     for (int32 rank = mRanks[static_cast<size_t>(a) + 1]; rank < end; rank += static_cast<int32>(NUM_LANES))
     {
@@ -323,10 +366,10 @@ bool OutlineVisibility::isClearOf(int32 i, int32 a) const
     return true;
 }
 
-void OutlineVisibility::sweepBackward(int32 i)
+void OutlineVisibility::sweepBackward(int32 i, int32 start)
 {
     mWord = NO_WORD;
-    int32 j = startBackward(i);
+    int32 j = start;
     while (j != i)
     {
         j = leaveBackward(mForwardShadows, j > i ? j : j + mN) % mN;

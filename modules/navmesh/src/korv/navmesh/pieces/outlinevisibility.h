@@ -37,8 +37,11 @@ private:
         Vector<float> mY;
     };
 
+    void measureTolerances();
+    void findVisible(int32 i);
+    void showAll(int32 i);
     void sweepForward(int32 i);
-    void sweepBackward(int32 i);
+    void sweepBackward(int32 i, int32 start);
     uint64 findCasters(size_t word, const Casters& onward, int32 i, bool forward) const;
     int32 nextCaster(int32 rank, int32 i);
     int32 previousCaster(int32 rank, int32 i);
@@ -69,7 +72,9 @@ private:
     Casters mForward;                // their edges to the next corner
     Casters mBackward;               // and to the one before
     Vector<int32> mFirstSeer;        // the first corner that sees a corner, of those asked for so far; -1 for none
-    float mClearance = 0.0f;         // by more than which a ray that passes a corner misses it, whatever the rounding
+    float mClearance = 0.0f;         // of a line of sight, so that a ray which passes it does so whatever the rounding
+    bool mCoarse = false;            // edges are long against all tolerances
+    bool mRayLost = false;           // a ray from the corner at hand has met nothing
     Vector<int32> mCasters;          // of the long shadows of the last backward sweep
     Vector<Shadow> mForwardShadows;  // of the corner at hand, increasing
     Vector<Shadow> mBackwardShadows; // likewise, decreasing
