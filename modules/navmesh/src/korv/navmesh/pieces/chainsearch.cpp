@@ -64,12 +64,15 @@ void ChainSearch::pass(int32 corner)
     if (first == end)
         return; // no piece reaches it: it takes no part
     uint32 best = first;
+    float bestCost = mRecords[first].mCost;
     const auto advance = [&](const Vec2<float>& leaving)
     {
         for (; record < end && (pivot.mAllTurns || turnsConvex(mRecords[record].mDirection, leaving)); ++record)
         {
-            if (mRecords[best].mCost >= mRecords[record].mCost)
-                best = record;
+            if (bestCost < mRecords[record].mCost)
+                continue;
+            best = record;
+            bestCost = mRecords[record].mCost;
         }
         mForced = mForced || record == first;
     };
@@ -78,7 +81,7 @@ void ChainSearch::pass(int32 corner)
     {
         const Vec2<float> direction = mTable.direction(corner, corner + 1);
         advance(direction);
-        extend(corner, direction, 0.0f, static_cast<int32>(best), *next);
+        extend({direction, bestCost, corner, static_cast<int32>(best)}, *next);
     }
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
     for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
@@ -87,22 +90,21 @@ void ChainSearch::pass(int32 corner)
         if (target.mSearch != mSearch)
             continue;
         advance(side->mDirection);
-        extend(corner, side->mDirection, side->mCost, static_cast<int32>(best), target);
+        extend({side->mDirection, side->mCost + bestCost, corner, static_cast<int32>(best)}, target);
     }
 }
 
-void ChainSearch::extend(int32 from, const Vec2<float>& direction, float sideCost, int32 best, Pivot& target)
+void ChainSearch::extend(const Record& chain, Pivot& target)
 {
-    const float cost = sideCost + getRecord(best).mCost;
     const uint32 place = target.mFirst + 1;
     if (!target.mAllTurns)
     {
-        mRecords[place + target.mNumRecords++] = {direction, cost, from, best};
+        mRecords[place + target.mNumRecords++] = chain;
         return;
     }
-    if (target.mNumRecords > 0 && !(mRecords[place].mCost >= cost))
+    if (target.mNumRecords > 0 && !(mRecords[place].mCost >= chain.mCost))
         return;
-    mRecords[place] = {direction, cost, from, best};
+    mRecords[place] = chain;
     target.mNumRecords = 1;
 }
 

@@ -68,7 +68,7 @@ private:
     const Pivot& getPivot(int32 corner) const { return mPivots[static_cast<size_t>(corner)]; }
     bool priceSeen(float& cost, int32 corner, uint32 record, const Vec2<float>& leaving);
     bool priceSeenRecord(float& cost, int32 corner, uint32 record);
-    void extend(int32 from, const Vec2<float>& direction, float sideCost, int32 best, Pivot& target);
+    void extend(const Record& chain, Pivot& target);
 
     ChordTable& mTable;
     int32 mFirst = 0;

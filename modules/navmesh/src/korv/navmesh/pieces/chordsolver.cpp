@@ -62,21 +62,27 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 /// Prices all chords that start at a corner.
 void ChordSolver::solveFrom(int32 i)
 {
+    const ChordTable::Side* const end = mTable.sidesEnd(i);
+    ChordTable::Side* side = mTable.sidesBegin(i);
+    const int32 lastChord = i == 0 ? mOutline.size() - 1 : side != end ? end[-1].mTo : i;
+    if (lastChord <= i + 1)
+        return; // an edge at most
     mShared.begin(i, mTable.laterBegin(i), mTable.laterEnd(i));
     mUnordered.clear();
     mWindowStart = nullptr;
-    ChordTable::Side* side = mTable.sidesBegin(i);
-    for (const int32* k = mTable.laterBegin(i); k != mTable.laterEnd(i); ++k)
+    for (const int32* k = mTable.laterBegin(i);; ++k)
     {
         if (mTable.isRoot(i, *k))
             mRootCost = solveChord(i, *k, mTable.direction(i, *k));
-        if (side != mTable.sidesEnd(i) && side->mTo == *k)
+        if (side != end && side->mTo == *k)
         {
             if (i + 1 != *k)
                 side->mCost = solveChord(i, *k, side->mDirection);
             mShared.addFirstSide(*k, *side);
             ++side;
         }
+        if (*k == lastChord)
+            return;
         mShared.pass(*k);
         if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
             mUnordered.push_back(*k);
