@@ -24,8 +24,9 @@
 // along the voxels makes steps: three of its corners in a row are straight within the tolerance, yet one hides the
 // other. There the next best chains are looked through, by their lower bounds. What is left gets a search of its own.
 //
-// Memory: the visible pairs, and the chains of one search at a time. Only costs are kept; the chains of the pieces that
-// are really used are searched again at the end. Time: about cubic in the corners that see each other. No recursion.
+// Memory: the visible pairs, the corners of the cheapest chain of each chord, and all chains of one search at a time.
+// Where pricing has only found the cost, the chain is searched at the end if its piece is really used. Time: about
+// cubic in the corners that see each other. No recursion.
 //
 // Source: J. M. Keil, J. Snoeyink, "On the Time Bound for Convex Decomposition of Simple Polygons", Int. J. Comput.
 // Geom. Appl. 12(3), 2002. It minimises the number of pieces; here the total length of the chords is minimised.
@@ -34,7 +35,7 @@ namespace KORV::NavMesh
 {
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
-      mOwn(mTable, allocator), mUnordered(allocator), mCorners(allocator)
+      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mCorners(allocator)
 {
 }
 
@@ -42,6 +43,7 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 {
     mRootCost = ChordTable::UNSOLVED;
     mNumOwnSearches = 0;
+    mChains.clear();
     if (!mTable.build(stop))
         return Result::STOPPED;
     mShared.reset();
@@ -73,11 +75,11 @@ void ChordSolver::solveFrom(int32 i)
     for (const int32* k = mTable.laterBegin(i);; ++k)
     {
         if (mTable.isRoot(i, *k))
-            mRootCost = solveChord(i, *k, mTable.direction(i, *k));
+            mRootCost = solveChord(i, *k, mTable.direction(i, *k), mRootChain);
         if (side != end && side->mTo == *k)
         {
             if (i + 1 != *k)
-                side->mCost = solveChord(i, *k, side->mDirection);
+                side->mCost = solveChord(i, *k, side->mDirection, side->mChain);
             mShared.addFirstSide(*k, *side);
             ++side;
         }
@@ -89,31 +91,48 @@ void ChordSolver::solveFrom(int32 i)
     }
 }
 
-/// Prices a chord with the widest search that is exact for it.
-float ChordSolver::solveChord(int32 i, int32 k, const Vec2<float>& direction)
+/// Prices a chord with the widest search that is exact for it, and keeps the chain that was found.
+float ChordSolver::solveChord(int32 i, int32 k, const Vec2<float>& direction, int32& chain)
 {
     const int32 best = mShared.findClosing(k, {-direction.mX, -direction.mY});
     const bool exact = (isTrustworthy(mShared, k) && mShared.isChainSeen(best, k)) || doAllSee(i, k);
     if (!exact)
-        return chordCost(i, k, priceOwn(i, k, direction));
+        return chordCost(i, k, priceOwn(i, k, direction, chain));
+    chain = keepChain(mShared, best);
     return chordCost(i, k, best >= 0 ? mShared.getRecord(best).mCost : ChordTable::UNSOLVED);
 }
 
 /// The cost of the chain against a chord for which the shared search is not exact.
-float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction)
+float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction, int32& chain)
 {
+    chain = ChainSearch::NONE;
     int32 best = searchWindow(i, k, direction);
     ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
     if (isTrustworthy(search, k))
     {
         if (mWindowStart != nullptr && mWindow.isChainSeen(best, k))
+        {
+            chain = keepChain(mWindow, best);
             return best >= 0 ? mWindow.getRecord(best).mCost : ChordTable::UNSOLVED;
+        }
         float cost = 0.0f;
         if (search.priceSeenChains(cost, k, {-direction.mX, -direction.mY}))
             return cost;
     }
     best = searchChord(i, k, direction);
+    chain = keepChain(mOwn, best);
     return best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
+}
+
+/// @return where the corners of a chain begin, the last one of them being the first of the search.
+int32 ChordSolver::keepChain(const ChainSearch& search, int32 record)
+{
+    if (record < 0)
+        return ChainSearch::NONE;
+    const int32 start = static_cast<int32>(mChains.size());
+    for (; record >= 0; record = search.getRecord(record).mPrevious)
+        mChains.push_back(search.getRecord(record).mFrom);
+    return start;
 }
 
 float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
@@ -234,27 +253,45 @@ void ChordSolver::extract(ConvexPieces& pieces)
     }
 }
 
+/// Where the chain against chord (i, k) begins; found anew where pricing has not kept it.
+int32 ChordSolver::findChain(int32 i, int32 k)
+{
+    int32 chain = mRootChain;
+    if (!mTable.isRoot(i, k))
+    {
+        const ChordTable::Side* const side =
+            std::lower_bound(mTable.sidesBegin(i), mTable.sidesEnd(i), k,
+                             [](const ChordTable::Side& a, int32 to) { return a.mTo < to; });
+        chain = side->mChain;
+    }
+    if (chain >= 0)
+        return chain;
+    const int32 record = searchChord(i, k, mTable.direction(i, k));
+    [[maybe_unused]] const bool sound =
+        KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
+        KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
+    return keepChain(mOwn, record);
+}
+
 /// Appends the corners of the piece against chord (i, k), from k down to i.
 void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
 {
-    int32 record = searchChord(i, k, mTable.direction(i, k));
+    int32 place = findChain(i, k);
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
     pieces.mCorners.push_back(k);
     // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
-    [[maybe_unused]] const bool sound =
-        KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
-        KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found") &&
-        KORV_ASSERT(mOutline.way(k, i).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
-                    "cannot normalize null length vector");
-    for (; record >= 0; record = mOwn.getRecord(record).mPrevious)
+    [[maybe_unused]] const bool sound = KORV_ASSERT(mOutline.way(k, i).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
+                                                    "cannot normalize null length vector");
+    while (place >= 0)
     {
-        const int32 corner = mOwn.getRecord(record).mFrom;
+        const int32 corner = mChains[static_cast<size_t>(place)];
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
         [[maybe_unused]] const bool apart =
             KORV_ASSERT(mOutline.way(pieces.mCorners.back(), corner).getLength() != 0.0f, "tmp1.getLength() != 0.0f",
                         "cannot normalize null length vector");
         pieces.mCorners.push_back(corner);
+        place = corner != i ? place + 1 : ChainSearch::NONE;
     }
 }
 } // namespace KORV::NavMesh

@@ -31,9 +31,11 @@ public:
 
 private:
     void solveFrom(int32 i);
-    float solveChord(int32 i, int32 k, const Vec2<float>& direction);
+    float solveChord(int32 i, int32 k, const Vec2<float>& direction, int32& chain);
     float chordCost(int32 i, int32 k, float chainCost) const;
-    float priceOwn(int32 i, int32 k, const Vec2<float>& direction);
+    float priceOwn(int32 i, int32 k, const Vec2<float>& direction, int32& chain);
+    int32 keepChain(const ChainSearch& search, int32 record);
+    int32 findChain(int32 i, int32 k);
     bool isTrustworthy(const ChainSearch& search, int32 k) const;
     bool doAllSee(int32 i, int32 k) const;
     int32 searchWindow(int32 i, int32 k, const Vec2<float>& direction);
@@ -51,7 +53,9 @@ private:
     const int32* mWindowNext = nullptr;  // the next to be passed
     const ChordTable::Side* mWindowSide = nullptr;
     Vector<int32> mUnordered; // corners that the first one sees where the answers depend on who takes part
+    Vector<int32> mChains;    // corners of chains, each from the last to the first
     Vector<int32> mCorners;   // scratch
+    int32 mRootChain = ChainSearch::NONE;
     float mRootCost = ChordTable::UNSOLVED;
     uint32 mNumOwnSearches = 0;
 };

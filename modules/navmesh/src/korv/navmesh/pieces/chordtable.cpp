@@ -87,9 +87,9 @@ void ChordTable::appendSides(int32 i)
     for (const int32* k = laterBegin(i); k != mLater.data() + mLater.size(); ++k)
     {
         if (i + 1 == *k)
-            mSides.push_back({*k, 0.0f, direction(i, *k)});
+            mSides.push_back({*k, 0.0f, direction(i, *k), -1});
         else if ((reflex || mOutline.isReflex(*k)) && !isRoot(i, *k))
-            mSides.push_back({*k, UNSOLVED, direction(i, *k)});
+            mSides.push_back({*k, UNSOLVED, direction(i, *k), -1});
     }
     mSideStart.push_back(static_cast<uint32>(mSides.size()));
 }

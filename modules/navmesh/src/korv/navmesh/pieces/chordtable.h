@@ -30,7 +30,7 @@ struct PlaneOutline
 };
 
 /// The pairs of corners that see each other, with what the search for pieces needs to know about each.
-/// Memory: 8 bytes for each pair that sees each other, and 20 for each that may bound a piece. Fails with the
+/// Memory: 8 bytes for each pair that sees each other, and 24 for each that may bound a piece. Fails with the
 /// allocator's exception only.
 class ChordTable
 {
@@ -43,6 +43,7 @@ public:
         int32 mTo;              ///< the later corner
         float mCost;            ///< cheapest total chord length of the part it cuts off, itself included
         Vec2<float> mDirection; ///< of unit length
+        int32 mChain;           ///< of the piece against it, as its owner keeps chains; negative for none
     };
 
     /// What is known about the turns at a corner, between sides that arrive from earlier corners and leave to later
