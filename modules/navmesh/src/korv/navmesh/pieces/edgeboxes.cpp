@@ -63,6 +63,22 @@ struct EdgeBoxes::Ray
     Vec2<float> mDir;
 };
 
+/// Around a triangle of three corners in a row, which runs clockwise.
+struct EdgeBoxes::Region
+{
+    struct Side
+    {
+        Vec2<float> mFrom;
+        Vec2<float> mWay;
+        float mRoom; // the clearance, times the length
+    };
+
+    Side mSides[3];
+    Vec2<float> mCentre; // of its box
+    Vec2<float> mHalf;
+    int32 mMiddle;
+};
+
 EdgeBoxes::BoxGroup::BoxGroup()
 {
     std::fill_n(mX, FAN_OUT, 0.0f);
@@ -230,41 +246,113 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
     }
     mFirstRun = mLastRun[static_cast<size_t>(from)];
     meetRun(mFirstRun, ray);
-    meetRoots(ray);
+    const auto visit = [&](size_t run)
+    {
+        if (run != mFirstRun)
+            meetRun(run, ray);
+    };
+    visitRuns([&](const BoxGroup& group) { return meetGroup(group, ray); }, visit);
     const int32 edge = choose(from, dir);
     if (edge >= 0)
         mLastRun[static_cast<size_t>(from)] = static_cast<uint32>(edge) / static_cast<uint32>(FAN_OUT);
     return edge;
 }
 
-/// Boxes around a single one below are passed over.
-void EdgeBoxes::meetRoots(const Ray& ray)
+bool EdgeBoxes::areAlone(int32 middle, float clearance) const
+{
+    if (!mBounded)
+        return false;
+    const Vec2<float>& a = point(previous(middle));
+    const Vec2<float>& b = point(middle);
+    const Vec2<float>& c = point(next(middle));
+    const Vec2<float> low(std::min({a.mX, b.mX, c.mX}), std::min({a.mY, b.mY, c.mY}));
+    const Vec2<float> high(std::max({a.mX, b.mX, c.mX}), std::max({a.mY, b.mY, c.mY}));
+    const auto side = [clearance](const Vec2<float>& from, const Vec2<float>& to) {
+        return Region::Side{from, to - from, clearance * (to - from).getLength()};
+    };
+    const Region region{{side(a, b), side(b, c), side(c, a)},
+                        (low + high) * 0.5f,
+                        (high - low) * 0.5f + Vec2<float>(clearance, clearance),
+                        middle};
+    bool alone = true;
+    const auto meet = [&](const BoxGroup& group) { return alone ? overlapGroup(group, region) : 0; };
+    const auto visit = [&](size_t run) { alone = alone && isRunEmpty(run, region); };
+    if (needsBoxes())
+    {
+        visitRuns(meet, visit);
+        return alone;
+    }
+    for (size_t run = 0; run < mRuns.size(); ++run)
+        visit(run);
+    return alone;
+}
+
+/// A bit for each box that reaches into a region.
+uint32 EdgeBoxes::overlapGroup(const BoxGroup& group, const Region& region)
+{
+    MaskLanes met[2];
+    for (size_t half = 0; half < 2; ++half)
+    {
+        const size_t at = half * NUM_LANES;
+        const FloatLanes x = absoluteLanes(loadLanes(group.mX + at) - region.mCentre.mX);
+        const FloatLanes y = absoluteLanes(loadLanes(group.mY + at) - region.mCentre.mY);
+        met[half] = (x <= loadLanes(group.mHalfX + at) + region.mHalf.mX) &
+                    (y <= loadLanes(group.mHalfY + at) + region.mHalf.mY);
+    }
+    return gatherBits(met[0], met[1]);
+}
+
+bool EdgeBoxes::isRunEmpty(size_t run, const Region& region) const
+{
+    const EdgeRun& corners = mRuns[run];
+    MaskLanes inside[2] = {~MaskLanes{}, ~MaskLanes{}};
+    for (const Region::Side& side : region.mSides)
+    {
+        for (size_t half = 0; half < 2; ++half)
+        {
+            const FloatLanes x = loadLanes(corners.mX + half * NUM_LANES) - side.mFrom.mX;
+            const FloatLanes y = loadLanes(corners.mY + half * NUM_LANES) - side.mFrom.mY;
+            inside[half] &= side.mWay.mX * y - side.mWay.mY * x <= side.mRoom;
+        }
+    }
+    for (uint32 bits = gatherBits(inside[0], inside[1]); bits != 0; bits &= bits - 1)
+    {
+        const int32 corner = static_cast<int32>(run * FAN_OUT) + std::countr_zero(bits);
+        if (corner < mN && corner != region.mMiddle && corner != previous(region.mMiddle) &&
+            corner != next(region.mMiddle))
+            return false;
+    }
+    return true;
+}
+
+/// Visits the runs in boxes that are met. Boxes around a single one below are passed over.
+/// @param meet  gives a bit for each box of a group.
+template <class Meet, class Visit>
+inline void EdgeBoxes::visitRuns(const Meet& meet, const Visit& visit) const
 {
     if (mGroups.size() == 1)
-        return meetRunsOfGroup(0, ray);
+        return visitRunsOfGroup(0, meet, visit);
     if (mTopGroups.size() == 1)
-        return meetTopGroup(0, ray);
+        return visitRunsOfTop(0, meet, visit);
     for (size_t root = 0; root < mRoots.size(); ++root)
     {
-        for (uint32 tops = meetGroup(mRoots[root], ray); tops != 0; tops &= tops - 1)
-            meetTopGroup(root * FAN_OUT + static_cast<size_t>(std::countr_zero(tops)), ray);
+        for (uint32 tops = meet(mRoots[root]); tops != 0; tops &= tops - 1)
+            visitRunsOfTop(root * FAN_OUT + static_cast<size_t>(std::countr_zero(tops)), meet, visit);
     }
 }
 
-void EdgeBoxes::meetTopGroup(size_t top, const Ray& ray)
+template <class Meet, class Visit>
+inline void EdgeBoxes::visitRunsOfTop(size_t top, const Meet& meet, const Visit& visit) const
 {
-    for (uint32 groups = meetGroup(mTopGroups[top], ray); groups != 0; groups &= groups - 1)
-        meetRunsOfGroup(top * FAN_OUT + static_cast<size_t>(std::countr_zero(groups)), ray);
+    for (uint32 groups = meet(mTopGroups[top]); groups != 0; groups &= groups - 1)
+        visitRunsOfGroup(top * FAN_OUT + static_cast<size_t>(std::countr_zero(groups)), meet, visit);
 }
 
-void EdgeBoxes::meetRunsOfGroup(size_t group, const Ray& ray)
+template <class Meet, class Visit>
+inline void EdgeBoxes::visitRunsOfGroup(size_t group, const Meet& meet, const Visit& visit) const
 {
-    for (uint32 runs = meetGroup(mGroups[group], ray); runs != 0; runs &= runs - 1)
-    {
-        const size_t run = group * FAN_OUT + static_cast<size_t>(std::countr_zero(runs));
-        if (run != mFirstRun)
-            meetRun(run, ray);
-    }
+    for (uint32 runs = meet(mGroups[group]); runs != 0; runs &= runs - 1)
+        visit(group * FAN_OUT + static_cast<size_t>(std::countr_zero(runs)));
 }
 
 /// A bit for each box that the ray may meet edges in, up to the nearest hit.

@@ -21,6 +21,11 @@ public:
     /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
     int32 findNearestEdge(int32 from, const Vec2<float>& dir);
 
+    /// Whether no other corner lies in the triangle of three in a row, or closer to it than a clearance.
+    /// @param middle  of the three, where the outline turns right.
+    /// Cost: as for a short ray.
+    bool areAlone(int32 middle, float clearance) const;
+
     /// What findNearestEdge finds, by looking at every edge: what defines the result.
     int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
 
@@ -60,6 +65,7 @@ private:
     };
 
     struct Ray;
+    struct Region;
 
     struct Hit
     {
@@ -82,15 +88,21 @@ private:
     void putBox(BoxGroup& group, size_t place, const Box& box) const;
     bool needsBoxes() const { return mRuns.size() > MAX_RUNS_WITHOUT_BOXES; }
     uint32 meetGroup(const BoxGroup& group, const Ray& ray) const;
-    void meetRoots(const Ray& ray);
-    void meetTopGroup(size_t top, const Ray& ray);
-    void meetRunsOfGroup(size_t group, const Ray& ray);
+    static uint32 overlapGroup(const BoxGroup& group, const Region& region);
+    bool isRunEmpty(size_t run, const Region& region) const;
+    template <class Meet, class Visit>
+    void visitRuns(const Meet& meet, const Visit& visit) const;
+    template <class Meet, class Visit>
+    void visitRunsOfTop(size_t top, const Meet& meet, const Visit& visit) const;
+    template <class Meet, class Visit>
+    void visitRunsOfGroup(size_t group, const Meet& meet, const Visit& visit) const;
     void meetRun(size_t run, const Ray& ray);
     void meetEdge(size_t run, size_t place, const Ray& ray);
     int32 choose(int32 from, const Vec2<float>& dir);
     void take(Nearest& nearest, const Hit& hit, int32 from) const;
     float squaredMidpointDistance(int32 edge, int32 from) const;
     int32 next(int32 corner) const { return corner + 1 < mN ? corner + 1 : 0; }
+    int32 previous(int32 corner) const { return corner > 0 ? corner - 1 : mN - 1; }
     const Vec2<float>& point(int32 corner) const { return mPolygon[static_cast<size_t>(corner)]; }
 
     const Vector<Vec2<float>>& mPolygon;

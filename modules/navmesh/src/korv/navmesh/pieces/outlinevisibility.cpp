@@ -15,13 +15,15 @@
 // bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
 // corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
 //
-// Two things save most rays. They rest on what rays that go away from i have in common: two of them never cross, nor
+// Three things save most rays. The first two rest on what rays that go away from i have in common: two of them never cross, nor
 // does one cross the line of sight from i to a corner.
 // - What a ray cuts off on the far side is hidden as a whole, even where the ray begins at a hidden corner itself. No
 //   ray that begins in there leaves it, so sweeps pass over it: the backward sweep over the shadows of the forward one,
 //   and the forward sweep over those that are cast by the corners which cast the longest ones backward before.
 // - No shadow of a corner between a and i hides a from i, when they see each other. What lies there is not wanted, so
 //   the backward sweep begins at the first such a, unless some corner comes too close to the line of sight for floats.
+// - Most shadows are those of steps: they hide one corner, and fall on the edge behind it. Where nothing else reaches
+//   into the triangle of such a step, offsets from the ray tell as much.
 // Tolerances are absolute. Where they are not small against the edges, sweeps are done at length; and again where a ray
 // has met nothing at all, so that floats must have let it slip through.
 
@@ -47,7 +49,7 @@ OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const V
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSeen(allocator), mCorners(allocator),
       mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator), mFirstSeer(allocator),
-      mCasters(allocator), mForwardShadows(allocator), mBackwardShadows(allocator)
+      mEars(allocator), mCasters(allocator), mForwardShadows(allocator), mBackwardShadows(allocator)
 {
 }
 
@@ -59,6 +61,7 @@ void OutlineVisibility::build()
     mSeen.resize((mPolygon.size() + WORD - 1) / WORD);
     mCasters.clear();
     mFirstSeer.assign(mPolygon.size(), -1);
+    mEars.assign(mPolygon.size(), Ear::UNKNOWN);
     mCorners.clear();
     mRanks.clear();
     for (int32 k = 0; k < mN; ++k)
@@ -250,14 +253,57 @@ int32 OutlineVisibility::castShadow(int32 i, int32 j)
     return edge;
 }
 
-/// The corner that the backward sweep goes on at, behind the shadow of corner j; -1 when there is no shadow.
+/// The corner that the forward sweep goes on at, behind the shadow of corner j; -1 when there is no shadow.
+int32 OutlineVisibility::castForward(int32 i, int32 j)
+{
+    if (isStep(i, j, next(j), next(next(j))))
+        return next(next(j));
+    const int32 edge = castShadow(i, j);
+    if (edge < 0 || (edge > i && edge <= j))
+        return -1; // passed already
+    const Vec2<float> d = point(j) - point(i);
+    return cross(d, point(edge) - point(i)) > 0.0f ? next(edge) : edge;
+}
+
+/// The same for the backward sweep.
 int32 OutlineVisibility::castBackward(int32 i, int32 j)
 {
+    if (isStep(i, j, previous(j), previous(previous(j))))
+        return previous(previous(j));
     const int32 edge = castShadow(i, j);
     if (edge < 0 || (edge != i && stepsForward(edge, i) <= stepsForward(j, i)))
         return -1; // passed already
     const Vec2<float> d = point(j) - point(i);
     return cross(d, point(edge) - point(i)) < -TURN_TOLERANCE ? previous(edge) : edge;
+}
+
+/// Whether the shadow of corner j clearly falls on the second edge from there and hides the corner in the middle only:
+/// that takes no ray, and most shadows are such.
+bool OutlineVisibility::isStep(int32 i, int32 j, int32 middle, int32 end)
+{
+    if (!mCoarse || middle == i || end == i)
+        return false;
+    const Vec2<float> d = point(j) - point(i);
+    const float middleOffset = cross(d, point(middle) - point(i));
+    const float endOffset = cross(d, point(end) - point(i));
+    const float clear = mClearance * (std::fabs(d.mX) + std::fabs(d.mY));
+    return std::min(std::fabs(middleOffset), std::fabs(endOffset)) > clear &&
+           (middleOffset > 0.0f) != (endOffset > 0.0f) && isEar(middle);
+}
+
+/// Whether a corner is convex, its neighbours keep away from its edges, and no other corner is near.
+bool OutlineVisibility::isEar(int32 middle)
+{
+    Ear& ear = mEars[static_cast<size_t>(middle)];
+    if (ear == Ear::UNKNOWN)
+    {
+        const Vec2<float> arriving = point(middle) - point(previous(middle));
+        const Vec2<float> leaving = point(next(middle)) - point(middle);
+        const float longer = std::max(arriving.getLength(), leaving.getLength());
+        const bool convex = cross(arriving, leaving) < -mClearance * longer;
+        ear = convex && mBoxes.areAlone(middle, mClearance) ? Ear::YES : Ear::NO;
+    }
+    return ear == Ear::YES;
 }
 
 /// Whether the outline turns away from corner i at corner j, coming from behind.
@@ -319,12 +365,7 @@ void OutlineVisibility::sweepForward(int32 i)
             j = behind;
             continue;
         }
-        int32 edge = castShadow(i, j);
-        if (edge > i && edge <= j)
-            edge = -1; // passed already
-        const Vec2<float> d = point(j) - point(i);
-        if (edge >= 0 && cross(d, point(edge) - point(i)) > 0.0f)
-            edge = next(edge);
+        const int32 edge = castForward(i, j);
         // a shadow that would pass corner i itself comes from a degenerate outline and hides nothing
         const int32 skipped = edge >= 0 ? stepsForward(j, edge) - 1 : 0;
         if (skipped <= 0 || skipped >= stepsForward(j, i))

@@ -46,7 +46,10 @@ private:
     int32 nextCaster(int32 rank, int32 i);
     int32 previousCaster(int32 rank, int32 i);
     int32 castShadow(int32 i, int32 j);
+    int32 castForward(int32 i, int32 j);
     int32 castBackward(int32 i, int32 j);
+    bool isStep(int32 i, int32 j, int32 middle, int32 end);
+    bool isEar(int32 middle);
     bool castsBackward(int32 i, int32 j) const;
     void castKnown(int32 i);
     static int32 leaveForward(Vector<Shadow>& shadows, int32 k);
@@ -65,15 +68,22 @@ private:
     const Vector<uint8>& mReflex;
     int32 mN = 0;
     EdgeBoxes mBoxes;
-    Vector<uint64> mSeen;            // a bit for each corner; only those after the one at hand count
-    Vector<int32> mCorners;          // the reflex corners
-    Vector<int32> mRanks;            // reflex corners before a corner; one more at the end
-    Casters mPlaces;                 // of the reflex corners
-    Casters mForward;                // their edges to the next corner
-    Casters mBackward;               // and to the one before
-    Vector<int32> mFirstSeer;        // the first corner that sees a corner, of those asked for so far; -1 for none
-    float mClearance = 0.0f;         // of a line of sight, so that a ray which passes it does so whatever the rounding
-    bool mCoarse = false;            // edges are long against all tolerances
+    Vector<uint64> mSeen;     // a bit for each corner; only those after the one at hand count
+    Vector<int32> mCorners;   // the reflex corners
+    Vector<int32> mRanks;     // reflex corners before a corner; one more at the end
+    Casters mPlaces;          // of the reflex corners
+    Casters mForward;         // their edges to the next corner
+    Casters mBackward;        // and to the one before
+    Vector<int32> mFirstSeer; // the first corner that sees a corner, of those asked for so far; -1 for none
+    float mClearance = 0.0f;  // of a line of sight, so that a ray which passes it does so whatever the rounding
+    bool mCoarse = false;     // edges are long against all tolerances
+    enum class Ear : uint8
+    {
+        UNKNOWN,
+        YES,
+        NO
+    };
+    Vector<Ear> mEars;               // whether nothing reaches in between a corner and its two neighbours
     bool mRayLost = false;           // a ray from the corner at hand has met nothing
     Vector<int32> mCasters;          // of the long shadows of the last backward sweep
     Vector<Shadow> mForwardShadows;  // of the corner at hand, increasing
