@@ -15,8 +15,8 @@
 // bit to bit. What a sweep has passed is a run of corners that begins at i, so a comparison of indices tells. Only
 // corners after i are wanted, so the forward sweep ends with the outline; the backward one goes all the way round.
 //
-// Three things save most rays. The first two rest on what rays that go away from i have in common: two of them never cross, nor
-// does one cross the line of sight from i to a corner.
+// Three things save most rays. The first two rest on what rays that go away from i have in common: two of them never
+// cross, nor does one cross the line of sight from i to a corner.
 // - What a ray cuts off on the far side is hidden as a whole, even where the ray begins at a hidden corner itself. No
 //   ray that begins in there leaves it, so sweeps pass over it: the backward sweep over the shadows of the forward one,
 //   and the forward sweep over those that are cast by the corners which cast the longest ones backward before.
@@ -24,6 +24,7 @@
 //   the backward sweep begins at the first such a, unless some corner comes too close to the line of sight for floats.
 // - Most shadows are those of steps: they hide one corner, and fall on the edge behind it. Where nothing else reaches
 //   into the triangle of such a step, offsets from the ray tell as much.
+//
 // Tolerances are absolute. Where they are not small against the edges, sweeps are done at length; and again where a ray
 // has met nothing at all, so that floats must have let it slip through.
 
