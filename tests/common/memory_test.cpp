@@ -43,41 +43,13 @@ struct alignas(64) Aligned : Memory::MemoryManaged
     Payload mPart;
     double mValue = 0.0;
 };
-} // namespace
 
-KORV_TEST(FreeList, pagesAndBlocksHaveTheSizesThatHostsCountOn)
+/// Takes and gives blocks of all sizes, and checks what was written to them.
+void useAtRandom(uint32 pageBytes)
 {
     Testing::CountingMemory* memory = nullptr;
     const AllocatorPtr base = callbackAllocator(memory);
-    const AllocatorPtr list(new (base) FreeListAllocator(base));
-    memory->mRecord = true;
-    const struct
-    {
-        uint64 mSize;
-        std::vector<uint32> mRequests;
-    } rows[] = {
-        {8, {16392}}, {11, {}},       {0, {16392}}, {4, {16380 + 8}}, {251, {64u * (252 + 4) + 8}},
-        {252, {256}}, {1000, {1004}},
-    };
-    std::vector<void*> blocks;
-    for (const auto& row : rows)
-    {
-        KORV_CONTEXT("size " << row.mSize);
-        memory->mSizes.clear();
-        blocks.push_back(list->allocate(row.mSize));
-        EXPECT_EQ(memory->mSizes, row.mRequests);
-    }
-    for (void* block : blocks)
-        list->deallocate(block);
-    list->deallocate(nullptr);
-    EXPECT_TRUE(list->isClean());
-}
-
-KORV_TEST(FreeList, blocksKeepTheirContentThroughRandomUse)
-{
-    Testing::CountingMemory* memory = nullptr;
-    const AllocatorPtr base = callbackAllocator(memory);
-    const AllocatorPtr list(new (base) FreeListAllocator(base));
+    const AllocatorPtr list(new (base) FreeListAllocator(base, pageBytes));
     std::mt19937 random(7);
     std::vector<std::pair<unsigned char*, size_t>> blocks;
     const auto check = [](const std::pair<unsigned char*, size_t>& block)
@@ -113,6 +85,41 @@ KORV_TEST(FreeList, blocksKeepTheirContentThroughRandomUse)
     EXPECT_GT(list->releaseUnusedMemory(), 0u);
     EXPECT_LT(memory->mBlocks, before);
     EXPECT_LE(memory->mBlocks, 3); // the allocators themselves and the grown table of pages
+}
+} // namespace
+
+KORV_TEST(FreeList, pagesAndBlocksHaveTheSizesThatHostsCountOn)
+{
+    Testing::CountingMemory* memory = nullptr;
+    const AllocatorPtr base = callbackAllocator(memory);
+    const AllocatorPtr list(new (base) FreeListAllocator(base));
+    memory->mRecord = true;
+    const struct
+    {
+        uint64 mSize;
+        std::vector<uint32> mRequests;
+    } rows[] = {
+        {8, {16392}}, {11, {}},       {0, {16392}}, {4, {16380 + 8}}, {251, {64u * (252 + 4) + 8}},
+        {252, {256}}, {1000, {1004}},
+    };
+    std::vector<void*> blocks;
+    for (const auto& row : rows)
+    {
+        KORV_CONTEXT("size " << row.mSize);
+        memory->mSizes.clear();
+        blocks.push_back(list->allocate(row.mSize));
+        EXPECT_EQ(memory->mSizes, row.mRequests);
+    }
+    for (void* block : blocks)
+        list->deallocate(block);
+    list->deallocate(nullptr);
+    EXPECT_TRUE(list->isClean());
+}
+
+KORV_TEST(FreeList, blocksKeepTheirContentThroughRandomUse)
+{
+    useAtRandom(FreeListAllocator::PAGE_BYTES);
+    useAtRandom(FreeListAllocator::SMALL_PAGE_BYTES);
 }
 
 KORV_TEST(Allocators, refuseSizesTheyCannotHold)

@@ -196,6 +196,13 @@ std::vector<int64> bytes(const NavMeshContainer& mesh)
     }
     return result;
 }
+
+void appendTo(NavMeshContainer& mesh, PieceSequencer& sequencer)
+{
+    MeshDraft draft(mesh, mesh.getMemory());
+    sequencer.moveTo(draft);
+    draft.moveNodes();
+}
 } // namespace
 
 KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
@@ -428,7 +435,7 @@ KORV_TEST(Decomposition, workersChangeNothing)
                                  PolygonCreateTask(1.0f, Rules::SPECIFIED, sequencer, i, polygons[i], UP));
         pool->waitForTasks();
         EXPECT_EQ(sequencer.getNumEnded(), polygons.size());
-        sequencer.appendTo(mesh);
+        appendTo(mesh, sequencer);
         EXPECT_EQ(mesh.mVertices.size(),
                   [&]
                   {
@@ -468,7 +475,7 @@ KORV_TEST(Decomposition, resultsWaitForTheirTurnAndStopDropsThem)
     EXPECT_EQ(sequencer.getNumRescues(Rescue::EMPTY), 1u);
     sequencer.stop();
     sequencer.deliver(4, later);
-    sequencer.appendTo(mesh);
+    appendTo(mesh, sequencer);
     ASSERT_EQ(mesh.mNodes.size(), 3u);
     EXPECT_EQ(mesh.mVertices.size(), 12u);
     EXPECT_EQ(mesh.mNodes[1].mPolygon, Vector<uint32>({7, 6, 5, 4}));

@@ -6,9 +6,12 @@
 #include "korv/common/debug/assert.h"
 #include "korv/common/debug/trace.h"
 #include "korv/common/geom/geomutility.h"
+#include "korv/common/memory/freelistallocator.h"
+#include "korv/common/memory/threadsafeallocator.h"
 #include "korv/common/threading/threadpool.h"
 #include "korv/navmesh/heightclassifier.h"
 #include "korv/navmesh/mainaxes.h"
+#include "korv/navmesh/meshdraft.h"
 #include "korv/navmesh/navmeshbuilder.h"
 #include "korv/navmesh/navmeshconnector.h"
 #include "korv/navmesh/navmeshoctree.h"
@@ -20,6 +23,7 @@
 
 #include <cmath>
 #include <memory>
+#include <optional>
 
 namespace KORV::NavMesh
 {
@@ -28,6 +32,8 @@ namespace
 using Common::Debug::MessageText;
 using Common::Debug::Trace;
 using Common::Memory::AllocatorPtr;
+using Common::Memory::FreeListAllocator;
+using Common::Memory::ThreadSafeAllocator;
 using Common::Threading::ThreadPool;
 
 constexpr const char* FUNCTION = "KORV::NavMesh::NavMeshBuilder::generateNavMesh";
@@ -58,6 +64,18 @@ void normaliseDirection(Vec3<float>& direction)
     if (!std::isfinite(direction.getLength())) // the squares of large components overflow
         direction = direction * SMALLER;
     direction.normalise();
+}
+
+/// An allocator for one thread of a run: all that it keeps goes back at once with it.
+AllocatorPtr createOwnAllocator(const AllocatorPtr& source)
+{
+    return AllocatorPtr(new (source) FreeListAllocator(source, FreeListAllocator::SMALL_PAGE_BYTES));
+}
+
+/// The same for all threads.
+AllocatorPtr createRunAllocator(const AllocatorPtr& source)
+{
+    return AllocatorPtr(new (source) ThreadSafeAllocator(createOwnAllocator(source)));
 }
 } // namespace
 
@@ -101,11 +119,13 @@ private:
 
     NavMeshBuilder& mBuilder;
     RunControl mControl;
-    AllocatorPtr mAllocator; // thread-safe
+    AllocatorPtr mAllocator;        // for all threads, and all but the mesh
+    AllocatorPtr mOutlineAllocator; // this thread's own
     SurfacePolygonList mPolygons;
     HeightClassifier mClassifier;
     uint32 mAxis = 0;
     SharedPtr<NavMeshContainer> mContainer;
+    std::optional<MeshDraft> mDraft;
     uint32 mNumStages = 0;
     StageClock mTotalClock;
     StageClock mStageClock;
@@ -130,8 +150,9 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::generateNavMesh()
 }
 
 NavMeshBuilder::Run::Run(NavMeshBuilder& builder)
-    : mBuilder(builder), mControl(builder.mProgressReceiver, builder.mStatistics), mPolygons(builder.getMemory()),
-      mClassifier(builder.getMemory())
+    : mBuilder(builder), mControl(builder.mProgressReceiver, builder.mStatistics),
+      mAllocator(createRunAllocator(builder.getAllocator())), mOutlineAllocator(createOwnAllocator(mAllocator)),
+      mPolygons(mOutlineAllocator.get()), mClassifier(builder.getMemory())
 {
 }
 
@@ -150,7 +171,6 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
         return nullptr;
     createContainer();
     buildConvexNodes();
-    endPool();
     buildConnections();
     writeHeights();
     mControl.report(TOTAL_STAGE, 1.0f);
@@ -161,8 +181,7 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
 
 void NavMeshBuilder::Run::startPool()
 {
-    mBuilder.mThreadPool = ThreadPool::createOnDemand(mBuilder.getAllocator(), mBuilder.mParameter.mNumThreads, 0);
-    mAllocator = mBuilder.mThreadPool->getAllocator();
+    mBuilder.mThreadPool = ThreadPool::createOnDemand(mAllocator, mBuilder.mParameter.mNumThreads, 0);
     Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
     mTotalClock.restart();
     mStageClock.restart();
@@ -194,6 +213,7 @@ void NavMeshBuilder::Run::buildOutlines()
                                            mControl, getRules(), isSplitDepthAutomatic));
         octree->buildMaxConnectedPolygons(mPolygons, mAxis);
     }
+    mAllocator->releaseUnusedMemory(); // the pool is idle
     endStage(OUTLINE_STAGE);
     // Outlines that were a straight line have no corners left.
     mPolygons.remove_if([](const SurfacePolygon& polygon) { return polygon.mPoints.size() < 3; });
@@ -226,9 +246,12 @@ void NavMeshBuilder::Run::buildConvexNodes()
         throw;
     }
     pool.waitForTasks();
+    pool.releaseUnusedMemory();
     sequencer.getErrors().rethrow();
-    sequencer.appendTo(*mContainer);
+    sequencer.moveTo(mDraft.emplace(*mContainer, mAllocator.get()));
     mPolygons.clear(); // the mesh has all of them
+    mOutlineAllocator->releaseUnusedMemory();
+    mAllocator->releaseUnusedMemory();
     countRescues(sequencer);
     endStage(CONVEX_STAGE);
 }
@@ -320,10 +343,14 @@ void NavMeshBuilder::Run::buildConnections()
     const float cubeSize = mBuilder.mParameter.mCubeSize;
     const int32 component = MAIN_AXIS_COMPONENTS[mAxis];
     mControl.report(CONNECTION_STAGE, 0.0f);
-    const std::unique_ptr<NavMeshConnector> connector(
+    std::unique_ptr<NavMeshConnector> connector(
         new (mAllocator) NavMeshConnector(cubeSize * OVERLAP_SHARE, cubeSize * DISTANCE_SHARE, getRules()));
-    connector->buildConnections(*mContainer, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
-                                MAIN_AXES[mAxis][component], component, mControl);
+    connector->buildConnections(*mDraft, mClassifier.getMaxJumpHeight(), mClassifier.getMaxFallHeight(),
+                                MAIN_AXES[mAxis][component], component, *mBuilder.mThreadPool, mControl);
+    connector.reset();
+    endPool();
+    mAllocator->releaseUnusedMemory();
+    mDraft->moveNodes();
     endStage(CONNECTION_STAGE);
 }
 

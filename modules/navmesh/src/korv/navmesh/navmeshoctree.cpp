@@ -436,11 +436,4 @@ void NavMeshOctree::visit(LeafFunctional& functional, uint32 octant, uint32 leve
             visit(functional, child++, level + 1, corner + CHILD_CORNERS[k] * half);
     }
 }
-
-Vec3<float> NavMeshOctree::getCentre(const Vec3<int32>& position) const
-{
-    return mFirstCentre + Vec3<float>(static_cast<float>(position.mX), static_cast<float>(position.mY),
-                                      static_cast<float>(position.mZ)) *
-                              mCubeSize;
-}
 } // namespace KORV::NavMesh

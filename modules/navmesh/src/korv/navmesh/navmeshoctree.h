@@ -130,7 +130,12 @@ public:
     void forEachLeaf(LeafFunctional& functional);
 
     /// World centre of a voxel's cube.
-    Vec3<float> getCentre(const Vec3<int32>& position) const;
+    Vec3<float> getCentre(const Vec3<int32>& position) const
+    {
+        return mFirstCentre + Vec3<float>(static_cast<float>(position.mX), static_cast<float>(position.mY),
+                                          static_cast<float>(position.mZ)) *
+                                  mCubeSize;
+    }
 
     uint32 getDepth() const { return mDepth; }
     uint32 getDimension() const { return mDimension; }

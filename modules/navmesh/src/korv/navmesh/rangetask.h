@@ -107,6 +107,14 @@ public:
     /// The results of the range that begins at an index.
     Vector<T>& getPart(uint32 begin) { return mParts[begin / mBatch]; }
 
+    /// Calls a function with the results of each range in order.
+    template <class Function>
+    void forEachPart(const Function& function)
+    {
+        for (Vector<T>& part : mParts)
+            function(part);
+    }
+
     /// Moves all into one array.
     void moveTo(Vector<T>& all)
     {

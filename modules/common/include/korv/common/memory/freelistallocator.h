@@ -13,7 +13,14 @@ namespace KORV::Common::Memory
 class KORV_COMMON_API FreeListAllocator : public Allocator
 {
 public:
-    explicit FreeListAllocator(const AllocatorPtr& source);
+    /// Size of a page, about. [bytes]
+    static constexpr uint32 PAGE_BYTES = 16384;
+    /// The same for allocators that live for a while only, or beside many others: each keeps a page for every size in
+    /// use.
+    static constexpr uint32 SMALL_PAGE_BYTES = 1024;
+
+    /// @param pageBytes  256 at least, for a chunk of every size, and PAGE_BYTES at most.
+    explicit FreeListAllocator(const AllocatorPtr& source, uint32 pageBytes = PAGE_BYTES);
     /// Gives every page back to the parent.
     ~FreeListAllocator() override;
 
@@ -27,7 +34,6 @@ private:
     using Reference = uint32;
 
     static constexpr uint32 NUM_LISTS = 64;
-    static constexpr uint32 PAGE_BYTES = 16384;
     static constexpr uint32 CHUNK_BITS = 11; // a page has at most 16384 / 8 = 2048 chunks
     static constexpr uint32 MAX_PAGES = (1u << (32 - CHUNK_BITS)) - 1;
     static constexpr uint32 NUM_LOCAL_PAGES = 64;
@@ -41,6 +47,7 @@ private:
     static Reference* getChunk(Page* page, Reference reference);
 
     AllocatorPtr mSource;
+    uint32 mPageBytes;
     Reference mLists[NUM_LISTS] = {};
     uint32 mFirstPage = 0;
     uint32 mNumPages = 0; // entries of the table in use, those of released pages included

@@ -50,6 +50,8 @@ public:
     /// Returns when the queue is empty and every worker waits for work. One thread at a time, and not while others
     /// append.
     void waitForTasks();
+    /// Gives back what the workers keep of the memory of past tasks. The pool must be idle.
+    void releaseUnusedMemory();
 
     /// Threads that run, or will with the first task.
     uint32 getNumThreads() const { return mStarted ? static_cast<uint32>(mThreads.size()) : mNumWanted; }

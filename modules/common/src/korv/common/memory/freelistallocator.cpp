@@ -1,4 +1,4 @@
-// Free lists of equal chunks in pages of about 16 KB, one size class for every 4 bytes.
+// Free lists of equal chunks in pages of about 16 KB, or smaller ones, one size class for every 4 bytes.
 //
 // Chunks name each other and their pages by 32-bit references instead of pointers, so that a block costs one 4-byte
 // word on a 64-bit machine too. A page's number indexes a table of addresses; its first entries lie in the allocator
@@ -35,7 +35,10 @@ unsigned char* bytesOf(void* block)
 }
 } // namespace
 
-FreeListAllocator::FreeListAllocator(const AllocatorPtr& source) : Allocator("FreeList"), mSource(source) {}
+FreeListAllocator::FreeListAllocator(const AllocatorPtr& source, uint32 pageBytes)
+    : Allocator("FreeList"), mSource(source), mPageBytes(pageBytes)
+{
+}
 
 FreeListAllocator::~FreeListAllocator()
 {
@@ -102,7 +105,7 @@ FreeListAllocator::Reference* FreeListAllocator::getChunk(Page* page, Reference 
 void FreeListAllocator::allocBlock(uint32 units)
 {
     const uint32 stride = units * 4 + 4;
-    const uint32 count = PAGE_BYTES / stride;
+    const uint32 count = mPageBytes / stride;
     const uint32 size = count * stride + static_cast<uint32>(sizeof(Page));
 
     const uint32 number = takePageNumber();
@@ -197,7 +200,7 @@ uint64 FreeListAllocator::releaseUnusedMemory()
         Page* page = entry;
         if (page->mCount != 0)
         {
-            page->mCount = static_cast<uint16>(PAGE_BYTES / page->getStride());
+            page->mCount = static_cast<uint16>(mPageBytes / page->getStride());
             link = &page->mNextPage;
             continue;
         }

@@ -86,7 +86,9 @@ void ThreadPool::start()
 
 bool ThreadPool::startWorker()
 {
-    const Memory::AllocatorPtr memory(new (getAllocator()) Memory::FreeListAllocator(getAllocator()));
+    using Memory::FreeListAllocator;
+    const Memory::AllocatorPtr memory(new (getAllocator())
+                                          FreeListAllocator(getAllocator(), FreeListAllocator::SMALL_PAGE_BYTES));
     // Room first: what exists is then always listed, and stopWorkers finds it.
     mEndEntries.push_back(nullptr);
     mWorkers.push_back(nullptr);
@@ -228,5 +230,11 @@ void ThreadPool::waitForTasks()
         worker->mIdle.wait();
         worker->mIdle.signal();
     }
+}
+
+void ThreadPool::releaseUnusedMemory()
+{
+    for (Worker* worker : mWorkers)
+        worker->mWorkerAllocator->releaseUnusedMemory();
 }
 } // namespace KORV::Common::Threading

@@ -27,14 +27,14 @@ void ConvexPieces::append(const ConvexPieces& other)
     mNeighbours.insert(mNeighbours.end(), other.mNeighbours.begin(), other.mNeighbours.end());
 }
 
-void ConvexPieces::appendTo(NavMeshContainer& container, const SurfacePolygon& polygon, size_t first, size_t last) const
+void ConvexPieces::appendTo(NavMeshContainer& container, const SurfacePolygon& polygon) const
 {
-    if (first == last)
+    if (size() == 0)
         return;
     const uint32 base = static_cast<uint32>(container.mVertices.size());
     const int32 firstNode = static_cast<int32>(container.mNodes.size());
     container.mVertices.insert(container.mVertices.end(), polygon.mPoints.begin(), polygon.mPoints.end());
-    for (size_t piece = first; piece < last; ++piece)
+    for (size_t piece = 0; piece < size(); ++piece)
     {
         NavMeshContainer::NavNode& node = container.mNodes.emplace_back(container.getMemory());
         fillLists(node, mCorners.data() + begin(piece), mNeighbours.data() + begin(piece), end(piece) - begin(piece),

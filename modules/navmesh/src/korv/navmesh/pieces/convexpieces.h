@@ -34,12 +34,7 @@ public:
     void append(const ConvexPieces& other);
 
     /// Appends the corners of the outline and a node for each piece; nothing when there are no pieces.
-    void appendTo(NavMeshContainer& container, const SurfacePolygon& polygon) const
-    {
-        appendTo(container, polygon, 0, size());
-    }
-    /// The same with pieces of the outline alone, after those of others have been added.
-    void appendTo(NavMeshContainer& container, const SurfacePolygon& polygon, size_t first, size_t last) const;
+    void appendTo(NavMeshContainer& container, const SurfacePolygon& polygon) const;
 
     Vector<uint32> mStart;     ///< first corner of each piece
     Vector<int32> mCorners;    ///< corners of the outline, decreasing within a piece

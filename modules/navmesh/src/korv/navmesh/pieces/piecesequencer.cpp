@@ -12,14 +12,12 @@ void PieceBatch::add(const SurfacePolygon& polygon, const ConvexPieces& pieces, 
     mOutlines.push_back({&polygon, static_cast<uint32>(mPieces.size()), rescue});
 }
 
-void PieceBatch::appendTo(NavMeshContainer& container) const
+void PieceBatch::moveTo(MeshDraft& draft)
 {
-    size_t first = 0;
+    draft.appendBlock(std::move(mPieces));
     for (const Outline& outline : mOutlines)
-    {
-        mPieces.appendTo(container, *outline.mPolygon, first, outline.mEnd);
-        first = outline.mEnd;
-    }
+        draft.appendOutline(*outline.mPolygon, outline.mEnd);
+    mOutlines.clear();
 }
 
 /// Results that wait for their turn.
@@ -53,25 +51,23 @@ void PieceSequencer::deliver(size_t first, const PieceBatch& batch)
         ++mNumRescues[static_cast<size_t>(outline.mRescue)];
 }
 
-void PieceSequencer::appendTo(NavMeshContainer& container)
+void PieceSequencer::moveTo(MeshDraft& draft)
 {
-    size_t numVertices = container.mVertices.size();
-    size_t numNodes = container.mNodes.size();
+    size_t numVertices = 0;
     for (const Delivery* delivery : mDeliveries)
     {
         if (delivery == nullptr)
             continue;
-        numNodes += delivery->mBatch.mPieces.size();
         for (const PieceBatch::Outline& outline : delivery->mBatch.mOutlines)
             numVertices += outline.mPolygon->mPoints.size();
     }
-    container.mVertices.reserve(numVertices);
-    container.mNodes.reserve(numNodes);
+    // some for the sides that will be split, so that the vertices need not be copied for them
+    draft.reserveVertices(numVertices + numVertices / SPARE_VERTICES);
     for (Delivery*& delivery : mDeliveries)
     {
         if (delivery == nullptr)
             continue;
-        delivery->mBatch.appendTo(container);
+        delivery->mBatch.moveTo(draft);
         delete delivery;
         delivery = nullptr;
     }

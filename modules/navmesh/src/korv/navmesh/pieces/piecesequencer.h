@@ -3,6 +3,7 @@
 #include "korv/common/threading/semaphore.h"
 #include "korv/common/threading/spinlock.h"
 #include "korv/navmesh/convexpolygoncreator.h"
+#include "korv/navmesh/meshdraft.h"
 #include "korv/navmesh/taskerrors.h"
 
 #include <atomic>
@@ -22,7 +23,8 @@ public:
 
     /// Adds the next outline, also one without pieces. @param polygon  is referred to.
     void add(const SurfacePolygon& polygon, const ConvexPieces& pieces, ConvexPolygonCreator::Rescue rescue);
-    void appendTo(NavMeshContainer& container) const;
+    /// Makes them a block of a mesh, and is empty then.
+    void moveTo(MeshDraft& draft);
 
     /// An outline with the end of its pieces.
     struct Outline
@@ -35,9 +37,9 @@ public:
     ConvexPieces mPieces;
 };
 
-/// Takes the pieces of many outlines in whatever order they are finished, and appends them to the container in the
-/// order of the outlines once all are there: a container that grows under its users' hands would be copied again and
-/// again. Any thread may deliver.
+/// Takes the pieces of many outlines in whatever order they are finished, and appends them to a mesh in the order of
+/// the outlines once all are there: vertices that grow under their users' hands would be copied again and again. Any
+/// thread may deliver.
 class PieceSequencer
 {
 public:
@@ -52,9 +54,8 @@ public:
     /// @param batch  copied, so that it may live on the caller's own allocator.
     void deliver(size_t first, const PieceBatch& batch);
 
-    /// Appends all that has been delivered to a container, in the order of the outlines, and gives it back. Nobody may
-    /// deliver meanwhile.
-    void appendTo(NavMeshContainer& container);
+    /// Appends all that has been delivered to a mesh, in the order of the outlines. Nobody may deliver meanwhile.
+    void moveTo(MeshDraft& draft);
 
     /// Carries what tasks throw to the thread that waits.
     TaskErrors& getErrors() { return mErrors; }
@@ -79,6 +80,8 @@ private:
     class Delivery;
 
     static constexpr size_t NUM_RESCUES = 4;
+    /// One vertex in so many comes in addition where sides are split, at most levels.
+    static constexpr size_t SPARE_VERTICES = 32;
 
     mutable Common::Threading::SpinLock mLock;
     Common::Memory::AllocatorPtr mAllocator;

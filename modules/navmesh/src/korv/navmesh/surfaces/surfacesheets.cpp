@@ -307,10 +307,4 @@ uint64 SurfaceSheets::countVoxels() const
         count += static_cast<uint64>(std::popcount(sheet.mVoxels));
     return count;
 }
-
-Vec3<int32> SurfaceSheets::getPosition(const SurfaceSheet& sheet, uint32 bit) const
-{
-    const Vec3<int32> first = mBricks[sheet.mBrick].mPosition * static_cast<int32>(mBricks.getLayout().getBrickEdge());
-    return first + Vec3<int32>(static_cast<int32>(bit % 8), static_cast<int32>(bit / 8), sheet.mLevel);
-}
 } // namespace KORV::NavMesh

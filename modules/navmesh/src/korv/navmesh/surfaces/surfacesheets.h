@@ -111,7 +111,12 @@ public:
     const HeightGroups::Group& getGroup(const SurfaceSheet& sheet) const { return mGroups.getGroups()[sheet.mGroup]; }
     uint64 countVoxels() const;
     /// Position in the plane's coordinates of a voxel.
-    Vec3<int32> getPosition(const SurfaceSheet& sheet, uint32 bit) const;
+    Vec3<int32> getPosition(const SurfaceSheet& sheet, uint32 bit) const
+    {
+        const auto brickEdge = static_cast<int32>(mBricks.getLayout().getBrickEdge());
+        return mBricks[sheet.mBrick].mPosition * brickEdge +
+               Vec3<int32>(static_cast<int32>(bit % 8), static_cast<int32>(bit / 8), sheet.mLevel);
+    }
 
 private:
     class Column;

@@ -40,14 +40,6 @@ PlaneLayout::PlaneLayout(uint32 depth, uint32 mainAxis) : mDepth(depth), mBrickL
     }
 }
 
-Vec3<int32> PlaneLayout::toGrid(const Vec3<int32>& uvw) const
-{
-    Vec3<int32> position;
-    for (int i = 0; i < 3; ++i)
-        position[mAxes[i]] = mFlip[i] ? static_cast<int32>(getDimension()) - 1 - uvw[i] : uvw[i];
-    return position;
-}
-
 Vec3<int32> PlaneLayout::toPlane(const Vec3<int32>& position, uint32 dimension) const
 {
     Vec3<int32> uvw;

@@ -24,7 +24,13 @@ public:
     uint32 getBrickLevels() const { return mBrickLevels; }
     uint32 getBrickEdge() const { return 1u << mBrickLevels; }
 
-    Vec3<int32> toGrid(const Vec3<int32>& uvw) const;
+    Vec3<int32> toGrid(const Vec3<int32>& uvw) const
+    {
+        Vec3<int32> position;
+        for (int i = 0; i < 3; ++i)
+            position[mAxes[i]] = mFlip[i] ? static_cast<int32>(getDimension()) - 1 - uvw[i] : uvw[i];
+        return position;
+    }
     /// The same turn for a grid of another size.
     Vec3<int32> toPlane(const Vec3<int32>& position, uint32 dimension) const;
 
