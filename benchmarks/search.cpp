@@ -8,6 +8,7 @@
 #include "support/table.h"
 
 #include "korv/common/exceptions/exception.h"
+#include "korv/common/interface.h"
 #include "korv/navmesh/navmeshpathsearch.h"
 #include "korv/navmesh/navmeshway.h"
 
@@ -207,22 +208,27 @@ private:
         const std::size_t expanded = sum(journeys, [](const Journey& journey) { return journey.mExpanded; });
         const std::size_t peerExpanded = sum(journeys, [](const Journey& journey) { return journey.mPeerExpanded; });
         NavMeshPathSearch search(level.mMesh);
-        std::vector<std::uint32_t> corridor;
-        Contestants contestants;
-        contestants["ours"] = [&]
+        NavMeshPathSearch onGraph(level.mMesh);
+        onGraph.setGraph(SharedPtr<NavMeshSearchGraph>(new (KORV::Common::Interface::getSharedAllocator())
+                                                           NavMeshSearchGraph(level.mMesh)));
+        const auto searchAll = [&](NavMeshPathSearch& ours)
         {
             return timed(
                 [&]
                 {
                     for (const Journey& journey : journeys)
                     {
-                        start(search, journey);
-                        search.runSearch(NO_LIMIT);
-                        search.getPath();
+                        start(ours, journey);
+                        ours.runSearch(NO_LIMIT);
+                        ours.getPath();
                     }
                     return expanded;
                 });
         };
+        std::vector<std::uint32_t> corridor;
+        Contestants contestants;
+        contestants["ours"] = [&] { return searchAll(search); };
+        contestants["graph"] = [&] { return searchAll(onGraph); };
         contestants["peer"] = [&]
         {
             return timed(
@@ -239,7 +245,8 @@ private:
         const double perPeerJourney = static_cast<double>(peerExpanded) / static_cast<double>(journeys.size());
         mSearch.add({level.mName, nodes(level), digits(perJourney), digits(perPeerJourney),
                      microseconds(times["ours"] * perJourney), microseconds(times["peer"] * perPeerJourney),
-                     nanoseconds(times["ours"]), nanoseconds(times["peer"]), ratio(times["ours"], times["peer"])});
+                     nanoseconds(times["ours"]), nanoseconds(times["graph"]), nanoseconds(times["peer"]),
+                     ratio(times["ours"], times["peer"]), ratio(times["graph"], times["peer"])});
     }
 
     void measureWays(const Level& level, const std::vector<Journey>& journeys)
@@ -251,6 +258,17 @@ private:
         NavMeshWay way(level.mMesh->getMemory());
         Contestants contestants;
         contestants["ours"] = [&]
+        {
+            return timed(
+                [&]
+                {
+                    for (const Journey& journey : journeys)
+                        finder.findPoints(way, journey.mStart.mPosition, journey.mEnd.mPosition, journey.mPath,
+                                          journey.mStart.mNode);
+                    return corridors;
+                });
+        };
+        contestants["crossings"] = [&]
         {
             return timed(
                 [&]
@@ -276,7 +294,8 @@ private:
         const auto count = static_cast<double>(journeys.size());
         mWays.add({level.mName, nodes(level), digits(static_cast<double>(corridors) / count),
                    digits(static_cast<double>(peerCorridors) / count), nanoseconds(times["ours"]),
-                   nanoseconds(times["peer"]), ratio(times["ours"], times["peer"])});
+                   nanoseconds(times["peer"]), ratio(times["ours"], times["peer"]), nanoseconds(times["crossings"]),
+                   ratio(times["crossings"], times["peer"])});
     }
 
     /// The slices of one long search, and the start of another one after it.
@@ -332,8 +351,9 @@ private:
     Table mPoints{{"level", "nodes", "polygons of peer", "ns/point", "ns/point of peer", "ratio", "found %",
                    "found by peer %", "index ms", "index MB"}};
     Table mSearch{{"level", "nodes", "expanded", "expanded by peer", "us/search", "us/search of peer", "ns/expanded",
-                   "ns/expanded of peer", "ratio per expanded"}};
-    Table mWays{{"level", "nodes", "corridor", "corridor of peer", "ns/polygon", "ns/polygon of peer", "ratio"}};
+                   "ns/expanded with graph", "ns/expanded of peer", "ratio per expanded", "ratio with graph"}};
+    Table mWays{{"level", "nodes", "corridor", "corridor of peer", "ns/polygon", "ns/polygon of peer", "ratio",
+                 "ns/polygon with crossings", "its ratio"}};
     Table mSlices{
         {"level", "nodes", "expanded", "us/slice of 1000", "longest us", "us to start a new search", "longest us"}};
     Table mQuality{{"level", "nodes", "ways", "as short as Dijkstra's %", "longer by %, mean", "longer by %, most"}};

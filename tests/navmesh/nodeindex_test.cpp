@@ -229,6 +229,30 @@ KORV_TEST(NodeIndex, findsTheNodesOfTheLinearSearch)
     compareSearches(stack, 3, 2000);
 }
 
+// A few tall towers on wide ground: a grid of cells over all would put each tower into one cell. And a few nodes
+// without area, which let in points all along their lines.
+KORV_TEST(NodeIndex, findsTheNodesOfCrowdedGround)
+{
+    std::mt19937 random(8);
+    const auto anyPlace = [&random](float size) { return size * float(random() % 1000) / 1000.0f; };
+    const MeshPtr mesh = createMesh();
+    addSquare(*mesh, 0.0f, 0.0f, 1000.0f);
+    for (int tower = 0; tower < 4; ++tower)
+    {
+        const Point foot{anyPlace(900.0f), anyPlace(900.0f), 0.0f};
+        for (int i = 0; i < 700; ++i)
+            addSquare(*mesh, foot.mX + anyPlace(2.0f), foot.mY + anyPlace(2.0f), 1.0f, float(random() % 120));
+    }
+    for (int line = 0; line < 12; ++line)
+    {
+        const Point a{anyPlace(1000.0f), anyPlace(1000.0f), 0.0f};
+        const Point b = line % 2 == 0 ? a + Point{anyPlace(2.0f), 0.0f, 0.0f} : a + Point{0.5f, anyPlace(1.0f), 0.0f};
+        addNode(*mesh, {a, b, a + (b - a) * 0.5f});
+    }
+    std::shuffle(mesh->mNodes.begin(), mesh->mNodes.end(), random);
+    EXPECT_GT(compareSearches(mesh, 9, 6000), 1000u);
+}
+
 KORV_TEST(NodeIndex, findsTheNodesOfGeneratedMeshes)
 {
     const struct

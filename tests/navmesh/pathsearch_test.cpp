@@ -116,6 +116,11 @@ Chunks getChunks(const NavMeshPathSearch& search)
     return chunks;
 }
 
+SharedPtr<NavMeshSearchGraph> createGraph(const MeshPtr& mesh)
+{
+    return SharedPtr<NavMeshSearchGraph>(new (Common::Interface::getSharedAllocator()) NavMeshSearchGraph(mesh));
+}
+
 int runAll(NavMeshPathSearch& search, uint32 slice)
 {
     int result = 1;
@@ -231,6 +236,69 @@ KORV_TEST(PathSearch, searchesLikeTheGeneralEngine)
             }
         }
     }
+}
+
+// A measured graph only saves time: state, order and costs are those of a search on the mesh, for a character, too.
+KORV_TEST(PathSearch, searchesAlikeOnAGraph)
+{
+    std::mt19937 random(29);
+    for (uint32 round = 0; round < 60; ++round)
+    {
+        KORV_CONTEXT("round " << round);
+        const MeshPtr mesh = createField(5 + static_cast<uint32>(random() % 60), random);
+        const auto anyNode = [&] { return static_cast<int>(random() % mesh->mNodes.size()); };
+        NavMeshSearchFilter filter(mesh->getMemory());
+        filter.setBodyRadius(0.45f);
+        filter.setSurfaceCost(65535, 1.5f);
+        NavMeshPathSearch plain(mesh);
+        NavMeshPathSearch search(mesh);
+        search.setGraph(createGraph(mesh));
+        plain.setFilter(round % 3 == 0 ? &filter : nullptr);
+        search.setFilter(round % 3 == 0 ? &filter : nullptr);
+        for (int i = 0; i < 3; ++i)
+        {
+            const Vec3<float> from(static_cast<float>(random() % 9), 2.0f, 0.0f);
+            const Vec3<float> to(static_cast<float>(random() % 50), 20.0f, 0.0f);
+            const int start = anyNode();
+            const int end = anyNode();
+            ASSERT_TRUE(plain.initSearch(from, start, to, end));
+            ASSERT_TRUE(search.initSearch(from, start, to, end));
+            for (int result = 1; result == 1;)
+            {
+                result = plain.runSearch(11);
+                ASSERT_EQ(search.runSearch(11), result);
+                for (int node = 0; node < static_cast<int>(mesh->mNodes.size()); ++node)
+                    ASSERT_EQ(search.getCost(node), plain.getCost(node)) << node;
+            }
+            EXPECT_EQ(getChunks(search), getChunks(plain));
+        }
+    }
+}
+
+KORV_TEST(PathSearch, graphOfAMeshThatHasChanged)
+{
+    const MeshPtr mesh = createRow(4);
+    const SharedPtr<NavMeshSearchGraph> graph = createGraph(mesh);
+    NavMeshPathSearch search(mesh);
+    search.setGraph(graph);
+    const Vec3<float> point(1.0f, 1.0f, 0.0f);
+
+    // links of the graph until it has another number of nodes than the mesh, even in the middle of a search
+    mesh->mNodes[1].mNeighbours[1] = -1;
+    ASSERT_TRUE(search.initSearch(point, 0, point, 3));
+    EXPECT_EQ(runAll(search, 1), 0);
+    ASSERT_TRUE(search.initSearch(point, 0, point, 3));
+    EXPECT_EQ(search.runSearch(1), 1);
+    mesh->mNodes.resize(3);
+    EXPECT_EQ(runAll(search, 1), -1);
+
+    NavMeshPathSearch other(createRow(4));
+    other.setGraph(graph);
+    expectReports({"graph->getNavMesh() == mNavMesh\nError Message: Search graph belongs to another mesh"});
+    ASSERT_TRUE(other.initSearch(point, 0, point, 3));
+    EXPECT_EQ(runAll(other, 10), 0);
+    EXPECT_EQ(createGraph(MeshPtr())->getNumNodes(), 0u);
+    EXPECT_EQ(dropReports(), 1u);
 }
 
 KORV_TEST(PathSearch, edgesOfTheGraph)
@@ -403,6 +471,7 @@ KORV_TEST(PathSearch, brokenMeshesAreSafe)
         filter.setBodyRadius(0.1f);
         filter.setCharacter({});
         search.setFilter(round % 3 == 0 ? &filter : nullptr);
+        search.setGraph(round % 5 == 0 ? createGraph(mesh) : nullptr);
         ASSERT_TRUE(search.initSearch({}, anyNode(), {5, 0, 0}, anyNode()));
         search.runSearch(static_cast<uint32>(random() % 6));
         if (round % 2 == 0)

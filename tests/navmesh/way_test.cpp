@@ -429,6 +429,40 @@ KORV_TEST(Way, keepsItsPromisesOnGeneratedMeshes)
     EXPECT_GT(*std::min_element(numKinds, numKinds + 3), 20u);
 }
 
+// The points alone are found by another route: most portals are never looked at.
+KORV_TEST(Way, hasTheSamePointsWithoutCrossings)
+{
+    const Scenes::Scene scenes[] = {Scenes::courtyard(), Scenes::hills(15.0f, 10, 2)};
+    for (const Scenes::Scene& scene : scenes)
+    {
+        const MeshPtr mesh = SceneRun(scene, 0.25f).run();
+        Walker walker(mesh, 4);
+        NavMeshWay way(mesh->getMemory());
+        NavMeshWay points(mesh->getMemory());
+        for (uint32 round = 0; round < 80; ++round)
+        {
+            KORV_CONTEXT("round " << round);
+            walker.mFinder.setStepHeight(round % 2 == 0 ? mesh->mCubeSize : 0.0f);
+            walker.mFinder.setBodyRadius(round % 3 == 0 ? 0.2f : 0.0f);
+            if (!walker.findNext(way))
+                continue;
+            const Vector<NavMeshPathChunk> path = toVector(*mesh, walker.mPath);
+            ASSERT_TRUE(
+                walker.mFinder.findPoints(points, way.mPoints.front().mPosition, way.mPoints.back().mPosition, path));
+            EXPECT_TRUE(points.mCrossings.empty());
+            EXPECT_EQ(points.mLength, way.mLength);
+            ASSERT_EQ(points.mPoints.size(), way.mPoints.size());
+            for (size_t i = 0; i < way.mPoints.size(); ++i)
+            {
+                EXPECT_EQ(points.mPoints[i].mPosition, way.mPoints[i].mPosition);
+                EXPECT_EQ(points.mPoints[i].mNodeID, way.mPoints[i].mNodeID);
+                EXPECT_EQ(points.mPoints[i].mMove, way.mPoints[i].mMove);
+                EXPECT_EQ(points.mPoints[i].mHeight, way.mPoints[i].mHeight);
+            }
+        }
+    }
+}
+
 // The path is the cheapest over middle points, not the one with the shortest line, so some ways are longer.
 KORV_TEST(Way, isNotMuchLongerThanTheShortestOfAll)
 {
@@ -500,6 +534,37 @@ KORV_TEST(Way, refusesPathsThatDoNotFit)
     ASSERT_EQ(way.mPoints.size(), 2u);
     EXPECT_EQ(way.mPoints[0].mNodeID, 2);
     EXPECT_EQ(way.mLength, 0.0f);
+}
+
+// Links are looked up some at once: a misfit far along a path counts from where it is, and leaves nothing behind.
+KORV_TEST(Way, refusesLongPathsThatStopFitting)
+{
+    const MeshPtr mesh = createMesh();
+    constexpr uint32 COUNT = 50;
+    Path path;
+    for (uint32 i = 0; i < COUNT; ++i)
+    {
+        addRectangle(*mesh, static_cast<float>(i), 0, static_cast<float>(i + 1), 2);
+        if (i + 1 < COUNT)
+        {
+            linkSide(*mesh, static_cast<int32>(i), 1, static_cast<int32>(i) + 1);
+            path.push_back({static_cast<int32>(i), 1});
+        }
+    }
+    NavMeshWayFinder finder(mesh);
+    NavMeshWay way(mesh->getMemory());
+    const Vec3<float> end(static_cast<float>(COUNT) - 0.5f, 1, 0);
+    for (const size_t misfit : {0u, 15u, 16u, 31u, 48u})
+    {
+        Path broken = path;
+        broken[misfit].mBorderID = 2;
+        EXPECT_FALSE(finder.findWay(way, {0.5f, 1, 0}, end, toVector(*mesh, broken)));
+        EXPECT_TRUE(way.mPoints.empty() && way.mCrossings.empty());
+        EXPECT_EQ(dropReports(), 1u);
+        ASSERT_TRUE(finder.findWay(way, {0.5f, 1, 0}, end, toVector(*mesh, path)));
+        EXPECT_EQ(way.mCrossings.size(), path.size());
+        EXPECT_EQ(way.mPoints.size(), 2u);
+    }
 }
 
 // Whatever a document says, neither the measuring of links nor a way may read what is not there.

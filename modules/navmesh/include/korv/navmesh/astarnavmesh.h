@@ -12,6 +12,8 @@
 
 namespace KORV::NavMesh
 {
+class NavMeshSearchGraph;
+
 /// An edge id of the search graph is a crossing of a side: the source node in the low bits, the side in the others.
 constexpr uint32 KORV_ASTARMAP_NAVMESH_EDGEINDEX_NODEBITS = 20;
 /// The largest value of the node field. It belongs to the edge id that means "no edge": node ids stay below it.
@@ -118,6 +120,10 @@ public:
     /// Makes a goal over these two functions that of the engine, or null. Owns none of them.
     void setGoal(Common::Astar::ASGoalBase* searchGoal, NMCostFunc* costFunc, NMHeuristicFunc* heuristicFunc);
 
+    /// Makes searches read links and middle points from there as long as it has as many nodes as the mesh; null: from
+    /// the mesh. Not owned. Call it before a search is set up.
+    void setGraph(const NavMeshSearchGraph* graph) { mGraph = graph; }
+
     /// A start that the filter of the cost function does not allow gives a search without open nodes.
     void initSearch() override;
     int runSearch(uint32 maxSteps) override;
@@ -133,5 +139,6 @@ private:
     Common::Astar::ASGoalBase* mOwnGoal = nullptr;
     NMCostFunc* mOwnCostFunc = nullptr;
     NMHeuristicFunc* mOwnHeuristicFunc = nullptr;
+    const NavMeshSearchGraph* mGraph = nullptr;
 };
 } // namespace KORV::NavMesh

@@ -19,7 +19,7 @@ struct NavMeshPlace
     bool isValid() const { return mNodeID >= 0; }
 };
 
-/// Finds nodes by position, through a tree of boxes over the nodes of one mesh.
+/// Finds nodes by position, through a grid and a tree of boxes over the nodes of one mesh.
 ///
 /// Built once; the host passes the node ids that it finds to NavMeshPathSearch::initSearch. Keeps the mesh alive. After
 /// a change of the mesh the index must be built anew; until then searchNode finds what was there and nearestNode may
@@ -30,15 +30,16 @@ class KORV_NAVMESH_API NavMeshNodeIndex : public Common::Memory::MemoryManaged, 
 {
 public:
     /// @param navMesh  null is reported, and gives an index without nodes.
-    /// Cost: n log n for n nodes; about 80 bytes a node. Throws OutOfMemoryException.
+    /// Cost: n log n for n nodes; about 150 bytes a node. Throws OutOfMemoryException.
     explicit NavMeshNodeIndex(const SharedPtr<NavMeshContainer>& navMesh);
     ~NavMeshNodeIndex() override;
     NavMeshNodeIndex(const NavMeshNodeIndex&) = delete;
     NavMeshNodeIndex& operator=(const NavMeshNodeIndex&) = delete;
 
     /// The same node as NavMeshContainer::searchNode for every point: the lowest id of those that the point stands on.
-    /// @return -1 where there is none. Cost: about log n, plus a little for each node at that height whose corners all
-    /// lie on one line. For positions beyond 1e18 linear, as for a mesh whose axes are no numbers.
+    /// @return -1 where there is none. Cost: a few tests, on crowded ground about log n. Many nodes whose corners all
+    /// lie on one line cost a little for each at that height. For positions beyond 1e18 linear, as for a mesh whose
+    /// axes are no numbers.
     int searchNode(const Vec3<float>& point) const;
 
     /// The place nearest to a point, in space, on any node with area. Nodes that nobody can stand on (wound the wrong

@@ -92,9 +92,17 @@ public:
     /// as long as the mesh keeps its nodes.
     bool findWay(NavMeshWay& way, const Vec3<float>& start, const Vec3<float>& end,
                  const Vector<NavMeshPathChunk>& path, int startNodeID = -1);
+    /// The same way without its crossings, which is quicker: NavMeshWay::mCrossings stays empty.
+    bool findPoints(NavMeshWay& way, const Vec3<float>& start, const Vec3<float>& end,
+                    const Vector<NavMeshPathChunk>& path, int startNodeID = -1);
 
 private:
     class Worker;
+
+    bool findWay(NavMeshWay& way, const Vec3<float>& start, const Vec3<float>& end,
+                 const Vector<NavMeshPathChunk>& path, int startNodeID, bool hasCrossings);
+    bool isValid(const Vec3<float>& start, const Vec3<float>& end, const Vector<NavMeshPathChunk>& path,
+                 int startNodeID) const;
 
     SharedPtr<NavMeshContainer> mNavMesh;
     Worker* mWorker = nullptr;

@@ -1,9 +1,7 @@
 #include "korv/navmesh/astarnavmesh.h"
 
 #include "korv/common/debug/assert.h"
-#include "korv/common/platform/prefetch.h"
-#include "korv/navmesh/places/linkgeometry.h"
-#include "korv/navmesh/places/navmeshqueries.h"
+#include "korv/navmesh/meshsteps.h"
 
 #include <algorithm>
 #include <cmath>
@@ -13,8 +11,6 @@ namespace KORV::NavMesh
 {
 namespace
 {
-using Common::Astar::AStarNode;
-using Common::Astar::AStarStorageFast;
 using Common::Astar::NO_NODE;
 using NavNode = NavMeshContainer::NavNode;
 
@@ -36,8 +32,8 @@ float getTolerance(const NavMeshContainer& mesh, const Vec3<float>& place)
     constexpr float ROUNDING = 8.0f * std::numeric_limits<float>::epsilon();
     return CUBES * mesh.mCubeSize + ROUNDING * (std::abs(place.mX) + std::abs(place.mY) + std::abs(place.mZ));
 }
+} // namespace
 
-/// Whether the body gets across a side with a neighbour.
 bool isLinkAllowed(const NavMeshSearchFilter& filter, const NavMeshContainer& mesh, uint32 nodeID, uint32 border)
 {
     if (!filter.measuresLinks())
@@ -48,7 +44,6 @@ bool isLinkAllowed(const NavMeshSearchFilter& filter, const NavMeshContainer& me
     const float tolerance = getTolerance(mesh, link.mLeaving[0]);
     return filter.isWidthAllowed(link.mWidth, tolerance) && filter.isHeightAllowed(link.mHeight, tolerance);
 }
-} // namespace
 
 AStarMapNavMesh::AStarMapNavMesh(const SharedPtr<NavMeshContainer>& navMesh) : mNavMesh(navMesh)
 {
@@ -171,155 +166,6 @@ float NMHeuristicFunc::calcHeuristic(uint32 nodeID, uint32 goalNodeID)
     return (mPoints.getToPoint(goalNodeID) - mPoints.getFromPoint(nodeID)).getLength();
 }
 
-namespace
-{
-/// Expansion of mesh nodes. An edge's target is read where its side is, not looked up again from the edge id.
-///
-/// On a mesh beyond the cache most of the time of a search goes into waiting for nodes that it sees for the first time:
-/// the node, its lists, its corners, its record. The open list knows which nodes will follow, so what their edges will
-/// need is asked for while others are expanded. On a small mesh that would only be more to do.
-template <bool FILTERED>
-class MeshSteps
-{
-public:
-    MeshSteps(AStarStorageFast& storage, const NavMeshContainer& mesh, const NMCostFunc& costFunc,
-              const NMSearchPoints& heuristicPoints, uint32 goalNode)
-        : mStorage(storage), mMesh(mesh), mNodes(mesh.mNodes.data()), mFilter(costFunc.mFilter),
-          mStartPos(costFunc.mPoints.mStartPos), mEndPos(costFunc.mPoints.mEndPos),
-          mStartNode(static_cast<uint32>(costFunc.mPoints.mStartNode)),
-          mEndNode(static_cast<uint32>(costFunc.mPoints.mEndNode)), mGoalPoint(heuristicPoints.getToPoint(goalNode)),
-          mGoalNode(goalNode), mNodeLimit(std::min(AStarMapNavMesh::getNodeLimit(mesh), storage.getNumNodes())),
-          mFetchesAhead(mNodeLimit > MAX_NODES_IN_CACHE)
-    {
-    }
-
-    bool isGoal(const AStarNode* node) { return mStorage.getNodeID(node) == mGoalNode; }
-
-    void putBack(const AStarNode* node)
-    {
-        mStorage.addOpenNode(node->inEdge, mStorage.getNodeID(node), node->pathCost, node->totalCost - node->pathCost);
-    }
-
-    void expand(const AStarNode* node)
-    {
-        const uint32 source = mStorage.getNodeID(node);
-        if (source >= mNodeLimit)
-            return;
-        const Vec3<float> from = source == mStartNode ? mStartPos
-                                 : node->hasPoint     ? Vec3<float>(node->point[0], node->point[1], node->point[2])
-                                                      : getMiddlePoint(source);
-        const Vector<int32>& neighbours = mNodes[source].mNeighbours;
-        if (mFetchesAhead)
-            fetchAhead(neighbours);
-        const auto numBorders = static_cast<uint32>(neighbours.size());
-        for (uint32 i = 0; i < numBorders; ++i)
-        {
-            // negative entries are beyond the limit, too
-            const auto target = static_cast<uint32>(neighbours[i]);
-            if (target < mNodeLimit && AStarMapNavMesh::checkBorder(i))
-                follow(*node, from, AStarMapNavMesh::getEdge(source, i), target);
-        }
-    }
-
-private:
-    /// About as many as a cache of a few megabytes holds, with their lists, corners and records.
-    static constexpr uint32 MAX_NODES_IN_CACHE = 16384;
-
-    void follow(const AStarNode& node, const Vec3<float>& from, uint32 edge, uint32 target)
-    {
-        const AStarStorageFast::State state = mStorage.getState(target);
-        const bool isNew = state == AStarStorageFast::STATE_NEW;
-        AStarNode& record = *mStorage.getNode(target);
-        // no distance is negative: a node that is as near to the start as this one can't be reached cheaper through it
-        if (!isNew && !(record.pathCost > node.pathCost))
-            return;
-        if (FILTERED && !isAllowed(state, edge, target))
-            return;
-        const Vec3<float> middle = !isNew && record.hasPoint
-                                       ? Vec3<float>(record.point[0], record.point[1], record.point[2])
-                                       : getMiddlePoint(target);
-        float cost = ((target == mEndNode ? mEndPos : middle) - from).getLength();
-        if (FILTERED)
-            cost *= mFilter->getSurfaceFactor(mNodes[target].mSurfaceTypeID);
-        const float pathCost = cost + node.pathCost;
-        if (isNew)
-            open(record, edge, target, pathCost, middle);
-        else if (state == AStarStorageFast::STATE_OPEN)
-            mStorage.updateOpenNode(target, edge, pathCost);
-        else
-            mStorage.updateClosedNode(target, edge, pathCost);
-    }
-
-    void open(AStarNode& record, uint32 edge, uint32 target, float pathCost, const Vec3<float>& middle)
-    {
-        const Vec3<float>& from = target == mStartNode ? mStartPos : middle;
-        mStorage.addOpenNode(edge, target, pathCost, (mGoalPoint - from).getLength());
-        record.point[0] = middle.mX;
-        record.point[1] = middle.mY;
-        record.point[2] = middle.mZ;
-        record.hasPoint = true;
-    }
-
-    bool isAllowed(AStarStorageFast::State state, uint32 edge, uint32 target) const
-    {
-        // what has been reached is allowed
-        if (state == AStarStorageFast::STATE_NEW && !mFilter->isNodeAllowed(mNodes[target]))
-            return false;
-        return isLinkAllowed(*mFilter, mMesh, AStarMapNavMesh::getNode(edge), AStarMapNavMesh::getBorder(edge));
-    }
-
-    Vec3<float> getMiddlePoint(uint32 nodeID) const
-    {
-        return getMiddleOfCorners(mMesh.mVertices, mNodes[nodeID].mPolygon);
-    }
-
-    /// One step further for each of the nodes that will probably be expanded next.
-    /// @param neighbours  of the one that is expanded now.
-    void fetchAhead(const Vector<int32>& neighbours) const
-    {
-        for (const int32 neighbour : neighbours)
-        {
-            if (static_cast<uint32>(neighbour) < mNodeLimit)
-                Common::Platform::prefetch(mNodes[neighbour].mPolygon.data());
-        }
-        const uint32 first = mStorage.foreseeNode(0);
-        const uint32 second = mStorage.foreseeNode(1);
-        const uint32 third = mStorage.foreseeNode(2);
-        if (third < mNodeLimit)
-            fetchNode(third);
-        if (second < mNodeLimit)
-            Common::Platform::prefetch(mNodes[second].mNeighbours.data());
-        if (first >= mNodeLimit)
-            return;
-        for (const int32 neighbour : mNodes[first].mNeighbours)
-        {
-            if (static_cast<uint32>(neighbour) < mNodeLimit)
-                fetchNode(static_cast<uint32>(neighbour));
-        }
-    }
-
-    void fetchNode(uint32 nodeID) const
-    {
-        constexpr size_t LAST_BYTE = sizeof(NavNode) - 1;
-        Common::Platform::prefetch(mNodes + nodeID);
-        Common::Platform::prefetch(reinterpret_cast<const char*>(mNodes + nodeID) + LAST_BYTE);
-        Common::Platform::prefetch(mStorage.findNode(nodeID));
-    }
-    AStarStorageFast& mStorage;
-    const NavMeshContainer& mMesh;
-    const NavNode* mNodes;
-    const NavMeshSearchFilter* mFilter;
-    Vec3<float> mStartPos;
-    Vec3<float> mEndPos;
-    uint32 mStartNode;
-    uint32 mEndNode;
-    Vec3<float> mGoalPoint;
-    uint32 mGoalNode;
-    uint32 mNodeLimit;
-    bool mFetchesAhead;
-};
-} // namespace
-
 AStarNavMesh::AStarNavMesh(AStarStorageFast* nodeStorage, AStarMapNavMesh* meshMap,
                            const Common::Memory::AllocatorPtr& allocator)
     : AStar(nodeStorage, nullptr, meshMap, allocator), mOwnStorage(nodeStorage), mOwnMap(meshMap)
@@ -374,8 +220,19 @@ int AStarNavMesh::runSearch(uint32 maxSteps)
 template <bool FILTERED>
 int AStarNavMesh::runMeshSteps(uint32 maxSteps)
 {
-    MeshSteps<FILTERED> steps(*mOwnStorage, *mOwnMap->getNavMesh(), *mOwnCostFunc, mOwnHeuristicFunc->mPoints,
-                              mOwnGoal->getEndNode());
-    return runSteps(*mOwnStorage, steps, maxSteps);
+    const NavMeshContainer& mesh = *mOwnMap->getNavMesh();
+    AStarStorageFast& nodes = *mOwnStorage;
+    const uint32 goalNode = mOwnGoal->getEndNode();
+    const Vec3<float> goalPoint = mOwnHeuristicFunc->mPoints.getToPoint(goalNode);
+    const uint32 nodeLimit = std::min(AStarMapNavMesh::getNodeLimit(mesh), nodes.getNumNodes());
+    if (mGraph != nullptr && mGraph->getNumNodes() == nodeLimit)
+    {
+        MeshSteps<LinksOfGraph, FILTERED> steps(nodes, mesh, {*mGraph, nodes}, *mOwnCostFunc, goalPoint, goalNode,
+                                                nodeLimit);
+        return runSteps(nodes, steps, maxSteps);
+    }
+    MeshSteps<LinksOfMesh, FILTERED> steps(nodes, mesh, {mesh, nodes, nodeLimit}, *mOwnCostFunc, goalPoint, goalNode,
+                                           nodeLimit);
+    return runSteps(nodes, steps, maxSteps);
 }
 } // namespace KORV::NavMesh

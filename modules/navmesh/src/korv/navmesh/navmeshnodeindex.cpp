@@ -1,18 +1,18 @@
-// Answers "which node is this point on" and "which place is nearest" through a tree of boxes.
+// Answers "which node is this point on" through a grid, and "which place is nearest" through a tree of boxes.
 //
 // Every node that can be stood on has a record of one cache line: what the inside test of the mesh reads, projected by
-// the same expressions, so that the test gives bit by bit what it gives on the mesh. Records lie in the order of the
-// tree's leaves. The tree only chooses which records are tested; its boxes hold every point that the test can let in
-// (see nodeshape.cpp) in the ground plane, and the polygon itself in height: as the test of heights is one of
-// differences, the point becomes a vertical segment from the greatest height of a class below it to two cubes above,
-// both with their rounding. So the same boxes bound the distance from a point to the polygon.
+// the same expressions, so that the test gives bit by bit what it gives on the mesh. Grid and tree only choose which
+// records are tested; their boxes hold every point that the test can let in (see nodeshape.cpp). Records lie in the
+// order of the tree's leaves, so those that a cell lists are mostly neighbours.
 //
-// The lowest id wins: a node of the tree whose lowest id is above that of the best record found is passed over, and as
-// children come in the order of their lowest ids, the best is usually found first.
+// The grid lists the nodes of a cell in the order of their ids, and the lowest id wins: the first hit is the answer. In
+// height the grid knows what the test of heights lets in, with its rounding. The tree knows the polygons themselves,
+// and so bounds the distance from a point to each.
 //
 // Nodes for which rounding lets points pass at any distance, as on the line through all the corners of a node without
-// area, lie outside the tree, ordered by height. So do, without order, nodes with numbers that are not finite or so
-// large that products overflow. A point with such numbers is tested against all records.
+// area, have no box. The grid lists them in all the cells that such a line passes, unless they are many: then they are
+// found by height. Nodes with numbers that are not finite or so large that products overflow are tested one by one; a
+// point with such numbers is tested against all records.
 
 #include "korv/navmesh/navmeshnodeindex.h"
 
@@ -23,6 +23,8 @@
 #include "korv/navmesh/places/navmeshqueries.h"
 #include "korv/navmesh/places/nodeplaces.h"
 #include "korv/navmesh/places/nodeshape.h"
+#include "korv/navmesh/places/placegrid.h"
+#include "korv/navmesh/places/sidebounds.h"
 
 #include <cmath>
 #include <limits>
@@ -43,7 +45,7 @@ struct alignas(64) NodeRecord
     uint32 mNumCorners;
     uint32 mMoreCorners; // index of the fifth
     uint32 mHasArea;
-    Vec2<float> mCorners[NUM_NEAR_CORNERS];
+    Vec2<float> mCorners[NUM_NEAR_CORNERS]; // the first again in place of missing ones
 };
 
 /// A node outside the tree.
@@ -59,25 +61,6 @@ struct Pending
     double mBound; // squared distance in the frame of the mesh
     uint32 mIndex;
 };
-
-/// The end of a probe, moved outwards by more than its rounding. Infinity becomes a number that no box reaches.
-float toProbe(double value, double outwards)
-{
-    constexpr double MAX = 1e38;
-    constexpr double ROUNDING = 2e-7;
-    const double end = std::min(std::max(value, -MAX), MAX);
-    return static_cast<float>(end + outwards * ROUNDING * std::fabs(end));
-}
-
-uint32 lowestHit(uint64 hits)
-{
-    return static_cast<uint32>(std::countr_zero(hits)) / 8;
-}
-
-uint32 highestHit(uint64 hits)
-{
-    return 7 - static_cast<uint32>(std::countl_zero(hits)) / 8;
-}
 } // namespace
 
 class NavMeshNodeIndex::Finder : public Common::Memory::MemoryManaged
@@ -92,35 +75,64 @@ public:
 
 private:
     class NearestQuery;
+    class RecordShapes;
 
     void build(const NavMeshContainer& mesh);
     void addRecord(const NavMeshContainer& mesh, NodeShape& shape, uint32 nodeID);
     void measureFrame();
+    SearchBox getPlaces(const NodeShape& shape) const;
+    void buildGrid(Vector<PlaceGrid::Item>& places, size_t numNodes);
+    Vec2<float> getCorner(const NodeRecord& record, uint32 corner) const;
 
     bool isInside(const NodeRecord& record, const Vec3<float>& point, const Vec2<float>& place) const;
     bool isLeftOfMoreSides(const NodeRecord& record, const Vec2<float>& place) const;
     uint32 searchRecords(size_t begin, size_t end, const Vec3<float>& point, const Vec2<float>& place,
                          uint32 best) const;
-    uint32 searchTree(const BoxTree::Probe& probe, const Vec3<float>& point, const Vec2<float>& place) const;
-    uint32 searchLeaf(uint32 first, BoxTree::Hits hits, const Vec3<float>& point, const Vec2<float>& place,
+    uint32 searchList(const uint32* entry, const uint32* end, const Vec3<float>& point, const Vec2<float>& place,
                       uint32 best) const;
     uint32 searchUnbounded(double lowest, double highest, const Vec3<float>& point, const Vec2<float>& place,
                            uint32 best) const;
 
     PlaneFrame mFrame;
-    float mLowest;             // how far below a node a point may lie, as a height
-    double mMaxHeight = 0.0;   // greatest of the regular records
-    double mHeightError = 0.0; // greatest of the unbounded records
-    double mFrameSquare = 0.0; // squared distances grow at most by that factor in the frame of the mesh
-    BoxTree mTree;
+    float mLowest;               // how far below a node a point may lie, as a height
+    double mMaxHeight = 0.0;     // greatest of the regular records
+    double mHeightError = 0.0;   // greatest of the unbounded records
+    double mFrameSquare = 0.0;   // squared distances grow at most by that factor in the frame of the mesh
+    BoxTree mTree;               // for the nearest place
+    PlaceGrid mGrid;             // for the node at a place, entries are indices of records
     Vector<NodeRecord> mRecords; // those of the tree, then the unbounded, then the irregular ones
+    bool mListsUnbounded = true; // in the grid, too
     size_t mFirstUnbounded = 0;
     size_t mFirstIrregular = 0;
     Vector<Vec2<float>> mMoreCorners;
 };
 
+/// The records as a grid sees them.
+class NavMeshNodeIndex::Finder::RecordShapes : public PlaceGrid::Shapes
+{
+public:
+    explicit RecordShapes(const Finder& finder) : mFinder(finder) {}
+
+    bool meets(uint32 id, const SearchBox& rectangle) const override
+    {
+        const NodeRecord& record = mFinder.mRecords[id];
+        Vec2<float> a = mFinder.getCorner(record, record.mNumCorners - 1);
+        for (uint32 i = 0; i < record.mNumCorners; ++i)
+        {
+            const Vec2<float> b = mFinder.getCorner(record, i);
+            if (isRightOfSide(rectangle, a, b))
+                return false;
+            a = b;
+        }
+        return true;
+    }
+
+private:
+    const Finder& mFinder;
+};
+
 NavMeshNodeIndex::Finder::Finder(const NavMeshContainer& mesh)
-    : mFrame(mesh), mLowest(-2.0f * mesh.mCubeSize), mTree(getMemory()), mRecords(getMemory()),
+    : mFrame(mesh), mLowest(-2.0f * mesh.mCubeSize), mTree(getMemory()), mGrid(getMemory()), mRecords(getMemory()),
       mMoreCorners(getMemory())
 {
     measureFrame();
@@ -144,6 +156,7 @@ void NavMeshNodeIndex::Finder::measureFrame()
 void NavMeshNodeIndex::Finder::build(const NavMeshContainer& mesh)
 {
     Vector<BoxTree::Item> items(getMemory());
+    Vector<PlaceGrid::Item> places(getMemory());
     Vector<Outsider> unbounded(getMemory());
     Vector<uint32> irregular(getMemory());
     NodeShape shape(getMemory());
@@ -162,14 +175,13 @@ void NavMeshNodeIndex::Finder::build(const NavMeshContainer& mesh)
         // the nearest place may lie on an unbounded one, too
         if (shape.mIsBounded || shape.hasArea())
             items.push_back({shape.mBox, id});
+        places.push_back({getPlaces(shape), id});
         if (shape.mIsBounded)
             continue;
         unbounded.push_back({mFrame.getHeight(shape.mFirstCorner), id});
         mHeightError = std::max(mHeightError, mFrame.getHeightError(shape.mFirstCorner));
     }
-    constexpr double LONGEST = 1e30;
-    const double probeLength = mMaxHeight - double(mLowest);
-    mTree.build(items, probeLength >= 0.0 ? std::min(probeLength, LONGEST) : 0.0);
+    mTree.build(items);
     std::sort(unbounded.begin(), unbounded.end(),
               [](const Outsider& a, const Outsider& b)
               { return a.mHeight != b.mHeight ? a.mHeight < b.mHeight : a.mID < b.mID; });
@@ -183,6 +195,42 @@ void NavMeshNodeIndex::Finder::build(const NavMeshContainer& mesh)
     mFirstIrregular = mRecords.size();
     for (const uint32 id : irregular)
         addRecord(mesh, shape, id);
+    buildGrid(places, mesh.mNodes.size());
+}
+
+/// Where a point can stand on a node: the box of the node in the ground plane, and the heights that its test lets in.
+SearchBox NavMeshNodeIndex::Finder::getPlaces(const NodeShape& shape) const
+{
+    constexpr double MAX = 1e30;
+    const double height = mFrame.getHeight(shape.mFirstCorner);
+    const double error = mFrame.getHeightError(shape.mFirstCorner);
+    SearchBox box = shape.mBox;
+    for (int axis = 0; axis < 2 && !shape.mIsBounded; ++axis)
+    {
+        box.mLow[axis] = -PlaceGrid::WIDEST;
+        box.mHigh[axis] = PlaceGrid::WIDEST;
+    }
+    box.mLow[2] = roundDown(std::clamp(height + double(mLowest) - error, -MAX, MAX));
+    box.mHigh[2] = roundUp(std::clamp(height + double(shape.mMaxHeight) + error, -MAX, MAX));
+    return box;
+}
+
+/// @param places  in the order of node ids. Each of the unbounded ones lies in a row of cells; as long as they are few,
+///                they are listed there, too.
+void NavMeshNodeIndex::Finder::buildGrid(Vector<PlaceGrid::Item>& places, size_t numNodes)
+{
+    if (std::isnan(mLowest)) // then every search looks at all records
+        return;
+    const size_t numUnbounded = mFirstIrregular - mFirstUnbounded;
+    mListsUnbounded = numUnbounded * numUnbounded <= numNodes;
+    Vector<uint32> recordOfNode(numNodes, 0, getMemory());
+    for (uint32 record = 0; record < mFirstIrregular; ++record)
+        recordOfNode[mRecords[record].mID] = record;
+    if (!mListsUnbounded)
+        std::erase_if(places, [](const PlaceGrid::Item& place) { return place.mBox.mHigh[0] >= PlaceGrid::WIDEST; });
+    for (PlaceGrid::Item& place : places)
+        place.mID = recordOfNode[place.mID];
+    mGrid.build(places, RecordShapes(*this));
 }
 
 void NavMeshNodeIndex::Finder::addRecord(const NavMeshContainer& mesh, NodeShape& shape, uint32 nodeID)
@@ -195,6 +243,7 @@ void NavMeshNodeIndex::Finder::addRecord(const NavMeshContainer& mesh, NodeShape
     record.mNumCorners = static_cast<uint32>(shape.mCorners.size());
     record.mMoreCorners = static_cast<uint32>(mMoreCorners.size());
     record.mHasArea = shape.mIsRegular && shape.hasArea();
+    std::fill(std::begin(record.mCorners), std::end(record.mCorners), shape.mCorners[0]);
     for (size_t i = 0; i < shape.mCorners.size(); ++i)
     {
         if (i < NUM_NEAR_CORNERS)
@@ -207,7 +256,7 @@ void NavMeshNodeIndex::Finder::addRecord(const NavMeshContainer& mesh, NodeShape
 
 uint64 NavMeshNodeIndex::Finder::getMemoryUsage() const
 {
-    return sizeof(Finder) + mTree.getMemoryUsage() + mRecords.capacity() * sizeof(NodeRecord) +
+    return sizeof(Finder) + mTree.getMemoryUsage() + mGrid.getMemoryUsage() + mRecords.capacity() * sizeof(NodeRecord) +
            mMoreCorners.capacity() * sizeof(Vec2<float>);
 }
 
@@ -216,17 +265,22 @@ inline bool NavMeshNodeIndex::Finder::isInside(const NodeRecord& record, const V
                                                const Vec2<float>& place) const
 {
     const float height = dot(mFrame.mNormal, point - record.mFirstCorner);
-    if (!(height >= mLowest && height <= record.mMaxHeight))
-        return false;
-    const uint32 numNear = std::min(record.mNumCorners, NUM_NEAR_CORNERS);
-    for (uint32 i = 1; i < numNear; ++i)
-    {
-        if (orient(record.mCorners[i - 1], record.mCorners[i], place) < 0.0f)
-            return false;
-    }
-    if (record.mNumCorners > NUM_NEAR_CORNERS)
-        return isLeftOfMoreSides(record, place);
-    return !(orient(record.mCorners[numNear - 1], record.mCorners[0], place) < 0.0f);
+    // which of the tests fails, nobody can foresee: all are made, without branches
+    const auto isRight = [&place](const Vec2<float>& a, const Vec2<float>& b)
+    { return orient(a, b, place) < 0.0f ? 1u : 0u; };
+    const Vec2<float>* corners = record.mCorners;
+    const bool isClosed = record.mNumCorners <= NUM_NEAR_CORNERS;
+    const uint32 isOutside = (height >= mLowest ? 0u : 1u) | (height <= record.mMaxHeight ? 0u : 1u) |
+                             isRight(corners[0], corners[1]) | isRight(corners[1], corners[2]) |
+                             isRight(corners[2], corners[3]) |
+                             (isRight(corners[NUM_NEAR_CORNERS - 1], corners[0]) & (isClosed ? 1u : 0u));
+    return isOutside == 0 && (isClosed || isLeftOfMoreSides(record, place));
+}
+
+Vec2<float> NavMeshNodeIndex::Finder::getCorner(const NodeRecord& record, uint32 corner) const
+{
+    return corner < NUM_NEAR_CORNERS ? record.mCorners[corner]
+                                     : mMoreCorners[record.mMoreCorners + corner - NUM_NEAR_CORNERS];
 }
 
 bool NavMeshNodeIndex::Finder::isLeftOfMoreSides(const NodeRecord& record, const Vec2<float>& place) const
@@ -250,12 +304,15 @@ uint32 NavMeshNodeIndex::Finder::searchNode(const Vec3<float>& point) const
 
     const double height = mFrame.getHeight(point);
     const double error = mFrame.getHeightError(point);
-    const double lowest = height - mMaxHeight - error;
-    const double highest = height - double(mLowest) + error;
-    const BoxTree::Probe probe{place.mX, place.mY, toProbe(lowest, -1.0), toProbe(highest, 1.0)};
-    uint32 best = searchTree(probe, point, place);
-    if (mFirstUnbounded != mFirstIrregular)
-        best = searchUnbounded(lowest, highest, point, place, best);
+    // the sum of magnitudes in the error is that of the height, too
+    constexpr double ROUNDING = 1.5;
+    uint32 best = NO_NODE;
+    mGrid.visitLists(place.mX, place.mY, static_cast<float>(height - ROUNDING * error),
+                     static_cast<float>(height + ROUNDING * error),
+                     [&](const uint32* entry, const uint32* end)
+                     { best = searchList(entry, end, point, place, best); });
+    if (!mListsUnbounded)
+        best = searchUnbounded(height - mMaxHeight - error, height - double(mLowest) + error, point, place, best);
     return searchRecords(mFirstIrregular, mRecords.size(), point, place, best);
 }
 
@@ -287,58 +344,21 @@ uint32 NavMeshNodeIndex::Finder::searchUnbounded(double lowest, double highest, 
     return best;
 }
 
-uint32 NavMeshNodeIndex::Finder::searchTree(const BoxTree::Probe& probe, const Vec3<float>& point,
-                                            const Vec2<float>& place) const
-{
-    uint32 best = NO_NODE;
-    if (mTree.empty())
-        return best;
-    uint32 pending[BoxTree::MAX_PENDING];
-    uint32 numPending = 0;
-    pending[numPending++] = 0;
-    while (numPending > 0)
-    {
-        const uint32 index = pending[--numPending];
-        const BoxTree::Node& node = mTree.getNode(index);
-        if (node.mLowestID >= best)
-            continue;
-        BoxTree::Hits hits = BoxTree::findHits(node, probe);
-        if (mTree.isLeaf(index))
-        {
-            best = searchLeaf(node.mFirst, hits, point, place, best);
-            continue;
-        }
-        // the one with the lowest ids is looked at first
-        for (uint32 word = 2; word-- > 0;)
-        {
-            for (; hits.mWords[word] != 0; hits.mWords[word] ^= uint64(128) << 8 * highestHit(hits.mWords[word]))
-            {
-                const uint32 child = node.mFirst + 8 * word + highestHit(hits.mWords[word]);
-                pending[numPending++] = child;
-                Common::Platform::prefetch(&mTree.getNode(child));
-            }
-        }
-    }
-    return best;
-}
-
-inline uint32 NavMeshNodeIndex::Finder::searchLeaf(uint32 first, BoxTree::Hits hits, const Vec3<float>& point,
+/// The lowest ids come first, so the first hit is the best.
+inline uint32 NavMeshNodeIndex::Finder::searchList(const uint32* entry, const uint32* end, const Vec3<float>& point,
                                                    const Vec2<float>& place, uint32 best) const
 {
     // in a large mesh each record is a miss; they need not be waited for one after the other
-    for (uint32 word = 0; word < 2; ++word)
+    constexpr ptrdiff_t MAX_AHEAD = 4;
+    for (const uint32* ahead = entry; ahead != entry + std::min(end - entry, MAX_AHEAD); ++ahead)
+        Common::Platform::prefetch(&mRecords[*ahead]);
+    for (; entry != end; ++entry)
     {
-        for (uint64 rest = hits.mWords[word]; rest != 0; rest &= rest - 1)
-            Common::Platform::prefetch(&mRecords[first + 8 * word + lowestHit(rest)]);
-    }
-    for (uint32 word = 0; word < 2; ++word)
-    {
-        for (; hits.mWords[word] != 0; hits.mWords[word] &= hits.mWords[word] - 1)
-        {
-            const NodeRecord& record = mRecords[first + 8 * word + lowestHit(hits.mWords[word])];
-            if (record.mID < best && isInside(record, point, place))
-                best = record.mID;
-        }
+        const NodeRecord& record = mRecords[*entry];
+        if (record.mID >= best)
+            return best;
+        if (isInside(record, point, place))
+            return record.mID;
     }
     return best;
 }

@@ -58,6 +58,8 @@ public:
         dropGoal();
         mGoal = goal;
         mAStar.setGoal(&goal->mGoal, &goal->mCostFunc, &goal->mHeuristicFunc);
+        mUsedGraph = mGraph;
+        mAStar.setGraph(mUsedGraph.get());
         try
         {
             mAStar.initSearch();
@@ -75,7 +77,8 @@ public:
     AStarMapNavMesh mMap;
     AStarStorageFast mStorage;
     AStarNavMesh mAStar;
-    Filter mFilter; // of the searches to come
+    Filter mFilter;                       // of the searches to come
+    SharedPtr<NavMeshSearchGraph> mGraph; // the same
 
 private:
     void dropGoal()
@@ -86,6 +89,7 @@ private:
     }
 
     SearchGoal* mGoal = nullptr;
+    SharedPtr<NavMeshSearchGraph> mUsedGraph; // by the present search
 };
 
 NavMeshPathSearch::NavMeshPathSearch(const SharedPtr<NavMeshContainer>& navMesh) : mNavMesh(navMesh)
@@ -154,6 +158,13 @@ void NavMeshPathSearch::setFilter(const NavMeshSearchFilter* filter)
     if (filter != nullptr)
         copy.emplace(*filter, mNavMesh->getMemory());
     mEngine->mFilter = std::move(copy);
+}
+
+void NavMeshPathSearch::setGraph(const SharedPtr<NavMeshSearchGraph>& graph)
+{
+    if (mEngine != nullptr && KORV_ASSERT(graph == nullptr || graph->getNavMesh() == mNavMesh,
+                                          "graph->getNavMesh() == mNavMesh", "Search graph belongs to another mesh"))
+        mEngine->mGraph = graph;
 }
 
 int NavMeshPathSearch::runSearch(unsigned int maxSteps)

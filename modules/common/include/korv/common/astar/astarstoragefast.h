@@ -52,6 +52,24 @@ public:
     /// The node stays closed. The saving is passed on to all nodes that have been reached through it.
     /// Cost: grows with the number of those nodes.
     void updateClosedNode(uint32 nodeID, uint32 edge, float pathCost) override;
+    /// The same with other links than those of map and goal.
+    /// @param forEachLink  called as forEachLink(nodeID, reach), calls reach(edge, target, cost) for the links of the
+    ///                     node to nodes that have been reached, all of them ids below getNumNodes.
+    template <class ForEachLink>
+    void updateClosedNode(uint32 nodeID, uint32 edge, float pathCost, ForEachLink&& forEachLink)
+    {
+        if (nodeID >= mNumNodes || !(pathCost < mRecords[nodeID].pathCost))
+            return;
+        improve(mRecords[nodeID], edge, pathCost);
+        mQueue.clear();
+        mQueue.push_back(nodeID);
+        for (size_t next = 0; next < mQueue.size(); ++next)
+        {
+            const uint32 source = mQueue[next];
+            forEachLink(source,
+                        [this, source](uint32 link, uint32 target, float cost) { passOn(source, link, target, cost); });
+        }
+    }
     void updateOpenNode(uint32 nodeID, uint32 edge, float pathCost) override;
     bool isNodeOpen(uint32 nodeID) override { return (getState(nodeID) & STATE_OPEN) != 0; }
     bool isNodeClosed(uint32 nodeID) override { return (getState(nodeID) & STATE_CLOSED) != 0; }
@@ -80,8 +98,13 @@ private:
         const uint32 shift = 2 * (nodeID % 4);
         four = static_cast<uint8>((four & ~(3u << shift)) | (static_cast<uint32>(state) << shift));
     }
-    void improve(AStarNode& node, uint32 edge, float pathCost);
-    void propagate(uint32 nodeID);
+    static void improve(AStarNode& node, uint32 edge, float pathCost)
+    {
+        node.totalCost = node.totalCost - node.pathCost + pathCost;
+        node.pathCost = pathCost;
+        node.inEdge = edge;
+    }
+    void passOn(uint32 source, uint32 edge, uint32 target, float cost);
     void freeArrays();
 
     AStarMap* mMap;

@@ -69,11 +69,12 @@ public:
 private:
     struct Entry
     {
-        float mCost;  // the total cost in the node's record
-        uint32 mNode; // NO_NODE marks a hole in the back, whose cost is infinite
+        float mCost; // the total cost in the node's record
+        uint32 mNode;
     };
+    struct Best;
 
-    // openPlace of a record: an index into mBack, or one of these
+    // openPlace of a record: a place in the back, or one of these
     static constexpr uint32 PLACE_NONE = 0xFFFFFFFF;
     static constexpr uint32 PLACE_FRONT = 0xFFFFFFFE;
 
@@ -84,14 +85,15 @@ private:
 
     void append(const Entry& entry)
     {
-        if (mBackEnd == mBack.size())
+        if (mBackEnd == mBackNodes.size())
             rebuildBack();
         putBack(mBackEnd, entry);
         ++mBackEnd;
     }
     void putBack(uint32 place, const Entry& entry)
     {
-        mBack[place] = entry;
+        mBackCosts[place] = entry.mCost;
+        mBackNodes[place] = entry.mNode;
         lowerBlockMinimum(place, entry.mCost);
         mRecords[entry.mNode].openPlace = place;
         ++mNumBack;
@@ -106,15 +108,20 @@ private:
     void rebuildBack();
 
     void refillFront();
-    uint32 takeFirst(Entry* best);
-    void replaceWorse(Entry* best);
-    void replaceWorst(Entry* best, uint32 place, bool firstTime);
+    void fillFront(const Best& best);
+    void takeFirst(Best& best);
+    void replaceWorse(Best& best);
+    uint32 findBelow(uint32* places, uint32 begin, float limit) const;
+    void replaceWorst(Best& best, uint32 place);
     void updateBlockMinimum(uint32 block);
 
     AStarNode* mRecords = nullptr;
-    Vector<Entry> mFront;        // worst node first, best last
-    bool mFrontSorted = true;    // false once a cost was changed in place and broke the order
-    Vector<Entry> mBack;         // used from mBackBegin to mBackEnd, free on both sides, with holes
+    Vector<Entry> mFront;     // worst node first, best last
+    bool mFrontSorted = true; // false once a cost was changed in place and broke the order
+    // The back, used from mBackBegin to mBackEnd, free on both sides, with holes. A place without a node costs
+    // infinity; a hole holds NO_NODE.
+    Vector<float> mBackCosts;
+    Vector<uint32> mBackNodes;
     Vector<float> mBlockMinimum; // no cost in the block of BLOCK_SIZE places is lower
     uint32 mBackBegin = 0;
     uint32 mBackEnd = 0;

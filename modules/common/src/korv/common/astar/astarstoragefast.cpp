@@ -71,13 +71,6 @@ void AStarStorageFast::freeArrays()
     mRecords = nullptr;
 }
 
-void AStarStorageFast::improve(AStarNode& node, uint32 edge, float pathCost)
-{
-    node.totalCost = node.totalCost - node.pathCost + pathCost;
-    node.pathCost = pathCost;
-    node.inEdge = edge;
-}
-
 void AStarStorageFast::updateOpenNode(uint32 nodeID, uint32 edge, float pathCost)
 {
     if (nodeID >= mNumNodes || !(pathCost < mRecords[nodeID].pathCost))
@@ -89,31 +82,29 @@ void AStarStorageFast::updateOpenNode(uint32 nodeID, uint32 edge, float pathCost
 
 void AStarStorageFast::updateClosedNode(uint32 nodeID, uint32 edge, float pathCost)
 {
-    if (nodeID >= mNumNodes || !(pathCost < mRecords[nodeID].pathCost))
-        return;
-    improve(mRecords[nodeID], edge, pathCost);
-    mQueue.clear();
-    mQueue.push_back(nodeID);
-    for (size_t next = 0; next < mQueue.size(); ++next)
-        propagate(mQueue[next]);
+    updateClosedNode(nodeID, edge, pathCost,
+                     [this](uint32 source, auto&& reach)
+                     {
+                         mEdges.clear();
+                         mMap->getOutEdges(mEdges, source);
+                         for (const uint32 link : mEdges)
+                         {
+                             const uint32 target = mMap->getEdgeTarget(link);
+                             if (getState(target) != STATE_NEW)
+                                 reach(link, target, mGoal->getCost(link));
+                         }
+                     });
 }
 
-void AStarStorageFast::propagate(uint32 nodeID)
+/// A node of which a cheaper way is known now offers that to one of its targets.
+void AStarStorageFast::passOn(uint32 source, uint32 edge, uint32 target, float cost)
 {
-    mEdges.clear();
-    mMap->getOutEdges(mEdges, nodeID);
-    for (const uint32 edge : mEdges)
-    {
-        const uint32 target = mMap->getEdgeTarget(edge);
-        if (getState(target) == STATE_NEW)
-            continue;
-        const float pathCost = mRecords[nodeID].pathCost + mGoal->getCost(edge);
-        if (!(pathCost < mRecords[target].pathCost))
-            continue;
-        const float oldCost = mRecords[target].totalCost;
-        improve(mRecords[target], edge, pathCost);
-        mOpenList.changeInPlace(target, oldCost);
-        mQueue.push_back(target);
-    }
+    const float pathCost = mRecords[source].pathCost + cost;
+    if (!(pathCost < mRecords[target].pathCost))
+        return;
+    const float oldCost = mRecords[target].totalCost;
+    improve(mRecords[target], edge, pathCost);
+    mOpenList.changeInPlace(target, oldCost);
+    mQueue.push_back(target);
 }
 } // namespace KORV::Common::Astar

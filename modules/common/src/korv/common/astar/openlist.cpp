@@ -33,7 +33,46 @@ constexpr float INFINITE = std::numeric_limits<float>::infinity();
 constexpr uint32 MIN_BACK_SIZE = 1024;
 } // namespace
 
-OpenList::OpenList(Memory::Allocator* allocator) : mFront(allocator), mBack(allocator), mBlockMinimum(allocator) {}
+/// The best nodes that a refill has come across, in ascending order of cost.
+struct OpenList::Best
+{
+    uint32 mCount = 0;
+    Entry mEntries[NUM_BEST];
+
+    bool isFull() const { return mCount == NUM_BEST; }
+    float getWorstCost() const { return mEntries[NUM_BEST - 1].mCost; }
+    /// Equal ones stand as they come.
+    void add(const Entry& entry)
+    {
+        uint32 place = mCount++;
+        for (; place > 0 && entry.mCost < mEntries[place - 1].mCost; --place)
+            mEntries[place] = mEntries[place - 1];
+        mEntries[place] = entry;
+    }
+    /// Puts a better node in place of the worst, before those of equal cost.
+    Entry replaceWorst(const Entry& entry)
+    {
+        const Entry worst = mEntries[NUM_BEST - 1];
+        uint32 place = NUM_BEST - 1;
+        for (; place > 0 && !(mEntries[place - 1].mCost < entry.mCost); --place)
+            mEntries[place] = mEntries[place - 1];
+        mEntries[place] = entry;
+        return worst;
+    }
+    /// Moves the first comer of those with the greatest cost to the end, where it is the next to be replaced.
+    void preferFirstComer()
+    {
+        Entry* place = mEntries + NUM_BEST - 1;
+        while (place > mEntries && place[-1].mCost == getWorstCost())
+            --place;
+        std::rotate(place, place + 1, mEntries + NUM_BEST);
+    }
+};
+
+OpenList::OpenList(Memory::Allocator* allocator)
+    : mFront(allocator), mBackCosts(allocator), mBackNodes(allocator), mBlockMinimum(allocator)
+{
+}
 
 void OpenList::reset(AStarNode* records)
 {
@@ -47,17 +86,8 @@ void OpenList::insertIntoFront(const Entry& entry)
 {
     size_t place = mFront.size();
     mFront.push_back(entry);
-    if (mFrontSorted)
-    {
-        const auto isAbove = [&entry](const Entry& other) { return other.mCost > entry.mCost; };
-        place = static_cast<size_t>(std::partition_point(mFront.begin(), mFront.end() - 1, isAbove) - mFront.begin());
-        std::move_backward(mFront.begin() + static_cast<std::ptrdiff_t>(place), mFront.end() - 1, mFront.end());
-    }
-    else
-    {
-        for (; place > 0 && !(mFront[place - 1].mCost > entry.mCost); --place)
-            mFront[place] = mFront[place - 1];
-    }
+    for (; place > 0 && !(mFront[place - 1].mCost > entry.mCost); --place)
+        mFront[place] = mFront[place - 1];
     mFront[place] = entry;
     mRecords[entry.mNode].openPlace = PLACE_FRONT;
 }
@@ -105,7 +135,7 @@ void OpenList::changeInPlace(uint32 nodeID, float oldCost)
     }
     else if (place != PLACE_NONE)
     {
-        mBack[place].mCost = cost;
+        mBackCosts[place] = cost;
         lowerBlockMinimum(place, cost);
     }
 }
@@ -116,8 +146,9 @@ void OpenList::clearBack()
     {
         const auto minima = mBlockMinimum.begin();
         std::fill(minima + mBackBegin / BLOCK_SIZE, minima + (mBackEnd - 1) / BLOCK_SIZE + 1, INFINITE);
+        std::fill(mBackCosts.begin() + mBackBegin, mBackCosts.begin() + mBackEnd, INFINITE);
     }
-    mBackBegin = static_cast<uint32>(mBack.size() / 2);
+    mBackBegin = static_cast<uint32>(mBackNodes.size() / 2);
     mBackEnd = mBackBegin;
     mNumBack = 0;
 }
@@ -126,29 +157,25 @@ void OpenList::clearBack()
 void OpenList::rebuildBack()
 {
     const size_t wanted = std::max<size_t>(MIN_BACK_SIZE, (size_t{mNumBack} / BLOCK_SIZE + 1) * BLOCK_SIZE * 4);
-    Vector<Entry> larger(mBack.get_allocator());
-    if (wanted > mBack.size())
+    if (wanted > mBackNodes.size())
     {
-        larger.resize(wanted);
         mBlockMinimum.resize(wanted / BLOCK_SIZE, INFINITE);
+        mBackCosts.resize(wanted, INFINITE);
+        mBackNodes.resize(wanted); // last, since its size tells how much room there is
     }
 
-    const auto isHole = [](const Entry& entry) { return entry.mNode == NO_NODE; };
-    const auto source = mBack.begin() + mBackBegin;
-    const auto sourceEnd = std::remove_if(source, mBack.begin() + mBackEnd, isHole);
+    // the costs stand in the records, too
+    const auto source = mBackNodes.begin() + mBackBegin;
+    const auto sourceEnd = std::remove(source, mBackNodes.begin() + mBackEnd, NO_NODE);
     const auto count = static_cast<uint32>(sourceEnd - source);
-    const auto begin = static_cast<uint32>((std::max(wanted, mBack.size()) - count) / 2);
-    if (!larger.empty())
-        std::copy(source, sourceEnd, larger.begin() + begin);
-    else if (begin < mBackBegin)
-        std::copy(source, sourceEnd, mBack.begin() + begin);
+    const auto begin = static_cast<uint32>((mBackNodes.size() - count) / 2);
+    if (begin < mBackBegin)
+        std::copy(source, sourceEnd, mBackNodes.begin() + begin);
     else
-        std::copy_backward(source, sourceEnd, mBack.begin() + begin + count);
-    if (!larger.empty())
-        mBack.swap(larger);
+        std::copy_backward(source, sourceEnd, mBackNodes.begin() + begin + count);
     clearBack();
     for (uint32 place = begin; place < begin + count; ++place)
-        putBack(place, mBack[place]);
+        putBack(place, {mRecords[mBackNodes[place]].totalCost, mBackNodes[place]});
     mBackBegin = begin;
     mBackEnd = begin + count;
 }
@@ -160,94 +187,105 @@ void OpenList::refillFront()
     if (mBackBegin < mNumBack)
         rebuildBack();
 
-    Entry best[NUM_BEST];
-    const uint32 count = takeFirst(best);
-    if (count == NUM_BEST)
+    Best best;
+    takeFirst(best);
+    if (best.isFull())
         replaceWorse(best);
-    for (uint32 end = count; end > 0;)
-    {
-        uint32 begin = end - 1;
-        while (begin > 0 && best[begin - 1].mCost == best[begin].mCost)
-            --begin;
-        mFront.insert(mFront.end(), best + begin, best + end);
-        end = begin;
-    }
-    for (const Entry& entry : mFront)
-        mRecords[entry.mNode].openPlace = PLACE_FRONT;
+    fillFront(best);
     mFrontSorted = true;
     if (mNumBack == 0)
         clearBack();
 }
 
-/// Takes the first nodes off the back, in ascending order of cost, equal ones as they come.
-/// @return how many there were, up to NUM_BEST.
-uint32 OpenList::takeFirst(Entry* best)
+/// Worst node first; equal ones stay as they are.
+void OpenList::fillFront(const Best& best)
 {
-    uint32 count = 0;
-    uint32 place = mBackBegin;
-    for (; count < NUM_BEST && place < mBackEnd; ++place)
+    for (uint32 end = best.mCount; end > 0;)
     {
-        const Entry entry = mBack[place];
-        if (entry.mNode == NO_NODE)
-            continue;
-        uint32 i = count++;
-        for (; i > 0 && entry.mCost < best[i - 1].mCost; --i)
-            best[i] = best[i - 1];
-        best[i] = entry;
+        uint32 begin = end - 1;
+        while (begin > 0 && best.mEntries[begin - 1].mCost == best.mEntries[begin].mCost)
+            --begin;
+        mFront.insert(mFront.end(), best.mEntries + begin, best.mEntries + end);
+        end = begin;
     }
-    mBackBegin = place;
-    mNumBack -= count;
-    return count;
+    for (const Entry& entry : mFront)
+        mRecords[entry.mNode].openPlace = PLACE_FRONT;
+}
+
+/// Takes the first nodes off the back.
+void OpenList::takeFirst(Best& best)
+{
+    const auto minima = mBlockMinimum.begin();
+    const uint32 firstBlock = mBackBegin / BLOCK_SIZE;
+    for (; !best.isFull() && mBackBegin < mBackEnd; ++mBackBegin)
+    {
+        if (mBackNodes[mBackBegin] == NO_NODE)
+            continue;
+        best.add({mBackCosts[mBackBegin], mBackNodes[mBackBegin]});
+        mBackCosts[mBackBegin] = INFINITE;
+    }
+    std::fill(minima + firstBlock, minima + mBackBegin / BLOCK_SIZE, INFINITE);
+    mNumBack -= best.mCount;
 }
 
 /// Walks over the rest of the back: a node better than the worst of the best takes its place, and that one becomes the
 /// first of the back, behind the walk.
-void OpenList::replaceWorse(Entry* best)
+void OpenList::replaceWorse(Best& best)
 {
-    bool firstTime = true;
-    for (uint32 place = mBackBegin, end; place < mBackEnd; place = end)
+    bool isFirstTime = true;
+    const uint32 numBlocks = (mBackEnd + BLOCK_SIZE - 1) / BLOCK_SIZE;
+    for (uint32 block = mBackBegin / BLOCK_SIZE; block < numBlocks; ++block)
     {
-        const uint32 block = place / BLOCK_SIZE;
-        end = std::min(mBackEnd, (block + 1) * BLOCK_SIZE);
-        if (!(mBlockMinimum[block] < best[NUM_BEST - 1].mCost))
+        if (!(mBlockMinimum[block] < best.getWorstCost()))
             continue;
-        for (; place < end; ++place)
+        uint32 candidates[BLOCK_SIZE];
+        const uint32 count = findBelow(candidates, block * BLOCK_SIZE, best.getWorstCost());
+        for (uint32 i = 0; i < count; ++i)
         {
-            if (mBack[place].mCost < best[NUM_BEST - 1].mCost)
-            {
-                replaceWorst(best, place, firstTime);
-                firstTime = false;
-            }
+            if (!(mBackCosts[candidates[i]] < best.getWorstCost()))
+                continue;
+            if (isFirstTime)
+                best.preferFirstComer();
+            isFirstTime = false;
+            replaceWorst(best, candidates[i]);
         }
         updateBlockMinimum(block);
     }
 }
 
-void OpenList::replaceWorst(Entry* best, uint32 place, bool firstTime)
+/// Lists the places of a block that are below a limit. Whether one is, nobody can foresee, so there is no branch.
+inline uint32 OpenList::findBelow(uint32* places, uint32 begin, float limit) const
 {
-    const Entry entry = mBack[place];
-    mBack[place] = {INFINITE, NO_NODE};
-    --mNumBack;
+    const float* costs = mBackCosts.data();
+    uint32 count = 0;
+    for (uint32 place = begin; place < begin + BLOCK_SIZE; ++place)
+    {
+        places[count] = place;
+        count += costs[place] < limit ? 1 : 0;
+    }
+    return count;
+}
 
-    uint32 worst = NUM_BEST - 1;
-    while (firstTime && worst > 0 && best[worst - 1].mCost == best[worst].mCost)
-        --worst;
-    const Entry rejected = best[worst];
-    std::copy(best + worst + 1, best + NUM_BEST, best + worst);
-    uint32 i = NUM_BEST - 1;
-    for (; i > 0 && !(best[i - 1].mCost < entry.mCost); --i)
-        best[i] = best[i - 1];
-    best[i] = entry;
-    putBack(--mBackBegin, rejected);
+inline void OpenList::replaceWorst(Best& best, uint32 place)
+{
+    const Entry entry{mBackCosts[place], mBackNodes[place]};
+    mBackCosts[place] = INFINITE;
+    mBackNodes[place] = NO_NODE;
+    --mNumBack;
+    putBack(--mBackBegin, best.replaceWorst(entry));
 }
 
 void OpenList::updateBlockMinimum(uint32 block)
 {
-    const uint32 begin = std::max(mBackBegin, block * BLOCK_SIZE);
-    const uint32 end = std::min(mBackEnd, (block + 1) * BLOCK_SIZE);
-    float minimum = INFINITE;
-    for (uint32 place = begin; place < end; ++place)
-        minimum = mBack[place].mCost < minimum ? mBack[place].mCost : minimum;
-    mBlockMinimum[block] = minimum;
+    // four at a time, none of which waits for another
+    constexpr uint32 NUM_LANES = 4;
+    float minima[NUM_LANES] = {INFINITE, INFINITE, INFINITE, INFINITE};
+    const float* costs = mBackCosts.data() + block * BLOCK_SIZE;
+    for (uint32 i = 0; i < BLOCK_SIZE; i += NUM_LANES)
+    {
+        for (uint32 lane = 0; lane < NUM_LANES; ++lane)
+            minima[lane] = costs[i + lane] < minima[lane] ? costs[i + lane] : minima[lane];
+    }
+    mBlockMinimum[block] = *std::min_element(minima, minima + NUM_LANES);
 }
 } // namespace KORV::Common::Astar

@@ -1,7 +1,7 @@
 // Builds the tree from the top, level by level. A node with m items below gets the fewest children that hold them when
 // all levels below are full, so nearly all leaves are full, too. The items are halved along one axis until there is a
 // part for each child: along the axis that has the most boxes side by side, measured by their mean extent, since there
-// the fewest boxes straddle the cut. Upwards a box counts as higher by the length of a probe. Boxes at nearly the same
+// the fewest boxes straddle the cut. Boxes at nearly the same
 // place along that axis, such as those of one floor, are parted along the next best one.
 
 #include "korv/navmesh/places/boxtree.h"
@@ -16,7 +16,6 @@ struct Range
 {
     uint32 mBegin;
     uint32 mEnd;
-    uint32 mLowestID;
 };
 
 void extend(SearchBox& box, const SearchBox& other)
@@ -32,7 +31,7 @@ void extend(SearchBox& box, const SearchBox& other)
 class CutOrder
 {
 public:
-    CutOrder(const BoxTree::Item* begin, const BoxTree::Item* end, double probeLength);
+    CutOrder(const BoxTree::Item* begin, const BoxTree::Item* end);
 
     bool operator()(const BoxTree::Item& a, const BoxTree::Item& b) const
     {
@@ -60,11 +59,11 @@ private:
     float mSlabsPerUnit;
 };
 
-CutOrder::CutOrder(const BoxTree::Item* begin, const BoxTree::Item* end, double probeLength)
+CutOrder::CutOrder(const BoxTree::Item* begin, const BoxTree::Item* end)
 {
     const auto count = static_cast<double>(end - begin);
     SearchBox bounds = begin->mBox;
-    double means[3] = {0.0, 0.0, probeLength};
+    double means[3] = {};
     for (const BoxTree::Item* item = begin; item != end; ++item)
     {
         extend(bounds, item->mBox);
@@ -101,9 +100,8 @@ uint32 countLevels(uint64 numItems)
 class BoxTree::Builder
 {
 public:
-    Builder(BoxTree& tree, Vector<Item>& items, double probeLength)
-        : mTree(tree), mItems(items), mProbeLength(probeLength), mRanges(items.get_allocator()),
-          mBoxes(items.get_allocator())
+    Builder(BoxTree& tree, Vector<Item>& items)
+        : mTree(tree), mItems(items), mRanges(items.get_allocator()), mBoxes(items.get_allocator())
     {
     }
 
@@ -119,7 +117,6 @@ private:
 
     BoxTree& mTree;
     Vector<Item>& mItems;
-    const double mProbeLength;
     Vector<Range> mRanges; // of each node: its items
     Vector<SearchBox> mBoxes;
     size_t mFirstOfLevel = 0;
@@ -156,12 +153,9 @@ void BoxTree::Builder::splitAll(uint64 capacityOfChild)
     for (size_t i = mFirstOfLevel; i < firstChild; ++i)
     {
         const Range range = mRanges[i];
-        const size_t begin = mRanges.size();
-        mTree.mNodes[i].mFirst = static_cast<uint32>(begin);
+        mTree.mNodes[i].mFirst = static_cast<uint32>(mRanges.size());
         const uint64 numItems = range.mEnd - range.mBegin;
         split(range.mBegin, range.mEnd, static_cast<uint32>((numItems + capacityOfChild - 1) / capacityOfChild));
-        std::sort(mRanges.begin() + static_cast<ptrdiff_t>(begin), mRanges.end(),
-                  [](const Range& a, const Range& b) { return a.mLowestID < b.mLowestID; });
     }
     mFirstOfLevel = firstChild;
 }
@@ -176,7 +170,7 @@ void BoxTree::Builder::split(uint32 begin, uint32 end, uint32 numParts)
     }
     const uint32 partsBefore = numParts / 2;
     const uint32 cut = begin + static_cast<uint32>(uint64(end - begin) * partsBefore / numParts);
-    const CutOrder order(mItems.data() + begin, mItems.data() + end, mProbeLength);
+    const CutOrder order(mItems.data() + begin, mItems.data() + end);
     std::nth_element(mItems.begin() + begin, mItems.begin() + cut, mItems.begin() + end, order);
     split(begin, cut, partsBefore);
     split(cut, end, numParts - partsBefore);
@@ -184,10 +178,7 @@ void BoxTree::Builder::split(uint32 begin, uint32 end, uint32 numParts)
 
 void BoxTree::Builder::addRange(uint32 begin, uint32 end)
 {
-    Range range{begin, end, std::numeric_limits<uint32>::max()};
-    for (uint32 i = begin; i < end; ++i)
-        range.mLowestID = std::min(range.mLowestID, mItems[i].mID);
-    mRanges.push_back(range);
+    mRanges.push_back({begin, end});
 }
 
 /// Gives a node its boxes; those of its children are known.
@@ -211,7 +202,6 @@ void BoxTree::Builder::finishNode(uint32 index)
     for (uint32 child = 1; child < numChildren; ++child)
         extend(bounds, getBox(child));
     setBox(index, bounds);
-    node.mLowestID = range.mLowestID;
     for (uint32 child = 0; child < numChildren; ++child)
         setChild(node, child, getBox(child));
 }
@@ -250,12 +240,12 @@ void BoxTree::Builder::setChild(Node& node, uint32 slot, const SearchBox& box)
     }
 }
 
-void BoxTree::build(Vector<Item>& items, double probeLength)
+void BoxTree::build(Vector<Item>& items)
 {
     mNodes.clear();
     mFirstLeaf = 0;
     if (!items.empty())
-        Builder(*this, items, probeLength).run();
+        Builder(*this, items).run();
 }
 
 void BoxTree::boundDistances(double (&bounds)[WIDTH], const Node& node, const double (&point)[3])

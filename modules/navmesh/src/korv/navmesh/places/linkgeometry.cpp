@@ -37,69 +37,41 @@ bool isFinite(const Vec3<float>& v)
     return std::isfinite(v.mX + v.mY + v.mZ);
 }
 
-/// Of the length in the ground plane.
-float getSquare(const NavMeshContainer& mesh, const Vec3<float>& offset)
-{
-    const Vec2<float> p(dot(mesh.mXAxis, offset), dot(mesh.mYAxis, offset));
-    return dot(p, p);
-}
-
-/// What is known where one side of the neighbour is the side left. @param link  with its width
-void fillWhole(LinkGeometry& link, size_t side, float height)
-{
-    link.mHeight = height;
-    link.mGap[0] = link.mGap[1] = 0.0f;
-    link.mFirstSide = static_cast<uint32>(side);
-    link.mNumSides = 1;
-    link.mIsWhole = true;
-}
-
-/// The most common link without shared corners: the same side at another height, or of another outline.
-/// @param link  with its corners and their distance as its width.
-/// @param p0,p1  of the neighbour, where the side left starts and ends if it is that one.
-bool fillOpposite(LinkGeometry& link, const NavMeshContainer& mesh, const Vec3<float>& p0, const Vec3<float>& p1,
-                  size_t side)
-{
-    const Vec3<float>& start = mesh.mVertices[link.mCorners[0]];
-    const Vec3<float>& end = mesh.mVertices[link.mCorners[1]];
-    const float least = SAME_IN_CUBES * mesh.mCubeSize;
-    if (!(link.mWidth > 0.0f && getSquare(mesh, p0 - start) <= least * least &&
-          getSquare(mesh, p1 - end) <= least * least))
-        return false;
-    const float height = dot(mesh.mNormal, (p0 - start + p1 - end) * 0.5f);
-    if (!std::isfinite(height))
-        return false;
-    link.mLeaving[0] = start;
-    link.mLeaving[1] = end;
-    link.mLanding[0] = p0;
-    link.mLanding[1] = p1;
-    fillWhole(link, side, height);
-    return true;
-}
-
 /// The side that is left and what lies beside it. Places are given as x along the side, from its start, and y to its
 /// left, where the node is.
 class Measure
 {
 public:
-    /// @param link  with the corners of the side.
-    Measure(const NavMeshContainer& mesh, const LinkGeometry& link, const NavNode& neighbour)
-        : mMesh(mesh), mNeighbour(neighbour), mStart(mesh.mVertices[link.mCorners[0]]),
-          mEnd(mesh.mVertices[link.mCorners[1]]), mDir(toPlane(mEnd)), mLength(mDir.getLength())
+    Measure(const NavMeshContainer& mesh, const LinkEnds& ends)
+        : mMesh(mesh), mNeighbour(mesh.mNodes[ends.mNeighbourID]), mStart(mesh.mVertices[ends.mCorners[0]]),
+          mEnd(mesh.mVertices[ends.mCorners[1]]), mDir(toPlane(mEnd)), mLength(mDir.normalise())
     {
     }
 
-    /// @return false when there is no side that runs along.
-    bool fillFacing(LinkGeometry& link)
+    /// The side of the neighbour that fits best; the number of its sides when there is none that runs along.
+    size_t findBestSide() const
     {
-        if (!(mLength > 0.0f))
-            return false;
-        mDir.normalise();
-        const size_t side = findBestSide();
-        if (side == mNeighbour.mPolygon.size())
-            return false;
-        if (fillOpposite(link, mMesh, corner(nextCorner(mNeighbour, side)), corner(side), side))
-            return true;
+        const size_t numSides = mNeighbour.mPolygon.size();
+        size_t best = numSides;
+        float bestValue = NO_VALUE;
+        Vec2<float> p0 = place(corner(0));
+        for (size_t side = 0; side < numSides && mLength > 0.0f; ++side)
+        {
+            const Vec2<float> p1 = place(corner(nextCorner(mNeighbour, side)));
+            const float value = evaluate(p0, p1);
+            if (value > bestValue)
+            {
+                bestValue = value;
+                best = side;
+            }
+            p0 = p1;
+        }
+        return best;
+    }
+
+    /// The opening to a side of the neighbour that runs along, and to those that go on in a straight line.
+    bool fillFacing(LinkGeometry& link, size_t side) const
+    {
         size_t first = side;
         size_t last = side;
         extend(first, last);
@@ -139,27 +111,6 @@ private:
     {
         const Vec2<float> p = toPlane(point);
         return {dot(mDir, p), cross(mDir, p)};
-    }
-
-    /// @return the number of sides when there is none.
-    size_t findBestSide() const
-    {
-        const size_t numSides = mNeighbour.mPolygon.size();
-        size_t best = numSides;
-        float bestValue = NO_VALUE;
-        Vec2<float> p0 = place(corner(0));
-        for (size_t side = 0; side < numSides; ++side)
-        {
-            const Vec2<float> p1 = place(corner(nextCorner(mNeighbour, side)));
-            const float value = evaluate(p0, p1);
-            if (value > bestValue)
-            {
-                bestValue = value;
-                best = side;
-            }
-            p0 = p1;
-        }
-        return best;
     }
 
     /// How well a side fits; the larger the better.
@@ -276,91 +227,104 @@ private:
     Vec2<float> mDir; ///< of the side in the ground plane; of unit length from fillFacing on
     float mLength;
 };
-
-bool fillShared(LinkGeometry& link, const Vec3<float>& start, const Vec3<float>& end, size_t side)
-{
-    link.mLeaving[0] = link.mLanding[0] = start;
-    link.mLeaving[1] = link.mLanding[1] = end;
-    fillWhole(link, side, 0.0f);
-    link.mIsShared = true;
-    return true;
-}
 } // namespace
 
 LinkMeasure::LinkMeasure(const NavMeshContainer& mesh)
     : mMesh(mesh), mNodes(mesh.mNodes.data()), mVertices(mesh.mVertices.data()),
       mNumNodes(std::min<size_t>(mesh.mNodes.size(), std::numeric_limits<int32>::max())),
-      mNumVertices(mesh.mVertices.size())
+      mNumVertices(mesh.mVertices.size()),
+      mSameSquare(SAME_IN_CUBES * mesh.mCubeSize * (SAME_IN_CUBES * mesh.mCubeSize))
 {
-}
-
-/// By the sides of the neighbour that lead back. @return false where none of them is the side left.
-inline bool LinkMeasure::fillBackLink(LinkGeometry& link, const NavNode& neighbour, uint32 nodeID) const
-{
-    const uint32* const corners = neighbour.mPolygon.data();
-    const int32* const neighbours = neighbour.mNeighbours.data();
-    const size_t numCorners = neighbour.mPolygon.size();
-    const size_t numSides = std::min(neighbour.mNeighbours.size(), numCorners);
-    for (size_t side = 0; side < numSides; ++side)
-    {
-        if (neighbours[side] != static_cast<int32>(nodeID))
-            continue;
-        const uint32 start = corners[side];
-        const uint32 end = corners[side + 1 < numCorners ? side + 1 : 0];
-        if (start == link.mCorners[1] && end == link.mCorners[0])
-            return fillShared(link, mVertices[end], mVertices[start], side);
-        if (start < mNumVertices && end < mNumVertices &&
-            fillOpposite(link, mMesh, mVertices[end], mVertices[start], side))
-            return true;
-    }
-    return false;
 }
 
 bool LinkMeasure::measure(LinkGeometry& link, uint32 nodeID, uint32 border) const
 {
-    // not all of it: that would cost as much as the rest
-    link.mNumSides = 0;
-    link.mIsShared = link.mIsWhole = link.mTurnsBack = false;
-    if (nodeID >= mNumNodes)
+    LinkEnds ends;
+    NodeSides node = getSides(nodeID);
+    if (!findEnds(ends, node, nodeID, border) || !compareEnds(ends))
         return false;
-    const NavNode& node = mNodes[nodeID];
-    const size_t numSides = node.mPolygon.size();
-    if (border >= numSides || border >= node.mNeighbours.size())
-        return false;
-    const auto target = static_cast<uint32>(node.mNeighbours[border]); // a negative one is beyond all nodes
-    const uint32 start = node.mPolygon[border];
-    const uint32 end = node.mPolygon[border + 1 < numSides ? border + 1 : 0];
-    if (target >= mNumNodes || start >= mNumVertices || end >= mNumVertices)
-        return false;
-    const Vec3<float> side = mVertices[end] - mVertices[start];
-    link.mCorners[0] = start;
-    link.mCorners[1] = end;
-    link.mWidth = std::sqrt(getSquare(mMesh, side));
-    if (!std::isfinite(link.mWidth)) // nor are the corners
-        return false;
-    const NavNode& neighbour = mNodes[target];
-    return fillBackLink(link, neighbour, nodeID) || fillSharedSide(link, neighbour) || fillFacingSide(link, neighbour);
+    if (ends.mKind == LinkEnds::OTHER)
+        return measureOther(link, ends, nodeID);
+    fillWhole(link, ends);
+    return true;
+}
+
+bool LinkMeasure::measureOther(LinkGeometry& link, const LinkEnds& ends, uint32 nodeID) const
+{
+    return fillBackLink(link, ends, nodeID) || fillSharedSide(link, ends) || fillFacingSide(link, ends);
+}
+
+/// For a neighbour whose side back is the side left, shared or not.
+void LinkMeasure::fillWhole(LinkGeometry& link, const LinkEnds& ends) const
+{
+    for (int i = 0; i < 2; ++i)
+    {
+        link.mLeaving[i] = mVertices[ends.mCorners[i]];
+        link.mLanding[i] = mVertices[ends.mFarCorners[i]];
+        link.mGap[i] = 0.0f;
+    }
+    link.mHeight = ends.mHeight;
+    link.mWidth = std::sqrt(ends.mSquare);
+    link.mFirstSide = ends.mBackSide;
+    link.mNumSides = 1;
+    link.mIsShared = ends.mKind == LinkEnds::SHARED;
+    link.mTurnsBack = false;
+}
+
+/// By the other sides of the neighbour that lead back. @return false where none of them is the side left.
+bool LinkMeasure::fillBackLink(LinkGeometry& link, LinkEnds ends, uint32 nodeID) const
+{
+    const NodeSides neighbour = getSides(ends.mNeighbourID);
+    while (ends.mBackSide < neighbour.mNumSides)
+    {
+        setSideBack(ends, neighbour, findSideBack(neighbour, nodeID, ends.mBackSide + 1));
+        if (!compareEnds(ends))
+            return false;
+        if (ends.mKind == LinkEnds::OTHER)
+            continue;
+        fillWhole(link, ends);
+        return true;
+    }
+    return false;
 }
 
 /// For a neighbour that does not lead back.
-bool LinkMeasure::fillSharedSide(LinkGeometry& link, const NavNode& neighbour) const
+bool LinkMeasure::fillSharedSide(LinkGeometry& link, LinkEnds ends) const
 {
-    const Vector<uint32>& corners = neighbour.mPolygon;
-    for (size_t side = 0; side < corners.size(); ++side)
+    const NodeSides neighbour = getSides(ends.mNeighbourID);
+    for (uint32 side = 0; side < neighbour.mNumCorners; ++side)
     {
-        if (corners[side] == link.mCorners[1] && corners[nextCorner(neighbour, side)] == link.mCorners[0])
-            return fillShared(link, mVertices[link.mCorners[0]], mVertices[link.mCorners[1]], side);
+        if (neighbour.mCorners[side] != ends.mCorners[1] || neighbour.getEnd(side) != ends.mCorners[0])
+            continue;
+        ends.mBackSide = side;
+        ends.mFarCorners[0] = ends.mCorners[0];
+        ends.mFarCorners[1] = ends.mCorners[1];
+        ends.mKind = getKind(ends);
+        fillWhole(link, ends);
+        return true;
     }
     return false;
 }
 
 /// What is left when the neighbour has another side there.
-bool LinkMeasure::fillFacingSide(LinkGeometry& link, const NavNode& neighbour) const
+bool LinkMeasure::fillFacingSide(LinkGeometry& link, LinkEnds ends) const
 {
-    if (neighbour.mPolygon.empty() || !std::all_of(neighbour.mPolygon.begin(), neighbour.mPolygon.end(),
+    const NodeSides neighbour = getSides(ends.mNeighbourID);
+    if (neighbour.mNumCorners == 0 || !std::all_of(neighbour.mCorners, neighbour.mCorners + neighbour.mNumCorners,
                                                    [this](uint32 id) { return id < mNumVertices; }))
         return false;
-    Measure measure(mMesh, link, neighbour);
-    return measure.fillFacing(link) || measure.fillNearest(link);
+    link.mIsShared = false;
+    const Measure measure(mMesh, ends);
+    const size_t side = measure.findBestSide();
+    if (side == neighbour.mNumCorners)
+        return measure.fillNearest(link);
+    ends.mBackSide = static_cast<uint32>(side);
+    ends.mFarCorners[0] = neighbour.getEnd(ends.mBackSide);
+    ends.mFarCorners[1] = neighbour.mCorners[side];
+    ends.mKind = getKind(ends);
+    if (ends.mKind == LinkEnds::OTHER)
+        return measure.fillFacing(link, side) || measure.fillNearest(link);
+    fillWhole(link, ends);
+    return true;
 }
 } // namespace KORV::NavMesh

@@ -28,15 +28,8 @@ public:
     /// Whether a node, which must exist, has dents and valid corners.
     bool isDented(size_t nodeID)
     {
-        uint8& four = mShapes[nodeID / SHAPES_PER_BYTE];
-        const auto shift = static_cast<uint32>(nodeID % SHAPES_PER_BYTE) * 2;
-        auto shape = static_cast<Shape>((four >> shift) & 3u);
-        if (shape == Shape::UNKNOWN)
-        {
-            shape = hasDent(mMesh.mNodes[nodeID]) ? Shape::DENTED : Shape::PLAIN;
-            four = static_cast<uint8>(four | static_cast<uint32>(shape) << shift);
-        }
-        return shape == Shape::DENTED && hasValidCorners(mMesh.mNodes[nodeID]);
+        const Shape shape = getShape(nodeID);
+        return shape != Shape::PLAIN && lookAtShape(nodeID, shape);
     }
 
     /// Whether a corner sticks into its node. All corners must be valid.
@@ -59,6 +52,25 @@ private:
 
     static constexpr size_t SHAPES_PER_BYTE = 4;
     static constexpr float DENT_IN_CUBES = 0.01f; ///< depth from which a corner stands in the way
+
+    static uint32 getShift(size_t nodeID) { return static_cast<uint32>(nodeID % SHAPES_PER_BYTE) * 2; }
+    Shape getShape(size_t nodeID) const
+    {
+        return static_cast<Shape>((mShapes[nodeID / SHAPES_PER_BYTE] >> getShift(nodeID)) & 3u);
+    }
+
+    /// For the few that are not known to be plain.
+    bool lookAtShape(size_t nodeID, Shape shape)
+    {
+        const NavMeshContainer::NavNode& node = mMesh.mNodes[nodeID];
+        if (shape == Shape::UNKNOWN)
+        {
+            shape = hasDent(node) ? Shape::DENTED : Shape::PLAIN;
+            uint8& four = mShapes[nodeID / SHAPES_PER_BYTE];
+            four = static_cast<uint8>(four | static_cast<uint32>(shape) << getShift(nodeID));
+        }
+        return shape == Shape::DENTED && hasValidCorners(node);
+    }
 
     void forgetShapes()
     {

@@ -53,21 +53,26 @@ public:
         mIsFrontNew = false;
     }
 
-    /// The next corner of one of the borders.
+    /// The next corner of one of the borders. Always inline: the call would cost a tenth of a way.
     template <Border BORDER>
-    void add(const Vec2<double>& place, uint32 source)
+    [[gnu::always_inline]] void add(const Vec2<double>& place, uint32 source)
     {
         Chain& chain = mChains[BORDER];
         const Corner* const end = chain.mEnd;
-        if (isSame(end[-1].mPlace, place))
+        Vec2<double> offset = place - end[-1].mPlace;
+        if (isNothing(offset))
             return;
-        shorten<BORDER>(chain, place);
+        shorten<BORDER>(chain, place, offset);
         if (chain.isEmpty())
         {
-            moveApex<BORDER>(place);
             mIsFrontNew = true;
+            if (isPastOther<BORDER>(place))
+            {
+                moveApex<BORDER>(place);
+                offset = place - chain.apex().mPlace;
+            }
         }
-        if (chain.mEnd != end && isSame(chain.mEnd[-1].mPlace, place))
+        if (chain.mEnd != end && isNothing(offset))
             return;
         chain.push({place, source});
     }
@@ -94,7 +99,7 @@ public:
             Chain& farther = leftSquared <= rightSquared ? right : left;
             ++nearer.mApex;
             mLine.push_back(nearer.apex());
-            if (isSame(nearer.apex().mPlace, farther.front().mPlace))
+            if (isNothing(farther.front().mPlace - nearer.apex().mPlace))
                 ++farther.mApex;
             farther.apex() = nearer.apex();
         }
@@ -104,8 +109,9 @@ public:
     Vector<Corner>& finish(const Corner& end)
     {
         Chain& chain = mChains[LEFT];
-        shorten<LEFT>(chain, end.mPlace);
-        if (chain.isEmpty())
+        Vec2<double> offset = end.mPlace - chain.mEnd[-1].mPlace;
+        shorten<LEFT>(chain, end.mPlace, offset);
+        if (chain.isEmpty() && isPastOther<LEFT>(end.mPlace))
             moveApex<LEFT>(end.mPlace);
         mLine.insert(mLine.end(), chain.mApex + 1, chain.mEnd);
         mLine.push_back(end);
@@ -151,55 +157,56 @@ private:
         Corner* mEnd = nullptr;
     };
 
-    bool isSame(const Vec2<double>& a, const Vec2<double>& b) const
-    {
-        const Vec2<double> offset = b - a;
-        return dot(offset, offset) <= mSquaredTolerance;
-    }
+    bool isNothing(const Vec2<double>& offset) const { return dot(offset, offset) <= mSquaredTolerance; }
 
-    /// How far the line from a over b to c turns towards a border. [twice the area of the triangle]
+    /// How far a line turns towards a border. [twice the area of the triangle]
     template <Border BORDER>
-    static double turn(const Vec2<double>& a, const Vec2<double>& b, const Vec2<double>& c)
+    static double turn(const Vec2<double>& before, const Vec2<double>& after)
     {
-        const double left = cross(b - a, c - b);
+        const double left = cross(before, after);
         return BORDER == LEFT ? left : -left;
     }
 
     /// Takes away the corners that a line to the new one need not go around.
+    /// @param offset  of the new corner from the last of the chain, before and after
     template <Border BORDER>
-    static void shorten(Chain& chain, const Vec2<double>& place)
+    static void shorten(Chain& chain, const Vec2<double>& place, Vec2<double>& offset)
     {
         Corner* last = chain.mEnd - 1;
-        while (last != chain.mApex && !(turn<BORDER>(last[-1].mPlace, last->mPlace, place) > 0.0))
+        while (last != chain.mApex && !(turn<BORDER>(last->mPlace - last[-1].mPlace, offset) > 0.0))
+        {
             --last;
+            offset = place - last->mPlace;
+        }
         chain.mEnd = last + 1;
     }
 
-    /// Passes the corners of the other chain that a line to the new one of this border has to go around. This border's
-    /// chain is empty.
+    /// Passes the corners of the other chain that a line to the new one of this border has to go around, of which there
+    /// is one at least. This border's chain is empty.
     template <Border BORDER>
     void moveApex(const Vec2<double>& place)
     {
         Chain& other = mChains[1 - BORDER];
-        if (other.isEmpty() || !isBeyond<BORDER>(other.apex().mPlace, other.front().mPlace, place))
-            return;
         do
         {
             ++other.mApex;
             mLine.push_back(other.apex());
-        } while (!other.isEmpty() && isBeyond<BORDER>(other.apex().mPlace, other.front().mPlace, place));
+        } while (isPastOther<BORDER>(place));
         mChains[BORDER].restart(other.apex());
         if (other.isEmpty())
             other.restart(mChains[BORDER].apex());
     }
 
-    /// Whether a corner lies on the far side of the line from the apex to another one, by more than the tolerance: what
-    /// lies on the line is left to close(), which knows the order along it.
+    /// Whether a corner lies on the far side of the line from the apex along the other chain, by more than the
+    /// tolerance: what lies on the line is left to close(), which knows the order along it.
     template <Border BORDER>
-    bool isBeyond(const Vec2<double>& apex, const Vec2<double>& other, const Vec2<double>& corner) const
+    bool isPastOther(const Vec2<double>& corner) const
     {
-        const double area = turn<BORDER>(apex, other, corner);
-        const Vec2<double> line = other - apex;
+        const Chain& other = mChains[1 - BORDER];
+        if (other.isEmpty())
+            return false;
+        const Vec2<double> line = other.front().mPlace - other.mApex->mPlace;
+        const double area = turn<BORDER>(line, corner - other.front().mPlace);
         return area < 0.0 && area * area > mSquaredTolerance * dot(line, line);
     }
 
