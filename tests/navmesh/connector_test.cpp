@@ -66,7 +66,7 @@ struct Scene
         fill(draft);
         connector->buildConnections(draft, jump, fall, axisValue, vertComp, *pool, RunControl(receiver, statistics));
         mMesh->mNodes.clear();
-        draft.moveNodes();
+        draft.moveNodes(RunControl(nullptr, statistics), "Build Vertical Connections", 0.0f);
     }
     /// Hands the nodes over, several to a block. The draft counts corners and neighbours from what it holds so far.
     void fill(MeshDraft& draft) const

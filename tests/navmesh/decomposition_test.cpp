@@ -200,8 +200,9 @@ std::vector<int64> bytes(const NavMeshContainer& mesh)
 void appendTo(NavMeshContainer& mesh, PieceSequencer& sequencer)
 {
     MeshDraft draft(mesh, mesh.getMemory());
+    NavMeshBuilder::Statistics statistics;
     sequencer.moveTo(draft);
-    draft.moveNodes();
+    draft.moveNodes(RunControl(nullptr, statistics), "Build Vertical Connections", 0.0f);
 }
 } // namespace
 
@@ -230,6 +231,38 @@ KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
                           std::vector<int>(pieces.mCorners.begin() + static_cast<int64>(pieces.begin(piece)),
                                            pieces.mCorners.begin() + static_cast<int64>(pieces.end(piece))));
         }
+}
+
+/// Large enough for long shadows, steps and lines of sight along many corners; and begun anywhere.
+KORV_TEST(Decomposition, sweepsSeeWhatLiteralOnesSee)
+{
+    for (uint32 seed = 0; seed < 12; ++seed)
+    {
+        KORV_CONTEXT("seed " << seed);
+        const float cube = 0.1f * static_cast<float>(1 + seed % 4);
+        Outlines::FieldTracer tracer(
+            seed % 3 == 0 ? Outlines::noise(seed, 24, 24, 0.1f) : Outlines::pillarHall(seed, 3, 16, 4.5f), cube);
+        Outline points = tracer.trace();
+        std::rotate(points.begin(), points.begin() + static_cast<int64>(points.size() * seed / 12), points.end());
+        const PlaneOutline outline = drawnIn(points, cube * 0.25f);
+        LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
+        OutlineVisibility visibility(outline.mPoints, outline.mReflex, Common::Memory::getDefaultAllocator());
+        visibility.build();
+        for (int32 i = 0; i + 1 < outline.size(); ++i)
+        {
+            Vector<int32> visible(Common::Memory::getDefaultAllocator());
+            visibility.appendVisible(visible, i);
+            Vector<int32> expected(Common::Memory::getDefaultAllocator());
+            for (int32 k = i + 1; k < outline.size(); ++k)
+            {
+                if (literal.sees(i, k) && !(i == 0 && k + 1 == outline.size()))
+                    expected.push_back(k);
+            }
+            if (i == 0 && !visible.empty() && visible.back() + 1 == outline.size())
+                visible.pop_back(); // the closing edge is there, whatever the sweep says
+            ASSERT_EQ(visible, expected) << "from corner " << i;
+        }
+    }
 }
 
 KORV_TEST(Decomposition, boxesFindTheEdgeThatTheLookAtAllFinds)

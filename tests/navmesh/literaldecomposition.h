@@ -142,9 +142,8 @@ private:
             side[static_cast<size_t>(j)] = step;
             Point d = at(j) - at(i);
             const bool shadow = mReflex[static_cast<size_t>(j)] && turnsAway(d, j);
-            Point unit = d;
-            unit.normalise();
-            int e = shadow ? findNearestEdge(j, unit) : -1;
+            d.normalise();
+            int e = shadow ? findNearestEdge(j, d) : -1;
             if (e == -1 || side[static_cast<size_t>(e)] == step)
             {
                 j = wrap(j + step);

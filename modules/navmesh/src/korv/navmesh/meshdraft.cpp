@@ -48,7 +48,7 @@ void MeshDraft::reserveVertices(size_t count)
     Vector<Vec3<float>>& vertices = mContainer.mVertices;
     if (count > MAX_VERTICES - vertices.size())
         throw new Common::Exceptions::InvalidStateException("The navigation mesh has too many vertices.");
-    // by an eighth only: most of the mesh is vertices and nodes, and the driver makes room for nearly all of them
+    // by an eighth, not by doubling: memory is short at this time, and nearly all have got their room at once
     if (vertices.capacity() - vertices.size() < count)
         vertices.reserve(vertices.size() + std::max(count, vertices.size() / 8));
 }
@@ -75,7 +75,7 @@ MeshDraft::Node MeshDraft::getSplitNode(size_t split)
     return {mSplitCorners.data() + begin, mSplitNeighbours.data() + begin, static_cast<uint32>(end - begin)};
 }
 
-void MeshDraft::moveNodes()
+void MeshDraft::moveNodes(const RunControl& control, const char* stage, float begin)
 {
     trim(mSplits); // the nodes are what takes most memory, so nothing else may take too much
     trim(mSplitCorners);
@@ -84,6 +84,8 @@ void MeshDraft::moveNodes()
     size_t nextSplit = 0;
     for (Block& block : mBlocks)
     {
+        const float share = static_cast<float>(block.mFirstNode) / static_cast<float>(mNumNodes);
+        control.report(stage, begin + (1.0f - begin) * share);
         moveBlock(block, nextSplit);
         const Block emptied(std::move(block));
     }

@@ -2,6 +2,7 @@
 
 #include "korv/navmesh/navmeshcontainer.h"
 #include "korv/navmesh/pieces/convexpieces.h"
+#include "korv/navmesh/runcontrol.h"
 
 namespace KORV::NavMesh
 {
@@ -50,7 +51,7 @@ public:
     {
     }
 
-    /// Makes a block of the pieces of outlines, which take their turn with appendOutline.
+    /// Makes a block of the pieces of some outlines. Each of these must be handed to appendOutline then, in order.
     void appendBlock(ConvexPieces&& pieces);
     /// Appends the corners of an outline, and makes nodes of the next pieces of the last block.
     /// @param end  the piece behind them.
@@ -70,7 +71,9 @@ public:
     static Node getNode(Block& block, size_t piece);
 
     /// Appends the nodes to the container, and gives each block back behind them.
-    void moveNodes();
+    /// @param control  is told the fraction of the stage, from @p begin on. Throws what it throws; container and draft
+    /// are then to be thrown away.
+    void moveNodes(const RunControl& control, const char* stage, float begin);
 
 private:
     /// Lists that begin there and end where those of the next one begin.

@@ -40,7 +40,7 @@ constexpr float ROUNDING_SHARE = 1e-5f;
 
 // Parts of the stage's time, about.
 constexpr float INSERTION_DONE = 0.3f;
-constexpr float SEARCH_DONE = 0.8f;
+constexpr float SEARCH_DONE = 0.7f;
 
 // Ranges of sides that are put into the grid on their own; each takes a word for every cell.
 constexpr uint32 PARTS_PER_WORKER = 2;
@@ -209,7 +209,7 @@ void NavMeshConnector::connectNodes(const RunControl& control)
             mNode = getNodeSides(block, piece, edge);
             edge = mNode.mEndEdge;
             if (static_cast<uint32>(mNode.mNode) % NODES_PER_STEP == 0)
-                control.report(STAGE, SEARCH_DONE + (1.0f - SEARCH_DONE) * static_cast<float>(mNode.mNode) /
+                control.report(STAGE, SEARCH_DONE + (SHARE_OF_STAGE - SEARCH_DONE) * static_cast<float>(mNode.mNode) /
                                                         static_cast<float>(mDraft->size()));
             connectNode();
         }

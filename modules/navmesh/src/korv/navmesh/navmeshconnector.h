@@ -16,6 +16,9 @@ class NavMeshConnector : public Common::Memory::MemoryManaged
 public:
     class Grid;
 
+    /// The fraction of the stage that the host has been told of at the end: the nodes are still to be made.
+    static constexpr float SHARE_OF_STAGE = 0.9f;
+
     /// @param overlapTolerance  length that two sides must share at least. [world units, > 0]
     /// @param distanceTolerance  distance in the ground plane at which sides still touch. [world units]
     NavMeshConnector(float overlapTolerance, float distanceTolerance, Rules rules = Rules::SPECIFIED);

@@ -5,7 +5,8 @@
 // is marked, and pieces of split sides, which are few, hang in chains of their own. A coarse box beside each entry
 // tells that a side is too far away, so that most sides need not be fetched.
 //
-// Cost: a side crosses few cells, as the cell size follows the average. A side takes 12 bytes and 8 for each cell.
+// Cost: a side crosses few cells, as the cell size follows the average. A side takes 12 bytes, and 8 for each cell that
+// it crosses; a cell takes 16.
 #include "korv/navmesh/navmeshconnectorgrid.h"
 
 #include "korv/common/debug/assert.h"

@@ -65,7 +65,7 @@ public:
     /// Takes a side of the mesh back.
     void removeEdge(uint32 edge) { mEdges[edge].mNode = -1; }
     /// Registers what is left of a side that has been taken back: a piece of it. Origins must come in ascending order.
-    /// Appends the sides behind the origin in the cells that it crosses, those about as far away as that at least.
+    /// Appends the sides behind the origin in the cells that it crosses, all that are as near as that, and some beyond.
     void insertPiece(uint32 origin, const GridEdge& piece, float distance, Vector<uint32>& sidesNearby);
 
     /// Calls the visitor with the sides in the cells of a side until it returns true: cell by cell, first those of
@@ -213,7 +213,7 @@ private:
 /// The cells from one position to another, in the order met.
 ///
 /// A walk adds up distances in float, so near the corner of four cells it can step past the last cell and miss it. It
-/// then goes on to the rim. That is harmless, since sides out there are too far away to be linked, but in a huge grid
+/// then goes on to the rim. That is harmless, since sides out there are too far away to be linked, but in a sparse grid
 /// it would fill the memory with cells; there it is cut soon after.
 ///
 /// Source: J. Amanatides, A. Woo, "A Fast Voxel Traversal Algorithm for Ray Tracing", Eurographics 1987.
@@ -244,8 +244,7 @@ public:
     }
 
 private:
-    static constexpr int64 MAX_CELLS_FOR_LONG_WALKS = int64{1} << 24;
-    static constexpr int64 MAX_OVERRUN = 64; // cells past the end, in larger grids
+    static constexpr int64 MAX_OVERRUN = 64; // cells past the end, in sparse grids
 
     struct Axis
     {
@@ -275,8 +274,7 @@ private:
         const Vec2<float> direction = normalised(mSegment.mB - mSegment.mA);
         mX = Axis(mCell.mX, mSegment.mA.mX, direction.mX);
         mY = Axis(mCell.mY, mSegment.mA.mY, direction.mY);
-        const bool mayRun = int64{mGrid.mGridX} * mGrid.mGridY <= MAX_CELLS_FOR_LONG_WALKS;
-        const int64 overrun = mayRun ? MAX_CELLS_FOR_LONG_WALKS : MAX_OVERRUN;
+        const int64 overrun = mGrid.mIsSparse ? MAX_OVERRUN : int64{mGrid.mGridX} + mGrid.mGridY;
         mStepsLeft = std::abs(int64{mEnd.mX} - mCell.mX) + std::abs(int64{mEnd.mY} - mCell.mY) + overrun;
     }
     bool isAtEnd() const { return mCell.mX == mEnd.mX && mCell.mY == mEnd.mY; }

@@ -249,7 +249,7 @@ void NavMeshBuilder::Run::buildConvexNodes()
     pool.releaseUnusedMemory();
     sequencer.getErrors().rethrow();
     sequencer.moveTo(mDraft.emplace(*mContainer, mAllocator.get()));
-    mPolygons.clear(); // the mesh has all of them
+    mPolygons.clear(); // the draft has all that is needed of them
     mOutlineAllocator->releaseUnusedMemory();
     mAllocator->releaseUnusedMemory();
     countRescues(sequencer);
@@ -350,7 +350,7 @@ void NavMeshBuilder::Run::buildConnections()
     connector.reset();
     endPool();
     mAllocator->releaseUnusedMemory();
-    mDraft->moveNodes();
+    mDraft->moveNodes(mControl, CONNECTION_STAGE, NavMeshConnector::SHARE_OF_STAGE);
     endStage(CONNECTION_STAGE);
 }
 

@@ -11,8 +11,8 @@ struct RunCancelled
     static RunCancelled sInstance;
 };
 
-/// Tells the host how far a stage is. Lives on the driver's thread; stages get it by reference and call advance now and
-/// then, between pieces of work that may be abandoned.
+/// Tells the host how far a stage is. Lives on the driver's thread; stages get it by reference and report now and then,
+/// between pieces of work that may be abandoned.
 class RunControl
 {
 public:

@@ -52,6 +52,7 @@ private:
     uint32 mFirstPage = 0;
     uint32 mNumPages = 0; // entries of the table in use, those of released pages included
     uint32 mNumReleased = 0;
+    uint32 mFirstReleased = 0; // index of a page: none before it is released
     uint32 mTableSize = NUM_LOCAL_PAGES;
     Page** mTable = mLocalTable;
     Page* mLocalTable[NUM_LOCAL_PAGES] = {};

@@ -4,7 +4,7 @@
 // word on a 64-bit machine too. A page's number indexes a table of addresses; its first entries lie in the allocator
 // itself, so that a small allocator asks its parent for pages only. Numbers of released pages are used again.
 //
-// Cost: a list pop or push per block, no search. 2,097,151 pages of 16 KB are the limit.
+// Cost: a list pop or push per block, no search. 2,097,151 pages are the limit: 32 GB, with small pages 2 GB.
 #include "korv/common/memory/freelistallocator.h"
 
 #include "korv/common/memory/memoryexception.h"
@@ -135,10 +135,10 @@ uint32 FreeListAllocator::takePageNumber()
 {
     if (mNumReleased > 0)
     {
-        for (uint32 index = 0; index < mNumPages; ++index)
+        for (; mFirstReleased < mNumPages; ++mFirstReleased)
         {
-            if (mTable[index] == nullptr)
-                return index + 1;
+            if (mTable[mFirstReleased] == nullptr)
+                return mFirstReleased + 1;
         }
     }
     if (mNumPages == MAX_PAGES || (mNumPages == mTableSize && !growTable()))
@@ -210,6 +210,7 @@ uint64 FreeListAllocator::releaseUnusedMemory()
         ++mNumReleased;
         mSource->deallocate(page);
     }
+    mFirstReleased = 0;
     return released;
 }
 } // namespace KORV::Common::Memory

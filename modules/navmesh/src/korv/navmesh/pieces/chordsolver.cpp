@@ -24,15 +24,22 @@
 // along the voxels makes steps: three of its corners in a row are straight within the tolerance, yet one hides the
 // other. There the next best chains are looked through, by their lower bounds. What is left gets a search of its own.
 //
-// Memory: the visible pairs, the corners of the cheapest chain of each chord, and all chains of one search at a time.
-// Where pricing has only found the cost, the chain is searched at the end if its piece is really used. Time: about
-// cubic in the corners that see each other. No recursion.
+// Memory: the visible pairs, and the chains of one search at a time. The cheapest chain of a chord is kept as long as
+// there is room for some corners a side; else, and where pricing has only found the cost, it is searched again at the
+// end if its piece is really used. Time: about cubic in the corners that see each other.
 //
 // Source: J. M. Keil, J. Snoeyink, "On the Time Bound for Convex Decomposition of Simple Polygons", Int. J. Comput.
 // Geom. Appl. 12(3), 2002. It minimises the number of pieces; here the total length of the chords is minimised.
 
 namespace KORV::NavMesh
 {
+namespace
+{
+/// Most chains have two to four.
+constexpr size_t KEPT_CORNERS_PER_SIDE = 6;
+constexpr size_t MAX_KEPT_CORNERS = size_t{1} << 30;
+} // namespace
+
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
       mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mCorners(allocator)
@@ -124,8 +131,8 @@ float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction, int3
     return best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
 }
 
-/// @return where the corners of a chain begin, the last one of them being the first of the search.
-int32 ChordSolver::keepChain(const ChainSearch& search, int32 record)
+/// Appends the corners of a chain; the last one of them is the first of the search. NONE for none.
+int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
 {
     if (record < 0)
         return ChainSearch::NONE;
@@ -133,6 +140,13 @@ int32 ChordSolver::keepChain(const ChainSearch& search, int32 record)
     for (; record >= 0; record = search.getRecord(record).mPrevious)
         mChains.push_back(search.getRecord(record).mFrom);
     return start;
+}
+
+/// The same while there is room. In a wide round room chains are as long as the room has corners.
+int32 ChordSolver::keepChain(const ChainSearch& search, int32 record)
+{
+    const size_t room = std::min(mTable.getNumSides() * KEPT_CORNERS_PER_SIDE, MAX_KEPT_CORNERS);
+    return mChains.size() < room ? appendChain(search, record) : ChainSearch::NONE;
 }
 
 float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
@@ -270,7 +284,7 @@ int32 ChordSolver::findChain(int32 i, int32 k)
     [[maybe_unused]] const bool sound =
         KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
         KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
-    return keepChain(mOwn, record);
+    return appendChain(mOwn, record);
 }
 
 /// Appends the corners of the piece against chord (i, k), from k down to i.

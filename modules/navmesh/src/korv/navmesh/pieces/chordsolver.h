@@ -34,6 +34,7 @@ private:
     float solveChord(int32 i, int32 k, const Vec2<float>& direction, int32& chain);
     float chordCost(int32 i, int32 k, float chainCost) const;
     float priceOwn(int32 i, int32 k, const Vec2<float>& direction, int32& chain);
+    int32 appendChain(const ChainSearch& search, int32 record);
     int32 keepChain(const ChainSearch& search, int32 record);
     int32 findChain(int32 i, int32 k);
     bool isTrustworthy(const ChainSearch& search, int32 k) const;

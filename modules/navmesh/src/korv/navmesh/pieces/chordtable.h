@@ -30,8 +30,8 @@ struct PlaneOutline
 };
 
 /// The pairs of corners that see each other, with what the search for pieces needs to know about each.
-/// Memory: 8 bytes for each pair that sees each other, and 24 for each that may bound a piece. Fails with the
-/// allocator's exception only.
+/// Memory: 4 bytes for each pair that sees each other, 28 for each that may bound a piece, and a bit for any pair where
+/// the corners are few. Fails with the allocator's exception only.
 class ChordTable
 {
 public:
@@ -75,6 +75,7 @@ public:
     /// Sides that start at i, by increasing later corner.
     Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
     Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
+    size_t getNumSides() const { return mSides.size(); }
     /// Number of sides that end at k.
     uint32 numArrivals(int32 k) const
     {

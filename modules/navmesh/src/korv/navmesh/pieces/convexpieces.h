@@ -5,7 +5,7 @@
 
 namespace KORV::NavMesh
 {
-/// The convex pieces of one outline, in the order in which they become nodes.
+/// The convex pieces of an outline, or of several in a row, in the order in which they become nodes.
 class ConvexPieces
 {
 public:

@@ -243,9 +243,10 @@ int32 OutlineVisibility::previousCaster(int32 rank, int32 i)
 }
 
 /// The edge that the shadow of corner j, seen from corner i, falls on; -1 for none.
-int32 OutlineVisibility::castShadow(int32 i, int32 j)
+/// @param direction  receives that from i to j, of unit length.
+int32 OutlineVisibility::castShadow(int32 i, int32 j, Vec2<float>& direction)
 {
-    Vec2<float> direction = point(j) - point(i);
+    direction = point(j) - point(i);
     const float len = direction.normalise();
     if (!KORV_ASSERT(len > 0, "len > 0", "the visible line cannot be of length zero"))
         return -1;
@@ -259,23 +260,23 @@ int32 OutlineVisibility::castForward(int32 i, int32 j)
 {
     if (isStep(i, j, next(j), next(next(j))))
         return next(next(j));
-    const int32 edge = castShadow(i, j);
+    Vec2<float> direction;
+    const int32 edge = castShadow(i, j, direction);
     if (edge < 0 || (edge > i && edge <= j))
         return -1; // passed already
-    const Vec2<float> d = point(j) - point(i);
-    return cross(d, point(edge) - point(i)) > 0.0f ? next(edge) : edge;
+    return cross(direction, point(edge) - point(i)) > 0.0f ? next(edge) : edge;
 }
 
-/// The same for the backward sweep.
+/// The corner that the backward sweep goes on at, likewise.
 int32 OutlineVisibility::castBackward(int32 i, int32 j)
 {
     if (isStep(i, j, previous(j), previous(previous(j))))
         return previous(previous(j));
-    const int32 edge = castShadow(i, j);
+    Vec2<float> direction;
+    const int32 edge = castShadow(i, j, direction);
     if (edge < 0 || (edge != i && stepsForward(edge, i) <= stepsForward(j, i)))
         return -1; // passed already
-    const Vec2<float> d = point(j) - point(i);
-    return cross(d, point(edge) - point(i)) < -TURN_TOLERANCE ? previous(edge) : edge;
+    return cross(direction, point(edge) - point(i)) < -TURN_TOLERANCE ? previous(edge) : edge;
 }
 
 /// Whether the shadow of corner j clearly falls on the second edge from there and hides the corner in the middle only:

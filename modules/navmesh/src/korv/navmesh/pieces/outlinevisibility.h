@@ -45,7 +45,7 @@ private:
     uint64 findCasters(size_t word, const Casters& onward, int32 i, bool forward) const;
     int32 nextCaster(int32 rank, int32 i);
     int32 previousCaster(int32 rank, int32 i);
-    int32 castShadow(int32 i, int32 j);
+    int32 castShadow(int32 i, int32 j, Vec2<float>& direction);
     int32 castForward(int32 i, int32 j);
     int32 castBackward(int32 i, int32 j);
     bool isStep(int32 i, int32 j, int32 middle, int32 end);

@@ -20,7 +20,7 @@ void PieceBatch::moveTo(MeshDraft& draft)
     mOutlines.clear();
 }
 
-/// Results that wait for their turn.
+/// Results that wait for the others.
 class PieceSequencer::Delivery : public Common::Memory::MemoryManaged
 {
 public:

@@ -80,7 +80,7 @@ private:
     class Delivery;
 
     static constexpr size_t NUM_RESCUES = 4;
-    /// One vertex in so many comes in addition where sides are split, at most levels.
+    /// A guess: on most levels fewer than one in so many vertices come in addition where sides are split.
     static constexpr size_t SPARE_VERTICES = 32;
 
     mutable Common::Threading::SpinLock mLock;
