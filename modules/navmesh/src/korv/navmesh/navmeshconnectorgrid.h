@@ -99,9 +99,8 @@ private:
         int32 mX;
         int32 mY;
     };
-    /// Where a segment's box lies about a cell, four bytes in a word: lower ends, and upper ends counted downwards. The
-    /// steps are too coarse to be told apart by more than the box itself: of two coordinates in order, the steps are in
-    /// order, too.
+    /// Where a segment's box lies about a cell, four bytes in a word: lower ends, and upper ends counted downwards. In
+    /// steps so coarse that rounding keeps the order of coordinates, so no box that meets another is lost.
     struct CoarseBox
     {
         static CoarseBox around(const Position& cell, const Vec2<float>& low, const Vec2<float>& high);

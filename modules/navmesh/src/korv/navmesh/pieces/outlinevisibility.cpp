@@ -315,7 +315,7 @@ bool OutlineVisibility::castsBackward(int32 i, int32 j) const
     return cross(d, point(previous(j)) - point(j)) < -TURN_TOLERANCE;
 }
 
-/// Has the corners that cast long shadows before cast theirs.
+/// Casts the shadows of those corners whose backward shadows were long for the corner before.
 void OutlineVisibility::castKnown(int32 i)
 {
     mBackwardShadows.clear();
@@ -336,7 +336,8 @@ void OutlineVisibility::castKnown(int32 i)
     mCasters.clear();
 }
 
-/// Where a forward sweep that has come to corner k goes on: behind the shadow that the corner lies in.
+/// Where a forward sweep that has come to corner k goes on: behind the shadow that the corner lies in. Drops the
+/// shadows that are passed.
 int32 OutlineVisibility::leaveForward(Vector<Shadow>& shadows, int32 k)
 {
     while (!shadows.empty() && shadows.back().mEnd <= k)
@@ -344,7 +345,7 @@ int32 OutlineVisibility::leaveForward(Vector<Shadow>& shadows, int32 k)
     return !shadows.empty() && k > shadows.back().mBegin ? shadows.back().mEnd : k;
 }
 
-/// The same for a backward sweep.
+/// The same for a backward sweep, whose shadows decrease.
 int32 OutlineVisibility::leaveBackward(Vector<Shadow>& shadows, int32 k)
 {
     while (!shadows.empty() && shadows.back().mBegin >= k)

@@ -5,7 +5,7 @@
 
 namespace KORV::NavMesh
 {
-/// Splits outlines into convex nodes on a worker, and hands them over. Owns nothing of what it is given, all
+/// Splits outlines into convex pieces on a worker, and hands them over. Owns nothing of what it is given, all
 /// of which must outlive it. What the work throws goes to the sequencer, which then stops the others.
 class PolygonCreateTask : public Common::Threading::Task
 {
@@ -15,7 +15,7 @@ public:
     PolygonCreateTask(float cubeSize, Rules rules, PieceSequencer& sequencer, size_t outline,
                       const SurfacePolygon& polygon, const Vec3<float>& axis);
 
-    /// Gives it the next outline in order too.
+    /// Adds the outline behind the last one.
     void append(const SurfacePolygon& polygon) { mSurfacePolygons.push_back(&polygon); }
 
     void run() override;
