@@ -94,7 +94,8 @@ void OutlineVisibility::build()
 }
 
 /// Corners at a distance d that turn away by no more than the tolerance over d are taken for seen, and rays meet edges
-/// that they miss by a share of their length. Twice that is the clearance that a line of sight needs.
+/// that they miss by a share of their length. Twice that is the clearance that a line of sight needs. What lies beyond a
+/// convex corner no ray gets to see.
 void OutlineVisibility::measureTolerances()
 {
     float shortest = std::numeric_limits<float>::max();
@@ -103,7 +104,8 @@ void OutlineVisibility::measureTolerances()
     {
         const float length = (point(next(k)) - point(k)).getLength();
         shortest = std::min(shortest, length);
-        longest = std::max(longest, length);
+        if (mReflex[static_cast<size_t>(k)] || mReflex[static_cast<size_t>(next(k))])
+            longest = std::max(longest, length);
     }
     mClearance = 2.0f * (TURN_TOLERANCE / shortest + END_TOLERANCE * longest);
     mCoarse = mClearance < SMALL * shortest; // false for what is not a number, too

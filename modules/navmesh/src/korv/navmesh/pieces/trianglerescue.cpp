@@ -1,6 +1,7 @@
 #include "korv/navmesh/pieces/trianglerescue.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 
 // Ear clipping that also takes outlines whose parts touch: bridges to and fro, corners that coincide.
@@ -25,10 +26,12 @@ constexpr float GRID_TOLERANCE = 0.05f;
 constexpr float MAX_GRID = 16777216.0f;
 /// The fine grid has this many lines across the outline.
 constexpr double FINE_LINES = 16777216.0;
+constexpr size_t RUN = 64;
 } // namespace
 
 TriangleRescue::TriangleRescue(Common::Memory::Allocator* allocator)
-    : mPositions(allocator), mNext(allocator), mPrevious(allocator), mOuter(allocator), mSides(allocator)
+    : mPositions(allocator), mNext(allocator), mPrevious(allocator), mLeft(allocator), mRunBoxes(allocator),
+      mGroupBoxes(allocator), mOuter(allocator), mSides(allocator)
 {
 }
 
@@ -112,6 +115,7 @@ bool TriangleRescue::cutTriangles(const std::atomic<bool>& stop)
         mNext.push_back(i + 1 < n ? i + 1 : 0);
         mPrevious.push_back(i > 0 ? i - 1 : n - 1);
     }
+    fillBoxes();
 
     int32 left = n;
     int32 tried = 0;
@@ -160,32 +164,73 @@ bool TriangleRescue::mayCut(int32 corner, Demand demand) const
     return true;
 }
 
-/// Whether no edge of what is left passes through the inside of a triangle. A segment and a convex shape are apart when
-/// a line along one of their sides has one on each side.
+void TriangleRescue::Box::add(const Position& position)
+{
+    mMinX = std::min(mMinX, position.mX);
+    mMinY = std::min(mMinY, position.mY);
+    mMaxX = std::max(mMaxX, position.mX);
+    mMaxY = std::max(mMaxY, position.mY);
+}
+
+void TriangleRescue::fillBoxes()
+{
+    const size_t n = mPositions.size();
+    const size_t numRuns = (n + RUN - 1) / RUN;
+    mLeft.assign(numRuns, ~uint64{0});
+    if (n % RUN != 0)
+        mLeft.back() = ~uint64{0} >> (RUN - n % RUN);
+    mRunBoxes.assign(numRuns, Box());
+    mGroupBoxes.assign((numRuns + RUN - 1) / RUN, Box());
+    for (int32 corner = 0; corner < static_cast<int32>(n); ++corner)
+    {
+        addToBoxes(corner, at(corner));
+        addToBoxes(corner, at(mNext[static_cast<size_t>(corner)]));
+    }
+}
+
+/// Where the edge that begins at a corner ends, or the corner itself. Boxes never shrink.
+void TriangleRescue::addToBoxes(int32 corner, const Position& position)
+{
+    mRunBoxes[static_cast<size_t>(corner) / RUN].add(position);
+    mGroupBoxes[static_cast<size_t>(corner) / RUN / RUN].add(position);
+}
+
+/// Whether no edge of what is left passes through the inside of a triangle.
 bool TriangleRescue::isEmpty(int32 a, int32 b, int32 c) const
 {
-    const int64 minX = std::min({at(a).mX, at(b).mX, at(c).mX});
-    const int64 maxX = std::max({at(a).mX, at(b).mX, at(c).mX});
-    const int64 minY = std::min({at(a).mY, at(b).mY, at(c).mY});
-    const int64 maxY = std::max({at(a).mY, at(b).mY, at(c).mY});
-    int32 u = c;
-    for (int32 v = mNext[static_cast<size_t>(u)]; u != a; u = v, v = mNext[static_cast<size_t>(v)])
+    Box box;
+    for (const int32 corner : {a, b, c})
+        box.add(at(corner));
+    for (size_t group = 0; group < mGroupBoxes.size(); ++group)
     {
-        const Position& p = at(u);
-        const Position& q = at(v);
-        if (std::max(p.mX, q.mX) <= minX || std::min(p.mX, q.mX) >= maxX || std::max(p.mY, q.mY) <= minY ||
-            std::min(p.mY, q.mY) >= maxY)
+        if (!mGroupBoxes[group].overlaps(box))
             continue;
-        if (std::max(orientation(a, b, u), orientation(a, b, v)) <= 0 ||
-            std::max(orientation(b, c, u), orientation(b, c, v)) <= 0 ||
-            std::max(orientation(c, a, u), orientation(c, a, v)) <= 0)
-            continue;
-        const auto [low, high] = std::minmax({orientation(u, v, a), orientation(u, v, b), orientation(u, v, c)});
-        const bool apart = (low >= 0 || high <= 0) && (p.mX != q.mX || p.mY != q.mY);
-        if (!apart)
-            return false;
+        for (size_t run = group * RUN; run < std::min((group + 1) * RUN, mRunBoxes.size()); ++run)
+        {
+            if (!mRunBoxes[run].overlaps(box))
+                continue;
+            for (uint64 left = mLeft[run]; left != 0; left &= left - 1)
+            {
+                const int32 u = static_cast<int32>(run * RUN) + std::countr_zero(left);
+                if (u != a && u != b && passesThrough(u, a, b, c))
+                    return false;
+            }
+        }
     }
     return true;
+}
+
+/// Whether the edge that begins at a corner passes through the inside of a triangle. A segment and a convex shape are
+/// apart when a line along one of their sides has one on each side.
+bool TriangleRescue::passesThrough(int32 u, int32 a, int32 b, int32 c) const
+{
+    const int32 v = mNext[static_cast<size_t>(u)];
+    if (std::max(orientation(a, b, u), orientation(a, b, v)) <= 0 ||
+        std::max(orientation(b, c, u), orientation(b, c, v)) <= 0 ||
+        std::max(orientation(c, a, u), orientation(c, a, v)) <= 0)
+        return false;
+    const auto [low, high] = std::minmax({orientation(u, v, a), orientation(u, v, b), orientation(u, v, c)});
+    return (low < 0 && high > 0) || (at(u).mX == at(v).mX && at(u).mY == at(v).mY);
 }
 
 void TriangleRescue::cutOff(int32 corner)
@@ -208,6 +253,8 @@ void TriangleRescue::cutOff(int32 corner)
     mOuter[static_cast<size_t>(a)] = first + 2;
     mNext[static_cast<size_t>(a)] = c;
     mPrevious[static_cast<size_t>(c)] = a;
+    mLeft[static_cast<size_t>(corner) / RUN] &= ~(uint64{1} << (static_cast<size_t>(corner) % RUN));
+    addToBoxes(a, at(c));
 }
 
 void TriangleRescue::mergeTriangles()

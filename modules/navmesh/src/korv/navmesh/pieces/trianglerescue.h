@@ -3,6 +3,7 @@
 #include "korv/navmesh/pieces/convexpieces.h"
 
 #include <atomic>
+#include <limits>
 
 namespace KORV::NavMesh
 {
@@ -18,7 +19,7 @@ public:
     /// along the same points, and corners may coincide.
     /// @param pieces  receives the pieces; none when the outline has no area.
     /// @return false when @p stop was raised.
-    /// Cost: about quadratic in the corners.
+    /// Cost: about quadratic in the corners, with a small factor: runs of them are passed over by their boxes.
     bool decompose(ConvexPieces& pieces, const Vector<Vec2<float>>& polygon, const std::atomic<bool>& stop);
 
 private:
@@ -27,6 +28,22 @@ private:
     {
         int64 mX;
         int64 mY;
+    };
+
+    /// Holds the edges of what is left that begin at a run of corners.
+    struct Box
+    {
+        void add(const Position& position);
+        /// Whether the insides of both meet.
+        bool overlaps(const Box& other) const
+        {
+            return mMinX < other.mMaxX && other.mMinX < mMaxX && mMinY < other.mMaxY && other.mMinY < mMaxY;
+        }
+
+        int64 mMinX = std::numeric_limits<int64>::max();
+        int64 mMinY = std::numeric_limits<int64>::max();
+        int64 mMaxX = std::numeric_limits<int64>::min();
+        int64 mMaxY = std::numeric_limits<int64>::min();
     };
 
     /// A side of a triangle or piece, counter-clockwise. Three in a row belong to one triangle.
@@ -53,6 +70,9 @@ private:
     bool cutTriangles(const std::atomic<bool>& stop);
     bool mayCut(int32 corner, Demand demand) const;
     bool isEmpty(int32 a, int32 b, int32 c) const;
+    bool passesThrough(int32 u, int32 a, int32 b, int32 c) const;
+    void fillBoxes();
+    void addToBoxes(int32 corner, const Position& position);
     void cutOff(int32 corner);
     void mergeTriangles();
     bool mayMerge(int32 side) const;
@@ -69,7 +89,10 @@ private:
     Vector<Position> mPositions;
     Vector<int32> mNext; // ring of what is left
     Vector<int32> mPrevious;
-    Vector<int32> mOuter; // side beyond the ring's edge that starts at a corner, or -1 on the outline
+    Vector<uint64> mLeft;    // a bit for each corner that is left
+    Vector<Box> mRunBoxes;   // of 64 corners each
+    Vector<Box> mGroupBoxes; // of 64 runs each
+    Vector<int32> mOuter;    // side beyond the ring's edge that starts at a corner, or -1 on the outline
     Vector<HalfEdge> mSides;
     int32 mClosingSide = -1; // of the outline's closing edge
 };
