@@ -94,8 +94,8 @@ void OutlineVisibility::build()
 }
 
 /// Corners at a distance d that turn away by no more than the tolerance over d are taken for seen, and rays meet edges
-/// that they miss by a share of their length. Twice that is the clearance that a line of sight needs. What lies beyond a
-/// convex corner no ray gets to see.
+/// that they miss by a share of their length. Twice that is the clearance that a line of sight needs. What lies beyond
+/// a convex corner no ray gets to see.
 void OutlineVisibility::measureTolerances()
 {
     float shortest = std::numeric_limits<float>::max();
