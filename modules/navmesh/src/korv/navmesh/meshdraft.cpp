@@ -1,21 +1,12 @@
 #include "korv/navmesh/meshdraft.h"
 
 #include "korv/common/exceptions/exception.h"
+#include "korv/navmesh/trim.h"
 
 #include <algorithm>
 
 namespace KORV::NavMesh
 {
-namespace
-{
-/// Gives back the room that a list does not use. (shrink_to_fit would lose the exception when memory runs out.)
-template <class T>
-void trim(Vector<T>& list)
-{
-    Vector<T>(list, list.get_allocator()).swap(list);
-}
-} // namespace
-
 void MeshDraft::appendBlock(ConvexPieces&& pieces)
 {
     mBlocks.emplace_back(std::move(pieces), static_cast<int32>(mNumNodes));

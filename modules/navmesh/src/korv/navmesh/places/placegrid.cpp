@@ -8,6 +8,8 @@
 
 #include "korv/navmesh/places/placegrid.h"
 
+#include "korv/navmesh/trim.h"
+
 #include <cmath>
 #include <limits>
 
@@ -27,13 +29,6 @@ constexpr uint32 MAX_LEVELS = 8;
 constexpr uint64 MAX_ENTRIES_PER_ITEM = 40;
 constexpr SearchBox EVERYWHERE{{-PlaceGrid::WIDEST, -PlaceGrid::WIDEST, -PlaceGrid::WIDEST},
                                {PlaceGrid::WIDEST, PlaceGrid::WIDEST, PlaceGrid::WIDEST}};
-
-/// Gives back what a list has not used. (shrink_to_fit would swallow, and so lose, the exception of a full memory.)
-template <class T>
-void trim(Vector<T>& list)
-{
-    Vector<T>(list, list.get_allocator()).swap(list);
-}
 
 /// A float beyond a value, by more than its rounding.
 float moveOut(double value, float direction)
