@@ -50,7 +50,7 @@ OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const V
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSeen(allocator), mCorners(allocator),
       mRanks(allocator), mPlaces(allocator), mForward(allocator), mBackward(allocator), mFirstSeer(allocator),
-      mEars(allocator), mCasters(allocator), mForwardShadows(allocator), mBackwardShadows(allocator)
+      mEars(allocator), mLongCasters(allocator), mForwardShadows(allocator), mBackwardShadows(allocator)
 {
 }
 
@@ -60,7 +60,7 @@ void OutlineVisibility::build()
     mBoxes.build();
     measureTolerances();
     mSeen.resize((mPolygon.size() + WORD - 1) / WORD);
-    mCasters.clear();
+    mLongCasters.clear();
     mFirstSeer.assign(mPolygon.size(), -1);
     mEars.assign(mPolygon.size(), Ear::UNKNOWN);
     mCorners.clear();
@@ -73,7 +73,7 @@ void OutlineVisibility::build()
     }
     mRanks.push_back(static_cast<int32>(mCorners.size()));
 
-    const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP + STEP;
+    const size_t size = (mCorners.size() + STEP - 1) / STEP * STEP + STEP; // lanes may begin at the last one
     for (Casters* casters : {&mPlaces, &mForward, &mBackward})
     {
         casters->mX.assign(size, 0.0f);
@@ -144,7 +144,7 @@ void OutlineVisibility::findVisible(int32 i)
     sweepForward(i);
     mForwardShadows.clear();
     sweepBackward(i, previous(i));
-    mCasters.clear();
+    mLongCasters.clear();
 }
 
 void OutlineVisibility::showAll(int32 i)
@@ -321,7 +321,7 @@ bool OutlineVisibility::castsBackward(int32 i, int32 j) const
 void OutlineVisibility::castKnown(int32 i)
 {
     mBackwardShadows.clear();
-    for (const int32 caster : mCasters)
+    for (const int32 caster : mLongCasters)
     {
         if (caster == i || !castsBackward(i, caster))
             continue;
@@ -335,7 +335,7 @@ void OutlineVisibility::castKnown(int32 i)
         else
             mBackwardShadows.back().mBegin = std::min(mBackwardShadows.back().mBegin, begin);
     }
-    mCasters.clear();
+    mLongCasters.clear();
 }
 
 /// Where a forward sweep that has come to corner k goes on: behind the shadow that the corner lies in. Drops the
@@ -443,7 +443,7 @@ void OutlineVisibility::sweepBackward(int32 i, int32 start)
         }
         hide(next(edge), skipped, i);
         if (edge > i && skipped >= LONG_SHADOW)
-            mCasters.push_back(j);
+            mLongCasters.push_back(j);
         j = edge;
     }
 }

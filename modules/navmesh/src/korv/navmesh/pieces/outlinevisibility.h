@@ -29,7 +29,15 @@ private:
         int32 mEnd;
     };
 
-    /// The reflex corners, each with the edge that a sweep goes on along; a multiple of eight of them.
+    /// Whether a corner is found to be an ear of the outline.
+    enum class Ear : uint8
+    {
+        UNKNOWN,
+        YES,
+        NO
+    };
+
+    /// Something of each reflex corner, and room for lanes that begin at any of them.
     struct Casters
     {
         explicit Casters(Common::Memory::Allocator* allocator) : mX(allocator), mY(allocator) {}
@@ -68,24 +76,18 @@ private:
     const Vector<uint8>& mReflex;
     int32 mN = 0;
     EdgeBoxes mBoxes;
-    Vector<uint64> mSeen;     // a bit for each corner; only those after the one at hand count
-    Vector<int32> mCorners;   // the reflex corners
-    Vector<int32> mRanks;     // reflex corners before a corner; one more at the end
-    Casters mPlaces;          // of the reflex corners
-    Casters mForward;         // their edges to the next corner
-    Casters mBackward;        // and to the one before
-    Vector<int32> mFirstSeer; // the first corner that sees a corner, of those asked for so far; -1 for none
-    float mClearance = 0.0f;  // of a line of sight, so that a ray which passes it does so whatever the rounding
-    bool mCoarse = false;     // edges are long against all tolerances
-    enum class Ear : uint8
-    {
-        UNKNOWN,
-        YES,
-        NO
-    };
+    Vector<uint64> mSeen;            // a bit for each corner; only those after the one at hand count
+    Vector<int32> mCorners;          // the reflex corners
+    Vector<int32> mRanks;            // reflex corners before a corner; one more at the end
+    Casters mPlaces;                 // of the reflex corners
+    Casters mForward;                // their edges to the next corner
+    Casters mBackward;               // and to the one before
+    Vector<int32> mFirstSeer;        // the first corner that sees a corner, of those asked for so far; -1 for none
+    float mClearance = 0.0f;         // of a line of sight, so that a ray which passes it does so whatever the rounding
+    bool mCoarse = false;            // edges are long against all tolerances
     Vector<Ear> mEars;               // whether nothing reaches in between a corner and its two neighbours
     bool mRayLost = false;           // a ray from the corner at hand has met nothing
-    Vector<int32> mCasters;          // of the long shadows of the last backward sweep
+    Vector<int32> mLongCasters;      // of the long shadows of the last backward sweep
     Vector<Shadow> mForwardShadows;  // of the corner at hand, increasing
     Vector<Shadow> mBackwardShadows; // likewise, decreasing
     size_t mWord = 0;                // word of reflex corners that mTurning is about
