@@ -233,17 +233,29 @@ KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
         }
 }
 
-/// Large enough for long shadows, steps and lines of sight along many corners; and begun anywhere.
-KORV_TEST(Decomposition, sweepsSeeWhatLiteralOnesSee)
+/// A drawn-in outline of some kind, large enough for long shadows, steps and lines of sight along many corners.
+Outline sightOutline(uint32 seed, float cube)
 {
-    for (uint32 seed = 0; seed < 12; ++seed)
+    if (seed % 6 == 0)
+        return Outlines::FieldTracer(Outlines::noise(seed, 24, 24, 0.1f), cube).trace();
+    if (seed % 6 == 1)
+        return Outlines::FieldTracer(Outlines::rooms(seed, 40, 40, 12), cube).trace();
+    if (seed % 6 == 2)
+        return Outlines::spiral(24);
+    if (seed % 6 == 3)
+        return Outlines::star(seed, 160);
+    return Outlines::FieldTracer(Outlines::pillarHall(seed, 3, 16, 4.5f), cube).trace();
+}
+
+/// However long the shadows, and wherever the outline begins.
+KORV_TEST(Decomposition, linesOfSightAreWhatLiteralSweepsLeave)
+{
+    for (uint32 seed = 0; seed < 18; ++seed)
     {
         KORV_CONTEXT("seed " << seed);
         const float cube = 0.1f * static_cast<float>(1 + seed % 4);
-        Outlines::FieldTracer tracer(
-            seed % 3 == 0 ? Outlines::noise(seed, 24, 24, 0.1f) : Outlines::pillarHall(seed, 3, 16, 4.5f), cube);
-        Outline points = tracer.trace();
-        std::rotate(points.begin(), points.begin() + static_cast<int64>(points.size() * seed / 12), points.end());
+        Outline points = sightOutline(seed, cube);
+        std::rotate(points.begin(), points.begin() + static_cast<int64>(points.size() * seed / 18), points.end());
         const PlaneOutline outline = drawnIn(points, cube * 0.25f);
         LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
         OutlineVisibility visibility(outline.mPoints, outline.mReflex, Common::Memory::getDefaultAllocator());

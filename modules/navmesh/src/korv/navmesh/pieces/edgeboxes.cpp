@@ -2,6 +2,7 @@
 
 #include "korv/common/geom/intersect/lineintersect.h"
 #include "korv/navmesh/floatlanes.h"
+#include "korv/navmesh/pieces/lanetriangle.h"
 
 #include <algorithm>
 #include <bit>
@@ -63,20 +64,13 @@ struct EdgeBoxes::Ray
     Vec2<float> mDir;
 };
 
-/// Around a triangle of three corners in a row, which runs clockwise.
+/// A triangle of three corners, which runs clockwise, and its box.
 struct EdgeBoxes::Region
 {
-    struct Side
-    {
-        Vec2<float> mFrom;
-        Vec2<float> mWay;
-        float mRoom; // the clearance, times the length
-    };
-
-    Side mSides[3];
-    Vec2<float> mCentre; // of its box
+    LaneTriangle mTriangle;
+    Vec2<float> mCentre;
     Vec2<float> mHalf;
-    int32 mMiddle;
+    int32 mCorners[3];
 };
 
 EdgeBoxes::BoxGroup::BoxGroup()
@@ -99,8 +93,13 @@ void EdgeBoxes::build()
 {
     mN = static_cast<int32>(mPolygon.size());
     mBounded = measure();
-    if (!mBounded)
-        return;
+    mFilled = false;
+}
+
+/// Makes the boxes, for the first that asks: many outlines do without.
+void EdgeBoxes::fill()
+{
+    mFilled = true;
     fillRuns();
     if (!needsBoxes())
         return;
@@ -235,6 +234,8 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
 {
     if (!mBounded)
         return findNearestEdgeOfAll(from, dir);
+    if (!mFilled)
+        fill();
     const Ray ray(point(from), dir);
     mNearestHit = NO_HIT;
     mHits.clear();
@@ -258,33 +259,27 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
     return edge;
 }
 
-bool EdgeBoxes::areAlone(int32 middle, float clearance) const
+bool EdgeBoxes::isEmpty(int32 a, int32 b, int32 c, float depth)
 {
-    if (!mBounded)
-        return false;
-    const Vec2<float>& a = point(previous(middle));
-    const Vec2<float>& b = point(middle);
-    const Vec2<float>& c = point(next(middle));
-    const Vec2<float> low(std::min({a.mX, b.mX, c.mX}), std::min({a.mY, b.mY, c.mY}));
-    const Vec2<float> high(std::max({a.mX, b.mX, c.mX}), std::max({a.mY, b.mY, c.mY}));
-    const auto side = [clearance](const Vec2<float>& from, const Vec2<float>& to) {
-        return Region::Side{from, to - from, clearance * (to - from).getLength()};
-    };
-    const Region region{{side(a, b), side(b, c), side(c, a)},
-                        (low + high) * 0.5f,
-                        (high - low) * 0.5f + Vec2<float>(clearance, clearance),
-                        middle};
-    bool alone = true;
-    const auto meet = [&](const BoxGroup& group) { return alone ? overlapGroup(group, region) : 0; };
-    const auto visit = [&](size_t run) { alone = alone && isRunEmpty(run, region); };
+    if (!mFilled)
+        fill();
+    const auto [lowX, highX] = std::minmax({point(a).mX, point(b).mX, point(c).mX});
+    const auto [lowY, highY] = std::minmax({point(a).mY, point(b).mY, point(c).mY});
+    const Region region{LaneTriangle(point(a), point(b), point(c), depth),
+                        {(lowX + highX) * 0.5f, (lowY + highY) * 0.5f},
+                        {(highX - lowX) * 0.5f, (highY - lowY) * 0.5f},
+                        {a, b, c}};
+    bool empty = true;
+    const auto meet = [&](const BoxGroup& group) { return empty ? overlapGroup(group, region) : 0; };
+    const auto visit = [&](size_t run) { empty = empty && isRunOutside(run, region); };
     if (needsBoxes())
     {
         visitRuns(meet, visit);
-        return alone;
+        return empty;
     }
     for (size_t run = 0; run < mRuns.size(); ++run)
         visit(run);
-    return alone;
+    return empty;
 }
 
 /// A bit for each box that reaches into a region.
@@ -302,24 +297,13 @@ uint32 EdgeBoxes::overlapGroup(const BoxGroup& group, const Region& region)
     return gatherBits(met[0], met[1]);
 }
 
-bool EdgeBoxes::isRunEmpty(size_t run, const Region& region) const
+bool EdgeBoxes::isRunOutside(size_t run, const Region& region) const
 {
     const EdgeRun& corners = mRuns[run];
-    MaskLanes inside[2] = {~MaskLanes{}, ~MaskLanes{}};
-    for (const Region::Side& side : region.mSides)
-    {
-        for (size_t half = 0; half < 2; ++half)
-        {
-            const FloatLanes x = loadLanes(corners.mX + half * NUM_LANES) - side.mFrom.mX;
-            const FloatLanes y = loadLanes(corners.mY + half * NUM_LANES) - side.mFrom.mY;
-            inside[half] &= side.mWay.mX * y - side.mWay.mY * x <= side.mRoom;
-        }
-    }
-    for (uint32 bits = gatherBits(inside[0], inside[1]); bits != 0; bits &= bits - 1)
+    for (uint32 bits = region.mTriangle.findInside(corners.mX, corners.mY); bits != 0; bits &= bits - 1)
     {
         const int32 corner = static_cast<int32>(run * FAN_OUT) + std::countr_zero(bits);
-        if (corner < mN && corner != region.mMiddle && corner != previous(region.mMiddle) &&
-            corner != next(region.mMiddle))
+        if (corner < mN && std::find(region.mCorners, region.mCorners + 3, corner) == region.mCorners + 3)
             return false;
     }
     return true;

@@ -14,6 +14,8 @@ public:
 
     /// Takes the outline as it is now, of three corners or more; it must not change until the last ray.
     void build();
+    /// Whether no arithmetic on the outline can overflow; else there are no boxes.
+    bool isBounded() const { return mBounded; }
 
     /// The edge that a ray from corner @p from meets first, of those that pass it from left to right; -1 for none.
     /// Edge k runs from corner k to k + 1. Of edges within 0.0001 of each other the one whose midpoint is closest wins.
@@ -21,10 +23,9 @@ public:
     /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
     int32 findNearestEdge(int32 from, const Vec2<float>& dir);
 
-    /// Whether no other corner lies in the triangle of three in a row, or closer to it than a clearance.
-    /// @param middle  of the three, where the outline turns right.
-    /// Cost: as for a short ray.
-    bool areAlone(int32 middle, float clearance) const;
+    /// Whether no other corner lies in the triangle of three, which runs clockwise, by more than some depth. [units]
+    /// Cost: as for a short ray. There must be boxes.
+    bool isEmpty(int32 a, int32 b, int32 c, float depth);
 
     /// What findNearestEdge finds, by looking at every edge: what defines the result.
     int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
@@ -81,6 +82,7 @@ private:
     };
 
     bool measure();
+    void fill();
     void fillRuns();
     void fillGroups();
     Box boxOfRun(size_t run) const;
@@ -89,7 +91,7 @@ private:
     bool needsBoxes() const { return mRuns.size() > MAX_RUNS_WITHOUT_BOXES; }
     uint32 meetGroup(const BoxGroup& group, const Ray& ray) const;
     static uint32 overlapGroup(const BoxGroup& group, const Region& region);
-    bool isRunEmpty(size_t run, const Region& region) const;
+    bool isRunOutside(size_t run, const Region& region) const;
     template <class Meet, class Visit>
     void visitRuns(const Meet& meet, const Visit& visit) const;
     template <class Meet, class Visit>
@@ -107,8 +109,9 @@ private:
 
     const Vector<Vec2<float>>& mPolygon;
     int32 mN = 0;
-    double mNoise = 0.0;   // what float arithmetic can move a point of this outline by
-    bool mBounded = false; // no arithmetic can overflow; else every edge is looked at
+    double mNoise = 0.0; // what float arithmetic can move a point of this outline by
+    bool mFilled = false;
+    bool mBounded = false; // else every edge is looked at
     Vector<EdgeRun> mRuns;
     Vector<BoxGroup> mGroups;    // around runs
     Vector<BoxGroup> mTopGroups; // around groups

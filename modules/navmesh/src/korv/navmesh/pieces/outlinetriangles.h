@@ -1,0 +1,68 @@
+#pragma once
+
+#include "korv/navmesh/pieces/edgeboxes.h"
+
+namespace KORV::NavMesh
+{
+/// An outline cut into triangles. Each has three sides, which run clockwise as the outline does, one behind the other.
+class OutlineTriangles
+{
+public:
+    static constexpr int32 NONE = -1;
+
+    /// @param polygon  is referred to; it may change between two calls of build.
+    OutlineTriangles(const Vector<Vec2<float>>& polygon, EdgeBoxes& boxes, Common::Memory::Allocator* allocator);
+
+    /// Cuts the outline as it is now, of three corners or more; the boxes must have been built for it.
+    /// @param noise  triangles may lap over each other by this. [units]
+    /// @return false when it can't be cut with reasonable effort: parts of it lap over each other, for example.
+    /// Cost: once or twice for each corner, all the corners that don't turn right, or the boxes nearby.
+    bool build(float noise);
+
+    /// The side along the edge of the outline that begins at a corner.
+    int32 sideAt(int32 corner) const { return mSideAt[static_cast<size_t>(corner)]; }
+    /// The corner that a side begins at.
+    int32 from(int32 side) const { return mSides[static_cast<size_t>(side)].mFrom; }
+    /// The same side, as the triangle beyond has it; NONE for an edge of the outline.
+    int32 beyond(int32 side) const { return mSides[static_cast<size_t>(side)].mBeyond; }
+    /// The sides of a triangle, in turn.
+    static int32 next(int32 side) { return side % STRIDE == 2 ? side - 2 : side + 1; }
+
+private:
+    static constexpr int32 STRIDE = 4; // a power of two is the faster one
+
+    struct Side
+    {
+        int32 mFrom;
+        int32 mBeyond;
+    };
+
+    /// A corner of what is left of the outline.
+    struct Corner
+    {
+        int32 mPrevious;
+        int32 mNext;
+        int32 mCut;      // the side, of a triangle cut off, on the way to the next corner; NONE for an edge
+        int32 mObstacle; // its place among the obstacles, or NONE
+    };
+
+    void begin();
+    bool isEar(int32 corner, float depth);
+    bool isEmpty(int32 a, int32 b, int32 c, float depth);
+    float turnAt(int32 corner) const;
+    void cut(int32 corner);
+    void dropObstacle(int32 corner);
+    void join(int32 side);
+    const Corner& left(int32 corner) const { return mLeft[static_cast<size_t>(corner)]; }
+    const Vec2<float>& point(int32 corner) const { return mPolygon[static_cast<size_t>(corner)]; }
+
+    const Vector<Vec2<float>>& mPolygon;
+    EdgeBoxes& mBoxes;
+    Vector<Side> mSides;
+    Vector<int32> mSideAt;
+    Vector<Corner> mLeft;
+    Vector<int32> mObstacles; // corners left that don't turn right
+    Vector<float> mObstacleX; // their places, with room for whole lanes
+    Vector<float> mObstacleY;
+};
+} // namespace KORV::NavMesh
