@@ -11,22 +11,14 @@ constexpr int32 MAX_STEPS = 160;
 } // namespace
 
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
-    : mTable(table), mPivots(allocator), mNumSides(allocator), mRecords(allocator)
+    : mTable(table), mPivots(allocator), mRecords(allocator)
 {
 }
 
 void ChainSearch::reset()
 {
-    const size_t n = mTable.getOutline().mPoints.size();
     mSearch = 0;
-    mPivots.assign(n, Pivot{});
-    mNumSides.assign(n, 0);
-}
-
-void ChainSearch::countSides(int32 first)
-{
-    for (const ChordTable::Side* side = mTable.sidesBegin(first); side != mTable.sidesEnd(first); ++side)
-        ++mNumSides[static_cast<size_t>(side->mTo)];
+    mPivots.assign(mTable.getOutline().mPoints.size(), Pivot{});
 }
 
 void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
@@ -37,56 +29,47 @@ void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
     uint32 place = 0;
     for (; corners != end; ++corners)
     {
-        const bool hiddenEdge = mTable.isEdgeHidden(*corners);
         const bool allTurns = mTable.getTurns(*corners) == ChordTable::Turns::ALL;
-        mPivots[static_cast<size_t>(*corners)] = {mSearch, place, 0, false, hiddenEdge, allTurns};
-        place += 1 + (allTurns ? 1 : mNumSides[static_cast<size_t>(*corners)] + (hiddenEdge ? 1 : 0));
+        mPivots[static_cast<size_t>(*corners)] = {mSearch, place + 1, place + 1, allTurns};
+        place += 1 + (allTurns ? 1 : mTable.numLastSides(*corners));
     }
     if (mRecords.size() < place)
         mRecords.resize(place);
-}
-
-void ChainSearch::addFirstSide(int32 corner, const ChordTable::Side& side)
-{
-    Pivot& pivot = mPivots[static_cast<size_t>(corner)];
-    mRecords[pivot.mFirst] = {side.mDirection, side.mCost, mFirst, NONE};
-    pivot.mFirstSide = true;
 }
 
 /// Goes on along the sides to later corners. They come in increasing order, so that a record which has been used once
 /// needs no second look.
 void ChainSearch::pass(int32 corner)
 {
-    const Pivot& pivot = getPivot(corner);
-    uint32 record = pivot.mFirst + (pivot.mFirstSide ? 0 : 1);
-    const uint32 first = record;
-    const uint32 end = pivot.mFirst + 1 + pivot.mNumRecords;
-    if (first == end)
+    const Pivot pivot = getPivot(corner);
+    if (pivot.mBegin == pivot.mEnd)
         return; // no piece reaches it: it takes no part
-    uint32 best = first;
-    float bestCost = mRecords[first].mCost;
+    const Record* const records = mRecords.data();
+    uint32 record = pivot.mBegin;
+    uint32 best = record;
+    float bestCost = records[record].mCost;
     const auto advance = [&](const Vec2<float>& leaving)
     {
-        for (; record < end && (pivot.mAllTurns || turnsConvex(mRecords[record].mDirection, leaving)); ++record)
+        for (; record < pivot.mEnd && (pivot.mAllTurns || turnsConvex(records[record].mDirection, leaving)); ++record)
         {
-            if (bestCost < mRecords[record].mCost)
+            if (bestCost < records[record].mCost)
                 continue;
             best = record;
-            bestCost = mRecords[record].mCost;
+            bestCost = records[record].mCost;
         }
-        mForced = mForced || record == first;
+        mForced = mForced || record == pivot.mBegin;
     };
-    Pivot* next = mPivots.data() + corner + 1;
+    Pivot* const pivots = mPivots.data();
     if (mTable.isEdgeHidden(corner + 1) && takesPart(corner + 1))
     {
         const Vec2<float> direction = mTable.direction(corner, corner + 1);
         advance(direction);
-        extend({direction, bestCost, corner, static_cast<int32>(best)}, *next);
+        extend({direction, bestCost, corner, static_cast<int32>(best)}, pivots[corner + 1]);
     }
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
     for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
     {
-        Pivot& target = mPivots[static_cast<size_t>(side->mTo)];
+        Pivot& target = pivots[side->mTo];
         if (target.mSearch != mSearch)
             continue;
         advance(side->mDirection);
@@ -94,39 +77,44 @@ void ChainSearch::pass(int32 corner)
     }
 }
 
-void ChainSearch::extend(const Record& chain, Pivot& target)
+inline void ChainSearch::extend(const Record& chain, Pivot& target)
 {
-    const uint32 place = target.mFirst + 1;
-    if (!target.mAllTurns)
-    {
-        mRecords[place + target.mNumRecords++] = chain;
-        return;
-    }
-    if (target.mNumRecords > 0 && !(mRecords[place].mCost >= chain.mCost))
-        return;
-    mRecords[place] = chain;
-    target.mNumRecords = 1;
+    Record* const records = mRecords.data();
+    if (!target.mAllTurns || target.mBegin == target.mEnd)
+        records[target.mEnd++] = chain;
+    else if (records[target.mBegin].mCost >= chain.mCost)
+        records[target.mBegin] = chain;
 }
 
 int32 ChainSearch::findClosing(int32 corner, const Vec2<float>& back) const
 {
     const Pivot& pivot = getPivot(corner);
-    const uint32 first = pivot.mFirst + 1;
-    const bool lastIsHidden =
-        pivot.mHiddenEdge && pivot.mNumRecords > 0 && mRecords[first + pivot.mNumRecords - 1].mFrom + 1 == corner;
-    const uint32 end = first + pivot.mNumRecords - (lastIsHidden ? 1 : 0);
+    const Record* const records = mRecords.data();
+    const uint32 end = endWithoutHidden(corner);
     int32 best = NONE;
-    for (uint32 record = first; record < end; ++record)
+    float bestCost = 0.0f;
+    for (uint32 record = pivot.mBegin; record < end; ++record)
     {
-        if (!pivot.mAllTurns && !turnsConvex(mRecords[record].mDirection, back))
+        if (!pivot.mAllTurns && !turnsConvex(records[record].mDirection, back))
             break;
-        if (best == NONE || getRecord(best).mCost >= mRecords[record].mCost)
-            best = static_cast<int32>(record);
+        if (best != NONE && !(bestCost >= records[record].mCost))
+            continue;
+        best = static_cast<int32>(record);
+        bestCost = records[record].mCost;
     }
     // the closing edge of the outline takes what there is
-    if (best == NONE && first < end && mTable.isRoot(mFirst, corner))
-        best = static_cast<int32>(first);
+    if (best == NONE && pivot.mBegin < end && mTable.isRoot(mFirst, corner))
+        best = static_cast<int32>(pivot.mBegin);
     return best;
+}
+
+/// End of the records of a corner whose last side may be one of a piece against it: a hidden edge is not.
+uint32 ChainSearch::endWithoutHidden(int32 corner) const
+{
+    const Pivot& pivot = getPivot(corner);
+    const bool hidden =
+        mTable.isEdgeHidden(corner) && isReached(corner) && mRecords[pivot.mEnd - 1].mFrom + 1 == corner;
+    return pivot.mEnd - (hidden ? 1 : 0);
 }
 
 bool ChainSearch::isChainSeen(int32 record, int32 corner) const
@@ -134,10 +122,10 @@ bool ChainSearch::isChainSeen(int32 record, int32 corner) const
     if (record == NONE)
         return true;
     // the last side is one, so its corner sees the end; the record without one before it starts at the first corner
-    for (record = getRecord(record).mPrevious; record != NONE; record = getRecord(record).mPrevious)
+    const Record* const records = mRecords.data();
+    for (record = records[record].mPrevious; record != NONE; record = records[record].mPrevious)
     {
-        const Record& link = getRecord(record);
-        if (link.mPrevious != NONE && !mTable.sees(link.mFrom, corner))
+        if (records[record].mPrevious != NONE && !mTable.sees(records[record].mFrom, corner))
             return false;
     }
     return true;
@@ -149,17 +137,17 @@ bool ChainSearch::priceSeenChains(float& cost, int32 corner, const Vec2<float>& 
 {
     mClosing = corner;
     mStepsLeft = MAX_STEPS;
-    return priceSeen(cost, corner, getPivot(corner).mFirst + 1, back);
+    return priceSeen(cost, corner, back);
 }
 
-/// The cheapest record of a corner, from one on, that may go on to a side and whose chain is seen.
-bool ChainSearch::priceSeen(float& cost, int32 corner, uint32 record, const Vec2<float>& leaving)
+/// The cheapest record of a corner that may go on to a side and whose chain is seen.
+bool ChainSearch::priceSeen(float& cost, int32 corner, const Vec2<float>& leaving)
 {
     const Pivot& pivot = getPivot(corner);
-    if (pivot.mHiddenEdge)
+    if (mTable.isEdgeHidden(corner))
         return false;
     bool found = false;
-    for (const uint32 end = pivot.mFirst + 1 + pivot.mNumRecords; record < end; ++record)
+    for (uint32 record = pivot.mBegin; record < pivot.mEnd; ++record)
     {
         if (!pivot.mAllTurns && !turnsConvex(mRecords[record].mDirection, leaving))
             break;
@@ -191,8 +179,7 @@ bool ChainSearch::priceSeenRecord(float& cost, int32 corner, uint32 record)
     const bool seen = isChainSeen(static_cast<int32>(record), mClosing);
     if (seen || getPivot(corner).mAllTurns)
         return seen;
-    const Pivot& before = getPivot(link.mFrom);
-    if (!priceSeen(cost, link.mFrom, before.mFirst + (before.mFirstSide ? 0 : 1), link.mDirection))
+    if (!priceSeen(cost, link.mFrom, link.mDirection))
         return false;
     const ChordTable::Side* side = std::lower_bound(mTable.sidesBegin(link.mFrom), mTable.sidesEnd(link.mFrom), corner,
                                                     [](const ChordTable::Side& a, int32 to) { return a.mTo < to; });

@@ -22,17 +22,19 @@ public:
 
     ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator);
 
-    /// Forgets everything, for another outline in the table. Sides are counted as they become known.
+    /// Forgets everything, for another outline in the table.
     void reset();
-    /// Tells that the sides that start at a corner are known.
-    void countSides(int32 first);
 
     /// Starts at a corner, over others in increasing order; what was found before is forgotten.
     void begin(int32 first, const int32* corners, const int32* end);
     /// Goes on from the next of the corners, to which all chains are known then, to all later ones.
     void pass(int32 corner);
     /// Makes the side from the first corner to another one a chain too, at that cost. Before that one is passed.
-    void addFirstSide(int32 corner, const ChordTable::Side& side);
+    void addFirstSide(const ChordTable::Side& side)
+    {
+        Pivot& pivot = mPivots[static_cast<size_t>(side.mTo)];
+        mRecords[--pivot.mBegin] = {side.mDirection, side.mCost, mFirst, NONE};
+    }
 
     /// The cheapest chain to a corner that closes a convex piece against the side back to the first corner; of equal
     /// ones the one with the later last side. NONE if there is none. Before that corner is passed.
@@ -48,27 +50,26 @@ public:
     /// Whether some chain had to take a corner that is not convex, for want of another.
     bool wasForced() const { return mForced; }
     /// Whether some chain reaches a corner.
-    bool isReached(int32 corner) const { return getPivot(corner).mNumRecords > 0; }
+    bool isReached(int32 corner) const { return getPivot(corner).mBegin < getPivot(corner).mEnd; }
     /// Whether a corner is one of those of this search.
     bool takesPart(int32 corner) const { return getPivot(corner).mSearch == mSearch; }
 
 private:
-    /// What is known about a corner. Its first record has a place for the side from the first corner, then the others
-    /// follow by their mFrom. Where all turns are convex only the cheapest of these is kept.
+    /// What is known about a corner. Its records follow each other by their mFrom; a place is left before them for the
+    /// side from the first corner. Where all turns are convex only the cheapest of the others is kept.
     struct Pivot
     {
-        int32 mSearch;      // that it last took part in
-        uint32 mFirst;      // place of the first record
-        uint32 mNumRecords; // without that of the first side
-        bool mFirstSide;
-        bool mHiddenEdge; // the last record's side is no side of a piece against this corner
+        int32 mSearch; // that it last took part in
+        uint32 mBegin; // of its records
+        uint32 mEnd;
         bool mAllTurns;
     };
 
     const Pivot& getPivot(int32 corner) const { return mPivots[static_cast<size_t>(corner)]; }
-    bool priceSeen(float& cost, int32 corner, uint32 record, const Vec2<float>& leaving);
+    bool priceSeen(float& cost, int32 corner, const Vec2<float>& leaving);
     bool priceSeenRecord(float& cost, int32 corner, uint32 record);
     void extend(const Record& chain, Pivot& target);
+    uint32 endWithoutHidden(int32 corner) const;
 
     ChordTable& mTable;
     int32 mFirst = 0;
@@ -77,7 +78,6 @@ private:
     int32 mClosing = 0;   // corner that others must see
     int32 mStepsLeft = 0; // of pricing chains that do
     Vector<Pivot> mPivots;
-    Vector<uint32> mNumSides; // known so far that end at each corner
     Vector<Record> mRecords;
 };
 } // namespace KORV::NavMesh

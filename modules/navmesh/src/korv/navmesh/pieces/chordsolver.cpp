@@ -61,9 +61,7 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
         if (stop.load(std::memory_order_relaxed))
             return Result::STOPPED;
         solveFrom(i);
-        mShared.countSides(i);
-        mWindow.countSides(i);
-        mOwn.countSides(i);
+        mTable.markPriced(i);
     }
     return mRootCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
 }
@@ -87,7 +85,7 @@ void ChordSolver::solveFrom(int32 i)
         {
             if (i + 1 != *k)
                 side->mCost = solveChord(i, *k, side->mDirection, side->mChain);
-            mShared.addFirstSide(*k, *side);
+            mShared.addFirstSide(*side);
             ++side;
         }
         if (*k == lastChord)
@@ -203,7 +201,7 @@ int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& direction)
         while (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo < *mWindowNext)
             ++mWindowSide;
         if (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo == *mWindowNext)
-            mWindow.addFirstSide(*mWindowNext, *mWindowSide);
+            mWindow.addFirstSide(*mWindowSide);
         mWindow.pass(*mWindowNext);
     }
     return mWindow.findClosing(k, {-direction.mX, -direction.mY});
@@ -227,7 +225,7 @@ int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& direction)
         while (side != mTable.sidesEnd(i) && side->mTo < mCorners[at])
             ++side;
         if (side != mTable.sidesEnd(i) && side->mTo == mCorners[at])
-            mOwn.addFirstSide(mCorners[at], *side);
+            mOwn.addFirstSide(*side);
         mOwn.pass(mCorners[at]);
     }
     return mOwn.findClosing(k, {-direction.mX, -direction.mY});

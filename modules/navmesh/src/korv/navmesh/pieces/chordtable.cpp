@@ -1,6 +1,9 @@
 #include "korv/navmesh/pieces/chordtable.h"
 
+#include "korv/navmesh/floatlanes.h"
+
 #include <algorithm>
+#include <cmath>
 
 // The search for pieces asks again and again whether a chain that comes from f may go over p to t. Directions from p to
 // the corners it sees turn clockwise with their index, beginning at p + 1: so the f that may are a leading run, and it
@@ -27,74 +30,122 @@ constexpr float HALF_TURN = 5e-6f;
 constexpr float CONVEX_LIMIT = 0.0001f;
 /// Up to this many corners the pairs that see each other are kept as bits too: half a megabyte.
 constexpr size_t MAX_BIT_ROWS = 2048;
+
+FloatLanes squareRoots(FloatLanes lanes)
+{
+#ifdef __SSE__
+    return std::bit_cast<FloatLanes>(_mm_sqrt_ps(std::bit_cast<__m128>(lanes)));
+#else
+    return FloatLanes{std::sqrt(lanes[0]), std::sqrt(lanes[1]), std::sqrt(lanes[2]), std::sqrt(lanes[3])};
+#endif
+}
 } // namespace
 
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
       mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mArrivalStart(allocator),
-      mArrivals(allocator), mEdgeHidden(allocator), mTurns(allocator), mLeaving(allocator), mArriving(allocator)
+      mArriving(allocator), mWithEdge(allocator), mEdgeHidden(allocator), mNumLastSides(allocator), mTurns(allocator)
 {
 }
 
 bool ChordTable::build(const std::atomic<bool>& stop)
 {
+    startOutline();
     if (!findVisible(stop))
         return false;
+    measureSides();
     transpose();
-    mTurns.clear();
+    mTurns.resize(mOutline.mPoints.size());
     for (int32 p = 0; p < mOutline.size(); ++p)
-        mTurns.push_back(classifyTurns(p));
+        mTurns[static_cast<size_t>(p)] = classifyTurns(p);
     return !stop.load(std::memory_order_relaxed);
+}
+
+void ChordTable::startOutline()
+{
+    const size_t n = mOutline.mPoints.size();
+    mLater.clear();
+    mLaterStart.assign(1, 0);
+    mSides.clear();
+    mSideStart.assign(1, 0);
+    mEdgeHidden.assign(n + 1, 0);
+    mNumLastSides.assign(n, 1);
+    mRowWords = n <= MAX_BIT_ROWS ? (n + WORD_BITS - 1) / WORD_BITS : 0;
+    mSeeing.assign(mRowWords * n, 0);
 }
 
 bool ChordTable::findVisible(const std::atomic<bool>& stop)
 {
     const int32 n = mOutline.size();
     mVisibility.build();
-    mLater.clear();
-    mLaterStart.assign(1, 0);
-    mSides.clear();
-    mSideStart.assign(1, 0);
-    mEdgeHidden.assign(static_cast<size_t>(n) + 1, 0);
-    mRowBits = mOutline.mPoints.size() <= MAX_BIT_ROWS ? mOutline.mPoints.size() : 0;
-    mSeeing.assign(mRowBits * mRowBits / 64 + 1, 0);
     for (int32 i = 0; i < n; ++i)
     {
         if (stop.load(std::memory_order_relaxed))
             return false;
         const size_t start = mLater.size();
         if (i + 1 < n)
+        {
             mVisibility.appendVisible(mLater, i);
-        if (i + 1 < n && (mLater.size() == start || mLater[start] != i + 1))
-            mEdgeHidden[static_cast<size_t>(i) + 1] = 1;
+            if (mLater.size() == start || mLater[start] != i + 1)
+            {
+                mEdgeHidden[static_cast<size_t>(i) + 1] = 1;
+                ++mNumLastSides[static_cast<size_t>(i) + 1];
+            }
+        }
         // the closing edge is there, whatever the sweep says
         if (i == 0 && (mLater.empty() || mLater.back() != n - 1))
             mLater.push_back(n - 1);
-        mLaterStart.push_back(static_cast<uint32>(mLater.size()));
-        for (size_t at = mRowBits > 0 ? start : mLater.size(); at < mLater.size(); ++at)
-        {
-            const size_t bit = static_cast<size_t>(i) * mRowBits + static_cast<size_t>(mLater[at]);
-            mSeeing[bit / 64] |= uint64(1) << (bit % 64);
-        }
-        appendSides(i);
+        appendSides(i, start);
     }
     return true;
 }
 
-void ChordTable::appendSides(int32 i)
+/// Ends the list of corners after i that see it: marks them as bits, and lists the sides to them.
+/// @param start  of the list.
+void ChordTable::appendSides(int32 i, size_t start)
 {
     const bool reflex = mOutline.isReflex(i);
-    for (const int32* k = laterBegin(i); k != mLater.data() + mLater.size(); ++k)
+    const uint64 bit = uint64(1) << (static_cast<uint32>(i) % WORD_BITS);
+    for (size_t at = start; at < mLater.size(); ++at)
     {
-        if (i + 1 == *k)
-            mSides.push_back({*k, 0.0f, direction(i, *k), -1});
-        else if ((reflex || mOutline.isReflex(*k)) && !isRoot(i, *k))
-            mSides.push_back({*k, UNSOLVED, direction(i, *k), -1});
+        const int32 k = mLater[at];
+        if (mRowWords > 0)
+            mSeeing[seeingWord(i, k)] |= bit;
+        if (i + 1 == k || ((reflex || mOutline.isReflex(k)) && !isRoot(i, k)))
+            mSides.push_back({k, 0.0f, mOutline.way(i, k), -1});
     }
+    mLaterStart.push_back(static_cast<uint32>(mLater.size()));
     mSideStart.push_back(static_cast<uint32>(mSides.size()));
 }
 
-/// Lists the sides by their later corner, each list by increasing first corner.
+/// Turns the ways along sides to directions, and sets their costs. Four at a time: each rounds as it does alone.
+void ChordTable::measureSides()
+{
+    const size_t numSides = mSides.size();
+    mSides.resize((numSides + NUM_LANES - 1) / NUM_LANES * NUM_LANES);
+    for (Side* side = mSides.data(); side != mSides.data() + mSides.size(); side += NUM_LANES)
+    {
+        FloatLanes x{side[0].mDirection.mX, side[1].mDirection.mX, side[2].mDirection.mX, side[3].mDirection.mX};
+        FloatLanes y{side[0].mDirection.mY, side[1].mDirection.mY, side[2].mDirection.mY, side[3].mDirection.mY};
+        const FloatLanes length = squareRoots(x * x + y * y);
+        const FloatLanes divisor = length > 0.0f ? length : sameLanes(1.0f);
+        x /= divisor;
+        y /= divisor;
+        for (size_t lane = 0; lane < NUM_LANES; ++lane)
+        {
+            side[lane].mCost = length[lane];
+            side[lane].mDirection = {x[lane], y[lane]};
+        }
+    }
+    mSides.resize(numSides);
+    for (int32 i = 0; i < mOutline.size(); ++i)
+    {
+        if (sidesBegin(i) != sidesEnd(i) && sidesBegin(i)->mTo == i + 1)
+            sidesBegin(i)->mCost = 0.0f;
+    }
+}
+
+/// Lists the directions of sides by their later corner, each list by increasing first corner.
 void ChordTable::transpose()
 {
     const size_t n = mOutline.mPoints.size();
@@ -103,9 +154,9 @@ void ChordTable::transpose()
         ++mArrivalStart[static_cast<size_t>(side.mTo) + 2];
     for (size_t k = 2; k < mArrivalStart.size(); ++k)
         mArrivalStart[k] += mArrivalStart[k - 1];
-    mArrivals.resize(mSides.size());
-    for (size_t side = 0; side < mSides.size(); ++side) // moves each start to the one of the list behind
-        mArrivals[mArrivalStart[static_cast<size_t>(mSides[side].mTo) + 1]++] = static_cast<uint32>(side);
+    mArriving.resize(mSides.size());
+    for (const Side& side : mSides) // moves each start to the one of the list behind
+        mArriving[mArrivalStart[static_cast<size_t>(side.mTo) + 1]++] = side.mDirection;
 }
 
 bool ChordTable::isListed(int32 i, int32 k) const
@@ -113,50 +164,47 @@ bool ChordTable::isListed(int32 i, int32 k) const
     return std::binary_search(laterBegin(i), laterEnd(i), k);
 }
 
-void ChordTable::gatherDirections(int32 p)
+ChordTable::Around ChordTable::gatherAround(int32 p)
 {
-    mLeaving.clear();
-    mArriving.clear();
-    for (const Side* side = sidesBegin(p); side != sidesEnd(p); ++side)
-        mLeaving.push_back(side->mDirection);
-    for (uint32 at = mArrivalStart[static_cast<size_t>(p)]; at < mArrivalStart[static_cast<size_t>(p) + 1]; ++at)
-        mArriving.push_back(mSides[mArrivals[at]].mDirection);
+    const Vec2<float>* const arriving = mArriving.data() + mArrivalStart[static_cast<size_t>(p)];
+    const Vec2<float>* const end = mArriving.data() + mArrivalStart[static_cast<size_t>(p) + 1];
+    if (!isEdgeHidden(p))
+        return {{sidesBegin(p), sidesEnd(p)}, {arriving, end}};
+    mWithEdge.assign(arriving, end);
+    mWithEdge.push_back(direction(p - 1, p));
+    return {{sidesBegin(p), sidesEnd(p)}, mWithEdge};
 }
 
 ChordTable::Turns ChordTable::classifyTurns(int32 p)
 {
     if (isEdgeHidden(p + 1))
         return Turns::UNORDERED;
-    gatherDirections(p);
-    if (isEdgeHidden(p))
-        mArriving.push_back(direction(p - 1, p));
-    else if (turnOneWay())
-    {
-        if (turnWithinHalf())
-        {
-            if (!mOutline.isReflex(p))
-                return Turns::ALL;
-            if (mLeaving.empty() || mArriving.empty())
-                return Turns::ORDERED;
-        }
-        if (mOutline.isReflex(p) && isOrderClear())
-            return Turns::ORDERED;
-    }
-    if (!isOrdered())
+    const bool reflex = mOutline.isReflex(p);
+    const Around around = gatherAround(p);
+    const bool oneSided = around.mLeaving.empty() || around.mArriving.empty();
+    const Spread spread = isEdgeHidden(p) ? Spread::UNKNOWN : findSpread(around);
+    if (spread == Spread::HALF_TURN && !reflex)
+        return Turns::ALL;
+    if (spread == Spread::HALF_TURN && oneSided)
+        return Turns::ORDERED;
+    if (spread != Spread::UNKNOWN && reflex && isOrderClear(around))
+        return Turns::ORDERED;
+    if (!isOrdered(around))
         return Turns::UNORDERED;
     // at a convex corner every turn is convex, whichever arrivals there are
-    const bool all = mArriving.empty() || mLeaving.empty() || turnsConvex(mArriving.back(), mLeaving.front());
-    return mOutline.isReflex(p) || all ? Turns::ORDERED : Turns::UNORDERED;
+    const bool all = oneSided || turnsConvex(around.mArriving.back(), around.mLeaving.front().mDirection);
+    return reflex || all ? Turns::ORDERED : Turns::UNORDERED;
 }
 
-/// Whether the directions from the corner at hand turn clockwise, up to noise, and by less than a full turn.
-bool ChordTable::turnOneWay()
+/// What directions to the other ends of the sides span, if they turn clockwise up to noise.
+ChordTable::Spread ChordTable::findSpread(const Around& around)
 {
-    if (mLeaving.empty())
-        return mArriving.empty();
-    const Vec2<float> first = mLeaving.front();
+    if (around.mLeaving.empty())
+        return around.mArriving.empty() ? Spread::HALF_TURN : Spread::UNKNOWN;
+    const Vec2<float> first = around.mLeaving.front().mDirection;
     Vec2<float> farthest = first;
     bool pastQuarter = false;
+    bool withinHalf = true;
     const auto follow = [&](const Vec2<float>& direction)
     {
         const float turn = cross(farthest, direction);
@@ -165,65 +213,55 @@ bool ChordTable::turnOneWay()
         if (turn < -NOISE)
             farthest = direction;
         const bool ahead = dot(first, direction) > 0.0f;
+        const float turnOfAll = cross(first, direction);
+        withinHalf = withinHalf && turnOfAll <= HALF_TURN;
         pastQuarter = pastQuarter || !ahead;
-        return !ahead || !pastQuarter || cross(first, direction) > FULL_TURN;
+        return !ahead || !pastQuarter || turnOfAll > FULL_TURN;
     };
-    for (const Vec2<float>& leaving : mLeaving)
+    for (const Side& leaving : around.mLeaving)
     {
-        if (!follow(leaving))
-            return false;
+        if (!follow(leaving.mDirection))
+            return Spread::UNKNOWN;
     }
-    for (const Vec2<float>& arriving : mArriving)
+    for (const Vec2<float>& arriving : around.mArriving)
     {
         if (!follow({-arriving.mX, -arriving.mY}))
-            return false;
+            return Spread::UNKNOWN;
     }
-    return true;
-}
-
-/// Whether all directions lie within half a turn clockwise of the first.
-bool ChordTable::turnWithinHalf() const
-{
-    if (mLeaving.empty())
-        return true;
-    const Vec2<float>& first = mLeaving.front();
-    const auto isWithin = [&first](const Vec2<float>& direction) { return cross(first, direction) <= HALF_TURN; };
-    return std::all_of(mLeaving.begin(), mLeaving.end(), isWithin) &&
-           std::all_of(mArriving.begin(), mArriving.end(),
-                       [&](const Vec2<float>& arriving) {
-                           return isWithin({-arriving.mX, -arriving.mY});
-                       });
+    return withinHalf ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
 /// Whether for each side that leaves, the last arrival that may go on and the first that may not are clear of the
 /// limit. Directions must turn one way.
-bool ChordTable::isOrderClear() const
+bool ChordTable::isOrderClear(const Around& around)
 {
+    const std::span<const Vec2<float>> arriving = around.mArriving;
     size_t run = 0;
-    for (const Vec2<float>& leaving : mLeaving)
+    for (const Side& leaving : around.mLeaving)
     {
-        while (run < mArriving.size() && turnsConvex(mArriving[run], leaving))
+        while (run < arriving.size() && turnsConvex(arriving[run], leaving.mDirection))
             ++run;
-        if (run > 0 && !(cross(mArriving[run - 1], leaving) < CONVEX_LIMIT - CLEAR))
+        if (run > 0 && !(cross(arriving[run - 1], leaving.mDirection) < CONVEX_LIMIT - CLEAR))
             return false;
-        if (run < mArriving.size() && !(cross(mArriving[run], leaving) > CONVEX_LIMIT + CLEAR))
+        if (run < arriving.size() && !(cross(arriving[run], leaving.mDirection) > CONVEX_LIMIT + CLEAR))
             return false;
     }
     return true;
 }
 
 /// The same by asking for every pair.
-bool ChordTable::isOrdered() const
+bool ChordTable::isOrdered(const Around& around)
 {
+    const std::span<const Vec2<float>> arriving = around.mArriving;
     size_t run = 0; // arrivals that may go on along the side before
-    for (const Vec2<float>& leaving : mLeaving)
+    for (const Side& leaving : around.mLeaving)
     {
         size_t end = 0;
-        while (end < mArriving.size() && turnsConvex(mArriving[end], leaving))
+        while (end < arriving.size() && turnsConvex(arriving[end], leaving.mDirection))
             ++end;
-        for (size_t later = end; later < mArriving.size(); ++later)
+        for (size_t later = end; later < arriving.size(); ++later)
         {
-            if (turnsConvex(mArriving[later], leaving))
+            if (turnsConvex(arriving[later], leaving.mDirection))
                 return false;
         }
         if (end < run)

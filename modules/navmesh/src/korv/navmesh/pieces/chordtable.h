@@ -3,6 +3,7 @@
 #include "korv/navmesh/pieces/outlinevisibility.h"
 
 #include <atomic>
+#include <span>
 
 namespace KORV::NavMesh
 {
@@ -41,7 +42,8 @@ public:
     struct Side
     {
         int32 mTo;              ///< the later corner
-        float mCost;            ///< cheapest total chord length of the part it cuts off, itself included
+        float mCost;            ///< cheapest total chord length of the part it cuts off, itself included; of a chord
+                                ///< that has not been priced its own length
         Vec2<float> mDirection; ///< of unit length
         int32 mChain;           ///< of the piece against it, as its owner keeps chains; negative for none
     };
@@ -69,18 +71,23 @@ public:
     /// Whether corner k, which comes after i, sees it.
     bool sees(int32 i, int32 k) const
     {
-        const size_t bit = static_cast<size_t>(i) * mRowBits + static_cast<size_t>(k);
-        return mRowBits > 0 ? (mSeeing[bit / 64] >> (bit % 64) & 1) != 0 : isListed(i, k);
+        if (mRowWords == 0)
+            return isListed(i, k);
+        return (mSeeing[seeingWord(i, k)] >> (static_cast<uint32>(i) % WORD_BITS) & 1) != 0;
     }
     /// Sides that start at i, by increasing later corner.
     Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
     Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
     size_t getNumSides() const { return mSides.size(); }
-    /// Number of sides that end at k.
-    uint32 numArrivals(int32 k) const
+    /// Tells that the sides that start at i have been priced.
+    void markPriced(int32 i)
     {
-        return mArrivalStart[static_cast<size_t>(k) + 1] - mArrivalStart[static_cast<size_t>(k)];
+        for (const Side* side = sidesBegin(i); side != sidesEnd(i); ++side)
+            ++mNumLastSides[static_cast<size_t>(side->mTo)];
     }
+    /// At most so many sides can be the last of a chain to corner k: the priced ones that end there, one from the first
+    /// corner of the search, and a hidden edge.
+    uint32 numLastSides(int32 k) const { return mNumLastSides[static_cast<size_t>(k)]; }
 
     /// The closing edge of the outline is no side, though it joins first and last corner.
     bool isRoot(int32 i, int32 k) const { return i == 0 && k == mOutline.size() - 1; }
@@ -91,31 +98,54 @@ public:
     Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline.way(a, b)); }
 
 private:
+    /// The sides at a corner: those that leave, in the order of Side, and directions of those that arrive from earlier
+    /// corners, by increasing first corner.
+    struct Around
+    {
+        std::span<const Side> mLeaving;
+        std::span<const Vec2<float>> mArriving;
+    };
+
+    /// What directions from a corner span, from the first one clockwise.
+    enum class Spread : uint8
+    {
+        HALF_TURN, ///< up to noise
+        FULL_TURN, ///< less than that
+        UNKNOWN    ///< more, or they don't turn one way
+    };
+
+    static constexpr size_t WORD_BITS = 64;
+
+    size_t seeingWord(int32 i, int32 k) const
+    {
+        return static_cast<size_t>(k) * mRowWords + static_cast<size_t>(i) / WORD_BITS;
+    }
     bool isListed(int32 i, int32 k) const;
+    void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
-    void appendSides(int32 i);
+    void appendSides(int32 i, size_t start);
+    void measureSides();
     void transpose();
-    void gatherDirections(int32 p);
+    Around gatherAround(int32 p);
     Turns classifyTurns(int32 p);
-    bool turnOneWay();
-    bool turnWithinHalf() const;
-    bool isOrderClear() const;
-    bool isOrdered() const;
+    static Spread findSpread(const Around& around);
+    static bool isOrderClear(const Around& around);
+    static bool isOrdered(const Around& around);
 
     const PlaneOutline& mOutline;
     OutlineVisibility mVisibility;
     Vector<uint32> mLaterStart;
     Vector<int32> mLater;
-    Vector<uint64> mSeeing; // the same as bits, for outlines that are not too large
-    size_t mRowBits = 0;    // 0: no bits
+    Vector<uint64> mSeeing; // the same as bits, a row for each later corner, for outlines that are not too large
+    size_t mRowWords = 0;   // 0: no bits
     Vector<uint32> mSideStart;
     Vector<Side> mSides;
     Vector<uint32> mArrivalStart;
-    Vector<uint32> mArrivals; // sides by their later corner
+    Vector<Vec2<float>> mArriving; // directions of sides by their later corner
+    Vector<Vec2<float>> mWithEdge; // those of one corner and of its hidden edge
     Vector<uint8> mEdgeHidden;
+    Vector<uint32> mNumLastSides;
     Vector<Turns> mTurns;
-    Vector<Vec2<float>> mLeaving;  // directions of the sides at the corner at hand
-    Vector<Vec2<float>> mArriving; // likewise, on their way to it
 };
 
 /// Whether a turn is to the right, straight on, or to the left by no more than 0.0001 (as sine).
