@@ -42,17 +42,18 @@ constexpr size_t MAX_KEPT_CORNERS = size_t{1} << 30;
 
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
-      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mCorners(allocator)
+      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mCorners(allocator), mOpen(allocator)
 {
 }
 
 ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 {
-    mRootCost = ChordTable::UNSOLVED;
+    mRoot = {mOutline.size() - 1, ChordTable::UNSOLVED, {}, ChainSearch::NONE};
     mNumOwnSearches = 0;
     mChains.clear();
     if (!mTable.build(stop))
         return Result::STOPPED;
+    mRoom = std::min(mTable.getNumSides() * KEPT_CORNERS_PER_SIDE, MAX_KEPT_CORNERS);
     mShared.reset();
     mWindow.reset();
     mOwn.reset();
@@ -63,7 +64,7 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
         solveFrom(i);
         mTable.markPriced(i);
     }
-    return mRootCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
+    return mRoot.mCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
 }
 
 /// Prices all chords that start at a corner.
@@ -74,59 +75,69 @@ void ChordSolver::solveFrom(int32 i)
     const int32 lastChord = i == 0 ? mOutline.size() - 1 : side != end ? end[-1].mTo : i;
     if (lastChord <= i + 1)
         return; // an edge at most
-    mShared.begin(i, mTable.laterBegin(i), mTable.laterEnd(i));
+    mSeenEnd = mTable.laterEnd(i);
+    while (mSeenEnd[-1] != lastChord)
+        --mSeenEnd;
+    mShared.begin(i, mTable.laterBegin(i), mSeenEnd);
     mUnordered.clear();
     mWindowStart = nullptr;
-    for (const int32* k = mTable.laterBegin(i);; ++k)
+    for (const int32* k = mTable.laterBegin(i); *k != lastChord; ++k)
     {
-        if (mTable.isRoot(i, *k))
-            mRootCost = solveChord(i, *k, mTable.direction(i, *k), mRootChain);
         if (side != end && side->mTo == *k)
         {
             if (i + 1 != *k)
-                side->mCost = solveChord(i, *k, side->mDirection, side->mChain);
+                solveChord(i, *side);
             mShared.addFirstSide(*side);
             ++side;
         }
-        if (*k == lastChord)
-            return;
         mShared.pass(*k);
         if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
             mUnordered.push_back(*k);
     }
+    if (i > 0)
+        return solveChord(i, *side);
+    mRoot.mCost = mOutline.way(i, lastChord).getLength();
+    mRoot.mDirection = mTable.direction(i, lastChord);
+    solveChord(i, mRoot);
 }
 
 /// Prices a chord with the widest search that is exact for it, and keeps the chain that was found.
-float ChordSolver::solveChord(int32 i, int32 k, const Vec2<float>& direction, int32& chain)
+void ChordSolver::solveChord(int32 i, ChordTable::Side& chord)
 {
-    const int32 best = mShared.findClosing(k, {-direction.mX, -direction.mY});
+    const int32 k = chord.mTo;
+    const int32 best = mShared.findClosing(k, {-chord.mDirection.mX, -chord.mDirection.mY});
     const bool exact = (isTrustworthy(mShared, k) && mShared.isChainSeen(best, k)) || doAllSee(i, k);
-    if (!exact)
-        return chordCost(i, k, priceOwn(i, k, direction, chain));
-    chain = keepChain(mShared, best);
-    return chordCost(i, k, best >= 0 ? mShared.getRecord(best).mCost : ChordTable::UNSOLVED);
+    const float chainCost = exact ? takeChain(chord, mShared, best) : priceOwn(i, chord);
+    chord.mCost = chainCost < ChordTable::UNSOLVED ? chord.mCost + chainCost : ChordTable::UNSOLVED;
 }
 
 /// The cost of the chain against a chord for which the shared search is not exact.
-float ChordSolver::priceOwn(int32 i, int32 k, const Vec2<float>& direction, int32& chain)
+float ChordSolver::priceOwn(int32 i, ChordTable::Side& chord)
 {
-    chain = ChainSearch::NONE;
-    int32 best = searchWindow(i, k, direction);
+    const int32 k = chord.mTo;
+    const Vec2<float> back{-chord.mDirection.mX, -chord.mDirection.mY};
+    const int32 best = searchWindow(i, k, back);
     ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
     if (isTrustworthy(search, k))
     {
         if (mWindowStart != nullptr && mWindow.isChainSeen(best, k))
-        {
-            chain = keepChain(mWindow, best);
-            return best >= 0 ? mWindow.getRecord(best).mCost : ChordTable::UNSOLVED;
-        }
+            return takeChain(chord, mWindow, best);
         float cost = 0.0f;
-        if (search.priceSeenChains(cost, k, {-direction.mX, -direction.mY}))
+        if (search.priceSeenChains(cost, k, back))
             return cost;
     }
-    best = searchChord(i, k, direction);
-    chain = keepChain(mOwn, best);
-    return best >= 0 ? mOwn.getRecord(best).mCost : ChordTable::UNSOLVED;
+    return takeChain(chord, mOwn, searchChord(i, k, back));
+}
+
+/// The cost of the chain against a chord, which is kept while there is room. In a wide round room chains are as long as
+/// the room has corners.
+float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record)
+{
+    if (record < 0)
+        return ChordTable::UNSOLVED;
+    if (mChains.size() < mRoom)
+        chord.mChain = appendChain(search, record);
+    return search.getRecord(record).mCost;
 }
 
 /// Appends the corners of a chain; the last one of them is the first of the search. NONE for none.
@@ -140,42 +151,36 @@ int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
     return start;
 }
 
-/// The same while there is room. In a wide round room chains are as long as the room has corners.
-int32 ChordSolver::keepChain(const ChainSearch& search, int32 record)
-{
-    const size_t room = std::min(mTable.getNumSides() * KEPT_CORNERS_PER_SIDE, MAX_KEPT_CORNERS);
-    return mChains.size() < room ? appendChain(search, record) : ChainSearch::NONE;
-}
-
-float ChordSolver::chordCost(int32 i, int32 k, float chainCost) const
-{
-    return chainCost < ChordTable::UNSOLVED ? mOutline.way(i, k).getLength() + chainCost : ChordTable::UNSOLVED;
-}
-
 /// Whether the costs of a search that has passed all its corners before k are lower bounds for k.
-bool ChordSolver::isTrustworthy(const ChainSearch& search, int32 k) const
+inline bool ChordSolver::isTrustworthy(const ChainSearch& search, int32 k) const
 {
-    return !search.wasForced() && std::none_of(mUnordered.begin(), mUnordered.end(),
-                                               [this, k](int32 corner) { return mTable.sees(corner, k); });
+    return !search.wasForced() && (mUnordered.empty() || !isUnorderedSeen(k));
+}
+
+bool ChordSolver::isUnorderedSeen(int32 k) const
+{
+    return std::any_of(mUnordered.begin(), mUnordered.end(),
+                       [this, k](int32 corner) { return mTable.sees(corner, k); });
 }
 
 /// Whether all corners between i and k that i sees also see k.
 bool ChordSolver::doAllSee(int32 i, int32 k) const
 {
-    const int32* const begin = mTable.laterBegin(i);
-    return std::all_of(begin, std::lower_bound(begin, mTable.laterEnd(i), k),
-                       [this, k](int32 corner) { return mTable.sees(corner, k); });
+    const int32* corner = mTable.laterBegin(i);
+    while (*corner != k && mTable.sees(*corner, k))
+        ++corner;
+    return *corner == k;
 }
 
 /// The cheapest chain from i to k over a window, which is left closed where it is no use.
-int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& direction)
+int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& back)
 {
     const int32* start = mTable.laterBegin(i);
     while (!mTable.sees(*start, k) && *start != k)
         ++start;
     if (mWindowStart != nullptr && mWindowStart <= start)
     {
-        const int32 best = closeInWindow(i, k, direction);
+        const int32 best = closeInWindow(i, k, back);
         if (mWindowStart == start || mWindow.isChainSeen(best, k))
             return best;
     }
@@ -183,7 +188,7 @@ int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& direction)
     if (start == mTable.laterBegin(i) || *start == k)
         return ChainSearch::NONE;
     openWindow(i, start);
-    return closeInWindow(i, k, direction);
+    return closeInWindow(i, k, back);
 }
 
 void ChordSolver::openWindow(int32 i, const int32* start)
@@ -191,24 +196,25 @@ void ChordSolver::openWindow(int32 i, const int32* start)
     mWindowStart = start;
     mWindowNext = start;
     mWindowSide = mTable.sidesBegin(i);
-    mWindow.begin(i, start, mTable.laterEnd(i));
+    mWindow.begin(i, start, mSeenEnd);
 }
 
-int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& direction)
+int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& back)
 {
+    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(i);
     for (; *mWindowNext != k; ++mWindowNext)
     {
-        while (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo < *mWindowNext)
+        while (mWindowSide != sidesEnd && mWindowSide->mTo < *mWindowNext)
             ++mWindowSide;
-        if (mWindowSide != mTable.sidesEnd(i) && mWindowSide->mTo == *mWindowNext)
+        if (mWindowSide != sidesEnd && mWindowSide->mTo == *mWindowNext)
             mWindow.addFirstSide(*mWindowSide);
         mWindow.pass(*mWindowNext);
     }
-    return mWindow.findClosing(k, {-direction.mX, -direction.mY});
+    return mWindow.findClosing(k, back);
 }
 
 /// The cheapest chain from i to k over the corners that see both.
-int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& direction)
+int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& back)
 {
     ++mNumOwnSearches;
     mCorners.clear();
@@ -228,22 +234,16 @@ int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& direction)
             mOwn.addFirstSide(*side);
         mOwn.pass(mCorners[at]);
     }
-    return mOwn.findClosing(k, {-direction.mX, -direction.mY});
+    return mOwn.findClosing(k, back);
 }
 
 void ChordSolver::extract(ConvexPieces& pieces)
 {
-    struct Open
+    mOpen.clear();
+    mOpen.push_back({0, mOutline.size() - 1, -1});
+    for (size_t current = 0; current < mOpen.size(); ++current)
     {
-        int32 mFirst;
-        int32 mLast;
-        int32 mParent;
-    };
-    Vector<Open> queue(mCorners.get_allocator());
-    queue.push_back({0, mOutline.size() - 1, -1});
-    for (size_t current = 0; current < queue.size(); ++current)
-    {
-        const Open open = queue[current];
+        const Open open = mOpen[current];
         const size_t start = pieces.mCorners.size();
         appendPiece(pieces, open.mFirst, open.mLast);
         for (size_t at = start; at + 1 < pieces.mCorners.size(); ++at)
@@ -256,10 +256,10 @@ void ChordSolver::extract(ConvexPieces& pieces)
                 continue;
             }
             [[maybe_unused]] const bool fits =
-                KORV_ASSERT(queue.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
+                KORV_ASSERT(mOpen.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
                             "number of new polygons cannot be bigger than number of edges from the source polygon");
-            pieces.mNeighbours.push_back(static_cast<int32>(queue.size()));
-            queue.push_back({j, q, static_cast<int32>(current)});
+            pieces.mNeighbours.push_back(static_cast<int32>(mOpen.size()));
+            mOpen.push_back({j, q, static_cast<int32>(current)});
         }
         pieces.mNeighbours.push_back(open.mParent);
     }
@@ -268,7 +268,7 @@ void ChordSolver::extract(ConvexPieces& pieces)
 /// Where the chain against chord (i, k) begins; found anew where pricing has not kept it.
 int32 ChordSolver::findChain(int32 i, int32 k)
 {
-    int32 chain = mRootChain;
+    int32 chain = mRoot.mChain;
     if (!mTable.isRoot(i, k))
     {
         const ChordTable::Side* const side =
@@ -278,11 +278,19 @@ int32 ChordSolver::findChain(int32 i, int32 k)
     }
     if (chain >= 0)
         return chain;
-    const int32 record = searchChord(i, k, mTable.direction(i, k));
+    const Vec2<float> direction = mTable.direction(i, k);
+    const int32 record = searchChord(i, k, {-direction.mX, -direction.mY});
     [[maybe_unused]] const bool sound =
         KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
         KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
     return appendChain(mOwn, record);
+}
+
+/// Whether a way has a length; its square does exactly then.
+bool ChordSolver::haveDistance(int32 a, int32 b) const
+{
+    const Vec2<float> way = mOutline.way(a, b);
+    return dot(way, way) != 0.0f;
 }
 
 /// Appends the corners of the piece against chord (i, k), from k down to i.
@@ -292,15 +300,15 @@ void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
     pieces.mCorners.push_back(k);
     // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
-    [[maybe_unused]] const bool sound = KORV_ASSERT(mOutline.way(k, i).getLength() != 0.0f, "tmp2.getLength() != 0.0f",
-                                                    "cannot normalize null length vector");
+    [[maybe_unused]] const bool sound =
+        KORV_ASSERT(haveDistance(k, i), "tmp2.getLength() != 0.0f", "cannot normalize null length vector");
     while (place >= 0)
     {
         const int32 corner = mChains[static_cast<size_t>(place)];
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
         [[maybe_unused]] const bool apart =
-            KORV_ASSERT(mOutline.way(pieces.mCorners.back(), corner).getLength() != 0.0f, "tmp1.getLength() != 0.0f",
+            KORV_ASSERT(haveDistance(pieces.mCorners.back(), corner), "tmp1.getLength() != 0.0f",
                         "cannot normalize null length vector");
         pieces.mCorners.push_back(corner);
         place = corner != i ? place + 1 : ChainSearch::NONE;
