@@ -56,6 +56,33 @@ Vec2<float> inward(const Vec2<float>& before, const Vec2<float>& at, const Vec2<
     const Vec2<float> sum = normalised(at - before) + normalised(after - at);
     return normalised(Vec2<float>(sum.mY, -sum.mX));
 }
+
+/// Differences and products of floats lose nothing that matters here.
+Vec2<double> exactPlace(const Vec2<float>& point)
+{
+    return {static_cast<double>(point.mX), static_cast<double>(point.mY)};
+}
+
+/// Whether a test holds for every three corners in a row of a piece, beginning with its first ones.
+template <class Test>
+bool holdsAllAround(const Vector<Vec2<float>>& points, const int32* corners, size_t size, const Test& test)
+{
+    const auto following = [size](size_t at) { return at + 1 < size ? at + 1 : 0; };
+    const auto place = [&points, corners](size_t at) { return exactPlace(points[static_cast<size_t>(corners[at])]); };
+    size_t ahead = following(following(0));
+    Vec2<double> here = place(0);
+    Vec2<double> next = place(following(0));
+    for (size_t at = 0; at < size; ++at)
+    {
+        const Vec2<double> afterNext = place(ahead);
+        if (!test(here, next, afterNext))
+            return false;
+        here = next;
+        next = afterNext;
+        ahead = following(ahead);
+    }
+    return true;
+}
 } // namespace
 
 ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance, Rules rules)
@@ -148,10 +175,9 @@ void ConvexPolygonCreator::project(const Vector<Vec3<float>>& points, const Vec3
     Vec3<float> u;
     Vec3<float> v;
     Common::Geom::computePlaneBasis(u, v, axis);
-    mPolygon.mPoints.clear();
-    mPolygon.mPoints.reserve(points.size());
-    for (const Vec3<float>& point : points)
-        mPolygon.mPoints.push_back({dot(u, point), dot(v, point)});
+    mPolygon.mPoints.resize(points.size());
+    std::transform(points.begin(), points.end(), mPolygon.mPoints.begin(),
+                   [&](const Vec3<float>& point) { return Vec2<float>(dot(u, point), dot(v, point)); });
 }
 
 /// Relative to the first corner, where floats are densest, and in cubes, so that absolute tolerances become relative.
@@ -160,12 +186,15 @@ void ConvexPolygonCreator::projectInCubes(const Vector<Vec3<float>>& points, con
     Vec3<float> u;
     Vec3<float> v;
     Common::Geom::computePlaneBasis(u, v, axis);
-    mPolygon.mPoints.clear();
-    for (const Vec3<float>& point : points)
-    {
-        const Vec3<float> relative = (point - points[0]) * cubeScale();
-        mPolygon.mPoints.push_back({dot(u, relative), dot(v, relative)});
-    }
+    const Vec3<float> first = points[0];
+    const float scale = cubeScale();
+    mPolygon.mPoints.resize(points.size());
+    std::transform(points.begin(), points.end(), mPolygon.mPoints.begin(),
+                   [&](const Vec3<float>& point)
+                   {
+                       const Vec3<float> relative = (point - first) * scale;
+                       return Vec2<float>(dot(u, relative), dot(v, relative));
+                   });
 }
 
 void ConvexPolygonCreator::insetInPlace()
@@ -240,24 +269,17 @@ bool ConvexPolygonCreator::areAllConvex(const ConvexPieces& pieces) const
 
 bool ConvexPolygonCreator::isConvex(const int32* corners, size_t size) const
 {
-    const auto side = [this](int32 from, int32 to)
-    {
-        const Vec2<float>& a = mPolygon.mUnmoved[static_cast<size_t>(from)];
-        const Vec2<float>& b = mPolygon.mUnmoved[static_cast<size_t>(to)];
-        return Vec2<double>(static_cast<double>(b.mX) - static_cast<double>(a.mX),
-                            static_cast<double>(b.mY) - static_cast<double>(a.mY));
-    };
+    const Vec2<double> first = exactPlace(mPolygon.mUnmoved[static_cast<size_t>(corners[0])]);
     double area = 0.0;
-    for (size_t at = 0; at < size; ++at)
+    const auto turnsRight = [&](const Vec2<double>& here, const Vec2<double>& next, const Vec2<double>& afterNext)
     {
-        const int32 next = corners[(at + 1) % size];
-        const Vec2<double> arriving = side(corners[at], next);
-        const Vec2<double> leaving = side(next, corners[(at + 2) % size]);
-        if (cross(arriving, leaving) < -REFINED_DENT * arriving.getLength() * leaving.getLength())
-            return false;
-        area += cross(side(corners[0], corners[at]), side(corners[0], next));
-    }
-    return area >= -MIN_AREA;
+        const Vec2<double> arriving = next - here;
+        const Vec2<double> leaving = afterNext - next;
+        const double turn = cross(arriving, leaving);
+        area += cross(here - first, next - first);
+        return !(turn < 0.0) || !(turn < -REFINED_DENT * arriving.getLength() * leaving.getLength());
+    };
+    return holdsAllAround(mPolygon.mUnmoved, corners, size, turnsRight) && area >= -MIN_AREA;
 }
 
 void ConvexPolygonCreator::markReflexCorners()
@@ -302,38 +324,35 @@ bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vect
 
 bool ConvexPolygonCreator::turnsOneWay(const int32* corners, size_t size, double maxDepth) const
 {
-    for (size_t at = 0; at < size; ++at)
+    const auto turnsRight = [maxDepth](const Vec2<double>& here, const Vec2<double>& next, const Vec2<double>& afterNext)
     {
-        const int32 next = corners[(at + 1) % size];
-        const int32 afterNext = corners[(at + 2) % size];
-        const Vec2<double> arriving = exactSide(corners[at], next);
-        const Vec2<double> leaving = exactSide(next, afterNext);
+        const Vec2<double> arriving = next - here;
+        const Vec2<double> leaving = afterNext - next;
         const double wrongTurn = -cross(arriving, leaving);
-        if (wrongTurn > MAX_WRONG_TURN * arriving.getLength() * leaving.getLength() &&
-            wrongTurn > maxDepth * exactSide(corners[at], afterNext).getLength())
-            return false;
-    }
-    return true;
+        return !(wrongTurn > 0.0) || !(wrongTurn > MAX_WRONG_TURN * arriving.getLength() * leaving.getLength()) ||
+               !(wrongTurn > maxDepth * (afterNext - here).getLength());
+    };
+    return holdsAllAround(mPolygon.mPoints, corners, size, turnsRight);
 }
 
 bool ConvexPolygonCreator::isPieceSound(const int32* corners, size_t size) const
 {
+    const Vec2<double> first = exactPlace(mPolygon[corners[0]]);
     double area = 0.0;
     bool dented = false;
-    for (size_t at = 0; at < size; ++at)
+    const auto isInBounds = [&](const Vec2<double>& here, const Vec2<double>& next, const Vec2<double>& afterNext)
     {
-        const int32 here = corners[at];
-        const int32 next = corners[(at + 1) % size];
-        const int32 afterNext = corners[(at + 2) % size];
-        const Vec2<double> across = exactSide(here, afterNext);
+        area += cross(here - first, next - first);
+        const Vec2<double> across = afterNext - here;
+        const double turn = cross(next - here, across);
+        if (!(turn < 0.0))
+            return true;
         const double length = across.getLength();
-        const double turn = cross(exactSide(here, next), across);
-        if (turn < -length * (MAX_DENT + MAX_DENT_PER_LENGTH * length))
-            return false;
         dented = dented || turn < -length * MAX_DENT_PER_LENGTH;
-        area += cross(exactSide(corners[0], here), exactSide(corners[0], next));
-    }
-    return area >= -MIN_AREA && !(dented && crossesItself(corners, size));
+        return !(turn < -length * (MAX_DENT + MAX_DENT_PER_LENGTH * length));
+    };
+    return holdsAllAround(mPolygon.mPoints, corners, size, isInBounds) && area >= -MIN_AREA &&
+           !(dented && crossesItself(corners, size));
 }
 
 /// Two sides of a piece that cross: a dent that reaches the other side. Few pieces are looked at so closely.
@@ -357,13 +376,9 @@ bool ConvexPolygonCreator::crossesItself(const int32* corners, size_t size) cons
     return false;
 }
 
-/// From one corner to another; differences and products of floats lose nothing that matters here.
 Vec2<double> ConvexPolygonCreator::exactSide(int32 from, int32 to) const
 {
-    const Vec2<float>& a = mPolygon[from];
-    const Vec2<float>& b = mPolygon[to];
-    return {static_cast<double>(b.mX) - static_cast<double>(a.mX),
-            static_cast<double>(b.mY) - static_cast<double>(a.mY)};
+    return exactPlace(mPolygon[to]) - exactPlace(mPolygon[from]);
 }
 
 /// @return false when the outline has no decomposition, or the work was stopped.
