@@ -46,6 +46,8 @@ public:
     /// at all these corners must be in order, and no chain forced.
     /// @return false when they don't.
     bool priceSeenChains(float& cost, int32 corner, const Vec2<float>& back);
+    /// Writes the corners that the sides of a chain start at, from the last to the first. @return how many.
+    size_t copyChain(int32* corners, int32 record) const;
     const Record& getRecord(int32 record) const { return mRecords[static_cast<size_t>(record)]; }
     /// Whether some chain had to take a corner that is not convex, for want of another.
     bool wasForced() const { return mForced; }
@@ -80,4 +82,123 @@ private:
     Vector<Pivot> mPivots;
     Vector<Record> mRecords;
 };
+
+inline void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
+{
+    ++mSearch;
+    mFirst = first;
+    mForced = false;
+    uint32 place = 0;
+    for (; corners != end; ++corners)
+    {
+        const bool allTurns = mTable.getTurns(*corners) == ChordTable::Turns::ALL;
+        mPivots[static_cast<size_t>(*corners)] = {mSearch, place + 1, place + 1, allTurns};
+        place += 1 + (allTurns ? 1 : mTable.numLastSides(*corners));
+    }
+    if (mRecords.size() < place)
+        mRecords.resize(place);
+}
+
+/// Goes on along the sides to later corners. They come in increasing order, so that a record which has been used once
+/// needs no second look.
+inline void ChainSearch::pass(int32 corner)
+{
+    const Pivot pivot = getPivot(corner);
+    if (pivot.mBegin == pivot.mEnd)
+        return; // no piece reaches it: it takes no part
+    const Record* const records = mRecords.data();
+    uint32 record = pivot.mBegin;
+    uint32 best = record;
+    float bestCost = records[record].mCost;
+    const auto advance = [&](const Vec2<float>& leaving)
+    {
+        for (; record < pivot.mEnd && (pivot.mAllTurns || turnsConvex(records[record].mDirection, leaving)); ++record)
+        {
+            if (bestCost < records[record].mCost)
+                continue;
+            best = record;
+            bestCost = records[record].mCost;
+        }
+        mForced = mForced || record == pivot.mBegin;
+    };
+    Pivot* const pivots = mPivots.data();
+    if (mTable.isEdgeHidden(corner + 1) && takesPart(corner + 1))
+    {
+        const Vec2<float> direction = mTable.direction(corner, corner + 1);
+        advance(direction);
+        extend({direction, bestCost, corner, static_cast<int32>(best)}, pivots[corner + 1]);
+    }
+    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
+    for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
+    {
+        Pivot& target = pivots[side->mTo];
+        if (target.mSearch != mSearch)
+            continue;
+        advance(side->mDirection);
+        extend({side->mDirection, side->mCost + bestCost, corner, static_cast<int32>(best)}, target);
+    }
+}
+
+inline void ChainSearch::extend(const Record& chain, Pivot& target)
+{
+    Record* const records = mRecords.data();
+    if (!target.mAllTurns || target.mBegin == target.mEnd)
+        records[target.mEnd++] = chain;
+    else if (records[target.mBegin].mCost >= chain.mCost)
+        records[target.mBegin] = chain;
+}
+
+inline int32 ChainSearch::findClosing(int32 corner, const Vec2<float>& back) const
+{
+    const Pivot& pivot = getPivot(corner);
+    const Record* const records = mRecords.data();
+    const uint32 end = endWithoutHidden(corner);
+    int32 best = NONE;
+    float bestCost = 0.0f;
+    for (uint32 record = pivot.mBegin; record < end; ++record)
+    {
+        if (!pivot.mAllTurns && !turnsConvex(records[record].mDirection, back))
+            break;
+        if (best != NONE && !(bestCost >= records[record].mCost))
+            continue;
+        best = static_cast<int32>(record);
+        bestCost = records[record].mCost;
+    }
+    // the closing edge of the outline takes what there is
+    if (best == NONE && pivot.mBegin < end && mTable.isRoot(mFirst, corner))
+        best = static_cast<int32>(pivot.mBegin);
+    return best;
+}
+
+/// End of the records of a corner whose last side may be one of a piece against it: a hidden edge is not.
+inline uint32 ChainSearch::endWithoutHidden(int32 corner) const
+{
+    const Pivot& pivot = getPivot(corner);
+    const bool hidden =
+        mTable.isEdgeHidden(corner) && isReached(corner) && mRecords[pivot.mEnd - 1].mFrom + 1 == corner;
+    return pivot.mEnd - (hidden ? 1 : 0);
+}
+
+inline size_t ChainSearch::copyChain(int32* corners, int32 record) const
+{
+    const Record* const records = mRecords.data();
+    size_t size = 0;
+    for (; record != NONE; record = records[record].mPrevious)
+        corners[size++] = records[record].mFrom;
+    return size;
+}
+
+inline bool ChainSearch::isChainSeen(int32 record, int32 corner) const
+{
+    if (record == NONE)
+        return true;
+    // the last side is one, so its corner sees the end; the record without one before it starts at the first corner
+    const Record* const records = mRecords.data();
+    for (record = records[record].mPrevious; record != NONE; record = records[record].mPrevious)
+    {
+        if (records[record].mPrevious != NONE && !mTable.sees(records[record].mFrom, corner))
+            return false;
+    }
+    return true;
+}
 } // namespace KORV::NavMesh

@@ -50,7 +50,7 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 {
     mRoot = {mOutline.size() - 1, ChordTable::UNSOLVED, {}, ChainSearch::NONE};
     mNumOwnSearches = 0;
-    mChains.clear();
+    mNumKept = 0;
     if (!mTable.build(stop))
         return Result::STOPPED;
     mRoom = std::min(mTable.getNumSides() * KEPT_CORNERS_PER_SIDE, MAX_KEPT_CORNERS);
@@ -135,7 +135,7 @@ float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search,
 {
     if (record < 0)
         return ChordTable::UNSOLVED;
-    if (mChains.size() < mRoom)
+    if (mNumKept < mRoom)
         chord.mChain = appendChain(search, record);
     return search.getRecord(record).mCost;
 }
@@ -145,10 +145,13 @@ int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
 {
     if (record < 0)
         return ChainSearch::NONE;
-    const int32 start = static_cast<int32>(mChains.size());
-    for (; record >= 0; record = search.getRecord(record).mPrevious)
-        mChains.push_back(search.getRecord(record).mFrom);
-    return start;
+    const size_t start = mNumKept;
+    const size_t longest = mOutline.mPoints.size();
+    if (mChains.size() < start + longest)
+        mChains.resize(2 * mChains.size() + longest);
+    int32* const corners = mChains.data() + start;
+    mNumKept += search.copyChain(corners, record);
+    return static_cast<int32>(start);
 }
 
 /// Whether the costs of a search that has passed all its corners before k are lower bounds for k.

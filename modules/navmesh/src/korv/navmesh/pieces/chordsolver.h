@@ -65,7 +65,8 @@ private:
     const ChordTable::Side* mWindowSide = nullptr;
     Vector<int32> mUnordered; // corners that the first one sees where the answers depend on who takes part
     Vector<int32> mChains;    // corners of chains, each from the last to the first
-    size_t mRoom = 0;         // for corners of chains that are kept
+    size_t mNumKept = 0;      // of them that are in use
+    size_t mRoom = 0;         // as many may be kept
     Vector<int32> mCorners;   // scratch
     Vector<Open> mOpen;       // pieces found by extract, in their order
     ChordTable::Side mRoot{}; // the closing edge of the outline
