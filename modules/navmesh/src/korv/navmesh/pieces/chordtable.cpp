@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 // The search for pieces asks again and again whether a chain that comes from f may go over p to t. Directions from p to
 // the corners it sees turn clockwise with their index, beginning at p + 1: so the f that may are a leading run, and it
@@ -66,7 +67,6 @@ void ChordTable::startOutline()
     const size_t n = mOutline.mPoints.size();
     mLater.clear();
     mLaterStart.assign(1, 0);
-    mSides.clear();
     mSideStart.assign(1, 0);
     mEdgeHidden.assign(n + 1, 0);
     mNumLastSides.assign(n, 1);
@@ -104,26 +104,29 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
 /// @param start  of the list.
 void ChordTable::appendSides(int32 i, size_t start)
 {
-    const bool reflex = mOutline.isReflex(i);
+    const size_t room = mLater.size() - start + NUM_LANES;
+    if (mSides.size() < mSideStart.back() + room)
+        mSides.resize(2 * mSides.size() + room);
+    Side* side = mSides.data() + mSideStart.back();
+    uint64* const seeing = mSeeing.data() + static_cast<size_t>(i) / WORD_BITS;
     const uint64 bit = uint64(1) << (static_cast<uint32>(i) % WORD_BITS);
-    for (size_t at = start; at < mLater.size(); ++at)
+    const bool reflex = mOutline.isReflex(i);
+    const int32* const end = mLater.data() + mLater.size();
+    for (const int32* k = mLater.data() + start; k != end; ++k)
     {
-        const int32 k = mLater[at];
         if (mRowWords > 0)
-            mSeeing[seeingWord(i, k)] |= bit;
-        if (i + 1 == k || ((reflex || mOutline.isReflex(k)) && !isRoot(i, k)))
-            mSides.push_back({k, 0.0f, mOutline.way(i, k), -1});
+            seeing[static_cast<size_t>(*k) * mRowWords] |= bit;
+        if (i + 1 == *k || ((reflex || mOutline.isReflex(*k)) && !isRoot(i, *k)))
+            *side++ = {*k, 0.0f, mOutline.way(i, *k), -1};
     }
     mLaterStart.push_back(static_cast<uint32>(mLater.size()));
-    mSideStart.push_back(static_cast<uint32>(mSides.size()));
+    mSideStart.push_back(static_cast<uint32>(side - mSides.data()));
 }
 
 /// Turns the ways along sides to directions, and sets their costs. Four at a time: each rounds as it does alone.
 void ChordTable::measureSides()
 {
-    const size_t numSides = mSides.size();
-    mSides.resize((numSides + NUM_LANES - 1) / NUM_LANES * NUM_LANES);
-    for (Side* side = mSides.data(); side != mSides.data() + mSides.size(); side += NUM_LANES)
+    for (Side* side = mSides.data(); side < mSides.data() + getNumSides(); side += NUM_LANES)
     {
         FloatLanes x{side[0].mDirection.mX, side[1].mDirection.mX, side[2].mDirection.mX, side[3].mDirection.mX};
         FloatLanes y{side[0].mDirection.mY, side[1].mDirection.mY, side[2].mDirection.mY, side[3].mDirection.mY};
@@ -137,7 +140,6 @@ void ChordTable::measureSides()
             side[lane].mDirection = {x[lane], y[lane]};
         }
     }
-    mSides.resize(numSides);
     for (int32 i = 0; i < mOutline.size(); ++i)
     {
         if (sidesBegin(i) != sidesEnd(i) && sidesBegin(i)->mTo == i + 1)
@@ -148,15 +150,15 @@ void ChordTable::measureSides()
 /// Lists the directions of sides by their later corner, each list by increasing first corner.
 void ChordTable::transpose()
 {
-    const size_t n = mOutline.mPoints.size();
-    mArrivalStart.assign(n + 2, 0);
-    for (const Side& side : mSides)
-        ++mArrivalStart[static_cast<size_t>(side.mTo) + 2];
-    for (size_t k = 2; k < mArrivalStart.size(); ++k)
-        mArrivalStart[k] += mArrivalStart[k - 1];
-    mArriving.resize(mSides.size());
-    for (const Side& side : mSides) // moves each start to the one of the list behind
-        mArriving[mArrivalStart[static_cast<size_t>(side.mTo) + 1]++] = side.mDirection;
+    const std::span<const Side> sides(mSides.data(), getNumSides());
+    mArrivalStart.assign(mOutline.mPoints.size() + 2, 0);
+    uint32* const start = mArrivalStart.data() + 1;
+    for (const Side& side : sides)
+        ++start[static_cast<size_t>(side.mTo) + 1];
+    std::partial_sum(mArrivalStart.begin(), mArrivalStart.end(), mArrivalStart.begin());
+    mArriving.resize(sides.size());
+    for (const Side& side : sides) // moves each start to the one of the list behind
+        mArriving[start[static_cast<size_t>(side.mTo)]++] = side.mDirection;
 }
 
 bool ChordTable::isListed(int32 i, int32 k) const

@@ -78,7 +78,7 @@ public:
     /// Sides that start at i, by increasing later corner.
     Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
     Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
-    size_t getNumSides() const { return mSides.size(); }
+    size_t getNumSides() const { return mSideStart.back(); }
     /// Tells that the sides that start at i have been priced.
     void markPriced(int32 i)
     {
@@ -139,7 +139,7 @@ private:
     Vector<uint64> mSeeing; // the same as bits, a row for each later corner, for outlines that are not too large
     size_t mRowWords = 0;   // 0: no bits
     Vector<uint32> mSideStart;
-    Vector<Side> mSides;
+    Vector<Side> mSides; // and room for more
     Vector<uint32> mArrivalStart;
     Vector<Vec2<float>> mArriving; // directions of sides by their later corner
     Vector<Vec2<float>> mWithEdge; // those of one corner and of its hidden edge
