@@ -93,7 +93,7 @@ inline void ChainSearch::begin(int32 first, const int32* corners, const int32* e
     {
         const bool allTurns = mTable.getTurns(*corners) == ChordTable::Turns::ALL;
         mPivots[static_cast<size_t>(*corners)] = {mSearch, place + 1, place + 1, allTurns};
-        place += 1 + (allTurns ? 1 : mTable.numLastSides(*corners));
+        place += mTable.numChains(*corners);
     }
     if (mRecords.size() < place)
         mRecords.resize(place);

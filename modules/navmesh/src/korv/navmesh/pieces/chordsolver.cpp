@@ -62,7 +62,6 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
         if (stop.load(std::memory_order_relaxed))
             return Result::STOPPED;
         solveFrom(i);
-        mTable.markPriced(i);
     }
     return mRoot.mCost < ChordTable::UNSOLVED ? Result::SOLVED : Result::UNSOLVABLE;
 }

@@ -45,7 +45,7 @@ FloatLanes squareRoots(FloatLanes lanes)
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
       mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mArrivalStart(allocator),
-      mArriving(allocator), mWithEdge(allocator), mEdgeHidden(allocator), mNumLastSides(allocator), mTurns(allocator)
+      mArriving(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator), mFan(allocator)
 {
 }
 
@@ -54,11 +54,10 @@ bool ChordTable::build(const std::atomic<bool>& stop)
     startOutline();
     if (!findVisible(stop))
         return false;
+    listSides();
     measureSides();
     transpose();
-    mTurns.resize(mOutline.mPoints.size());
-    for (int32 p = 0; p < mOutline.size(); ++p)
-        mTurns[static_cast<size_t>(p)] = classifyTurns(p);
+    classifyCorners();
     return !stop.load(std::memory_order_relaxed);
 }
 
@@ -67,9 +66,7 @@ void ChordTable::startOutline()
     const size_t n = mOutline.mPoints.size();
     mLater.clear();
     mLaterStart.assign(1, 0);
-    mSideStart.assign(1, 0);
     mEdgeHidden.assign(n + 1, 0);
-    mNumLastSides.assign(n, 1);
     mRowWords = n <= MAX_BIT_ROWS ? (n + WORD_BITS - 1) / WORD_BITS : 0;
     mSeeing.assign(mRowWords * n, 0);
 }
@@ -87,40 +84,47 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
         {
             mVisibility.appendVisible(mLater, i);
             if (mLater.size() == start || mLater[start] != i + 1)
-            {
                 mEdgeHidden[static_cast<size_t>(i) + 1] = 1;
-                ++mNumLastSides[static_cast<size_t>(i) + 1];
-            }
         }
         // the closing edge is there, whatever the sweep says
         if (i == 0 && (mLater.empty() || mLater.back() != n - 1))
             mLater.push_back(n - 1);
-        appendSides(i, start);
+        mLaterStart.push_back(static_cast<uint32>(mLater.size()));
     }
     return true;
 }
 
-/// Ends the list of corners after i that see it: marks them as bits, and lists the sides to them.
-/// @param start  of the list.
-void ChordTable::appendSides(int32 i, size_t start)
+/// Lists the sides among the pairs that see each other, and marks the pairs as bits.
+void ChordTable::listSides()
 {
-    const size_t room = mLater.size() - start + NUM_LANES;
-    if (mSides.size() < mSideStart.back() + room)
-        mSides.resize(2 * mSides.size() + room);
-    Side* side = mSides.data() + mSideStart.back();
+    mSideStart.assign(1, 0);
+    for (int32 i = 0; i < mOutline.size(); ++i)
+    {
+        const size_t room = static_cast<size_t>(laterEnd(i) - laterBegin(i)) + NUM_LANES;
+        if (mSides.size() < mSideStart.back() + room)
+            mSides.resize(2 * mSides.size() + room);
+        const Side* const end = appendSides(mSides.data() + mSideStart.back(), i);
+        mSideStart.push_back(static_cast<uint32>(end - mSides.data()));
+    }
+}
+
+/// @return behind the last side.
+inline ChordTable::Side* ChordTable::appendSides(Side* side, int32 i)
+{
+    const Vec2<float>* const points = mOutline.measured().data();
+    const Vec2<float> here = points[i];
+    const bool reflex = mOutline.isReflex(i);
     uint64* const seeing = mSeeing.data() + static_cast<size_t>(i) / WORD_BITS;
     const uint64 bit = uint64(1) << (static_cast<uint32>(i) % WORD_BITS);
-    const bool reflex = mOutline.isReflex(i);
-    const int32* const end = mLater.data() + mLater.size();
-    for (const int32* k = mLater.data() + start; k != end; ++k)
+    for (const int32* later = laterBegin(i); later != laterEnd(i); ++later)
     {
+        const int32 k = *later;
         if (mRowWords > 0)
-            seeing[static_cast<size_t>(*k) * mRowWords] |= bit;
-        if (i + 1 == *k || ((reflex || mOutline.isReflex(*k)) && !isRoot(i, *k)))
-            *side++ = {*k, 0.0f, mOutline.way(i, *k), -1};
+            seeing[static_cast<size_t>(k) * mRowWords] |= bit;
+        if (i + 1 == k || ((reflex || mOutline.isReflex(k)) && !isRoot(i, k)))
+            *side++ = {k, 0.0f, points[k] - here, -1};
     }
-    mLaterStart.push_back(static_cast<uint32>(mLater.size()));
-    mSideStart.push_back(static_cast<uint32>(side - mSides.data()));
+    return side;
 }
 
 /// Turns the ways along sides to directions, and sets their costs. Four at a time: each rounds as it does alone.
@@ -150,15 +154,15 @@ void ChordTable::measureSides()
 /// Lists the directions of sides by their later corner, each list by increasing first corner.
 void ChordTable::transpose()
 {
-    const std::span<const Side> sides(mSides.data(), getNumSides());
     mArrivalStart.assign(mOutline.mPoints.size() + 2, 0);
     uint32* const start = mArrivalStart.data() + 1;
-    for (const Side& side : sides)
-        ++start[static_cast<size_t>(side.mTo) + 1];
+    const Side* const end = mSides.data() + getNumSides();
+    for (const Side* side = mSides.data(); side != end; ++side)
+        ++start[side->mTo + 1];
     std::partial_sum(mArrivalStart.begin(), mArrivalStart.end(), mArrivalStart.begin());
-    mArriving.resize(sides.size());
-    for (const Side& side : sides) // moves each start to the one of the list behind
-        mArriving[start[static_cast<size_t>(side.mTo)]++] = side.mDirection;
+    mArriving.resize(getNumSides());
+    for (const Side* side = mSides.data(); side != end; ++side) // moves each start to the one of the list behind
+        mArriving[start[side->mTo]++] = side->mDirection;
 }
 
 bool ChordTable::isListed(int32 i, int32 k) const
@@ -166,15 +170,50 @@ bool ChordTable::isListed(int32 i, int32 k) const
     return std::binary_search(laterBegin(i), laterEnd(i), k);
 }
 
-ChordTable::Around ChordTable::gatherAround(int32 p)
+void ChordTable::classifyCorners()
 {
+    mTurns.resize(mOutline.mPoints.size());
+    mNumChains.resize(mOutline.mPoints.size());
+    for (int32 p = 0; p < mOutline.size(); ++p)
+    {
+        const size_t at = static_cast<size_t>(p);
+        const Turns turns = classifyTurns(p);
+        mTurns[at] = turns;
+        const uint32 numLast = mArrivalStart[at + 1] - mArrivalStart[at] + mEdgeHidden[at];
+        mNumChains[at] = 1 + (turns == Turns::ALL ? 1 : numLast);
+    }
+}
+
+void ChordTable::gatherFan(int32 p)
+{
+    const Side* const leaving = sidesBegin(p);
     const Vec2<float>* const arriving = mArriving.data() + mArrivalStart[static_cast<size_t>(p)];
-    const Vec2<float>* const end = mArriving.data() + mArrivalStart[static_cast<size_t>(p) + 1];
+    mFan.mNumLeaving = static_cast<size_t>(sidesEnd(p) - leaving);
+    mFan.mNumArriving = mArrivalStart[static_cast<size_t>(p) + 1] - mArrivalStart[static_cast<size_t>(p)];
+    const size_t room = mFan.size() + 1 + 2 * NUM_LANES;
+    if (mFan.mX.size() < room)
+    {
+        mFan.mX.resize(2 * room);
+        mFan.mY.resize(2 * room);
+    }
+    float* x = mFan.mX.data();
+    float* y = mFan.mY.data();
+    for (size_t at = 0; at < mFan.mNumLeaving; ++at)
+    {
+        *x++ = leaving[at].mDirection.mX;
+        *y++ = leaving[at].mDirection.mY;
+    }
+    for (size_t at = 0; at < mFan.mNumArriving; ++at)
+    {
+        *x++ = -arriving[at].mX;
+        *y++ = -arriving[at].mY;
+    }
     if (!isEdgeHidden(p))
-        return {{sidesBegin(p), sidesEnd(p)}, {arriving, end}};
-    mWithEdge.assign(arriving, end);
-    mWithEdge.push_back(direction(p - 1, p));
-    return {{sidesBegin(p), sidesEnd(p)}, mWithEdge};
+        return;
+    const Vec2<float> edge = direction(p - 1, p);
+    *x = -edge.mX;
+    *y = -edge.mY;
+    ++mFan.mNumArriving;
 }
 
 ChordTable::Turns ChordTable::classifyTurns(int32 p)
@@ -182,88 +221,123 @@ ChordTable::Turns ChordTable::classifyTurns(int32 p)
     if (isEdgeHidden(p + 1))
         return Turns::UNORDERED;
     const bool reflex = mOutline.isReflex(p);
-    const Around around = gatherAround(p);
-    const bool oneSided = around.mLeaving.empty() || around.mArriving.empty();
-    const Spread spread = isEdgeHidden(p) ? Spread::UNKNOWN : findSpread(around);
+    gatherFan(p);
+    const bool oneSided = mFan.mNumLeaving == 0 || mFan.mNumArriving == 0;
+    const Spread spread = isEdgeHidden(p) ? Spread::UNKNOWN : findSpread();
     if (spread == Spread::HALF_TURN && !reflex)
         return Turns::ALL;
     if (spread == Spread::HALF_TURN && oneSided)
         return Turns::ORDERED;
-    if (spread != Spread::UNKNOWN && reflex && isOrderClear(around))
+    if (spread != Spread::UNKNOWN && reflex && isOrderClear())
         return Turns::ORDERED;
-    if (!isOrdered(around))
+    if (!isOrdered())
         return Turns::UNORDERED;
     // at a convex corner every turn is convex, whichever arrivals there are
-    const bool all = oneSided || turnsConvex(around.mArriving.back(), around.mLeaving.front().mDirection);
+    const bool all = oneSided || turnsConvex(mFan.arriving(mFan.mNumArriving - 1), mFan.leaving(0));
     return reflex || all ? Turns::ORDERED : Turns::UNORDERED;
 }
 
-/// What directions to the other ends of the sides span, if they turn clockwise up to noise.
-ChordTable::Spread ChordTable::findSpread(const Around& around)
+/// What the directions from the corner at hand span, if they turn clockwise up to noise.
+ChordTable::Spread ChordTable::findSpread() const
 {
-    if (around.mLeaving.empty())
-        return around.mArriving.empty() ? Spread::HALF_TURN : Spread::UNKNOWN;
-    const Vec2<float> first = around.mLeaving.front().mDirection;
+    if (mFan.mNumLeaving == 0)
+        return mFan.mNumArriving == 0 ? Spread::HALF_TURN : Spread::UNKNOWN;
+    const Spread steady = findSteadySpread();
+    if (steady != Spread::UNKNOWN)
+        return steady;
+    const Vec2<float> first = mFan.leaving(0);
     Vec2<float> farthest = first;
     bool pastQuarter = false;
     bool withinHalf = true;
-    const auto follow = [&](const Vec2<float>& direction)
+    for (size_t at = 0; at < mFan.size(); ++at)
     {
+        const Vec2<float> direction{mFan.mX[at], mFan.mY[at]};
         const float turn = cross(farthest, direction);
         if (turn > NOISE || (turn >= -NOISE && dot(farthest, direction) <= 0.0f))
-            return false;
+            return Spread::UNKNOWN;
         if (turn < -NOISE)
             farthest = direction;
         const bool ahead = dot(first, direction) > 0.0f;
         const float turnOfAll = cross(first, direction);
-        withinHalf = withinHalf && turnOfAll <= HALF_TURN;
         pastQuarter = pastQuarter || !ahead;
-        return !ahead || !pastQuarter || turnOfAll > FULL_TURN;
-    };
-    for (const Side& leaving : around.mLeaving)
-    {
-        if (!follow(leaving.mDirection))
+        if (ahead && pastQuarter && !(turnOfAll > FULL_TURN))
             return Spread::UNKNOWN;
-    }
-    for (const Vec2<float>& arriving : around.mArriving)
-    {
-        if (!follow({-arriving.mX, -arriving.mY}))
-            return Spread::UNKNOWN;
+        withinHalf = withinHalf && turnOfAll <= HALF_TURN;
     }
     return withinHalf ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
+/// The same for few directions, each of which turns on by more than noise, and which don't come near to a full turn
+/// again: almost always so. Else UNKNOWN.
+ChordTable::Spread ChordTable::findSteadySpread() const
+{
+    constexpr size_t STEP = 2 * NUM_LANES;
+    const size_t size = mFan.size();
+    if (size > WORD_BITS)
+        return Spread::UNKNOWN;
+    const FloatLanes firstX = sameLanes(mFan.mX[0]);
+    const FloatLanes firstY = sameLanes(mFan.mY[0]);
+    uint64 turnsOn = uint64(1) << (size - 1);
+    uint64 ahead = 0;
+    uint64 beyondHalf = 0;
+    for (size_t at = 0; at < size; at += STEP)
+    {
+        MaskLanes on[2];
+        MaskLanes front[2];
+        MaskLanes beyond[2];
+        for (size_t half = 0; half < 2; ++half)
+        {
+            const float* const fromX = mFan.mX.data() + at + half * NUM_LANES;
+            const float* const fromY = mFan.mY.data() + at + half * NUM_LANES;
+            const FloatLanes x = loadLanes(fromX);
+            const FloatLanes y = loadLanes(fromY);
+            on[half] = x * loadLanes(fromY + 1) - loadLanes(fromX + 1) * y < -NOISE;
+            front[half] = firstX * x + firstY * y > 0.0f;
+            beyond[half] = ~(firstX * y - x * firstY <= HALF_TURN);
+        }
+        turnsOn |= uint64(gatherBits(on[0], on[1])) << at;
+        ahead |= uint64(gatherBits(front[0], front[1])) << at;
+        beyondHalf |= uint64(gatherBits(beyond[0], beyond[1])) << at;
+    }
+    const uint64 all = ~uint64(0) >> (WORD_BITS - size);
+    ahead &= all;
+    const bool aheadFirst = (ahead & 1) != 0 && (ahead & (ahead + 1)) == 0;
+    if ((turnsOn & all) != all || !aheadFirst)
+        return Spread::UNKNOWN;
+    return (beyondHalf & all) == 0 ? Spread::HALF_TURN : Spread::FULL_TURN;
+}
+
 /// Whether for each side that leaves, the last arrival that may go on and the first that may not are clear of the
 /// limit. Directions must turn one way.
-bool ChordTable::isOrderClear(const Around& around)
+bool ChordTable::isOrderClear() const
 {
-    const std::span<const Vec2<float>> arriving = around.mArriving;
     size_t run = 0;
-    for (const Side& leaving : around.mLeaving)
+    for (size_t at = 0; at < mFan.mNumLeaving; ++at)
     {
-        while (run < arriving.size() && turnsConvex(arriving[run], leaving.mDirection))
+        const Vec2<float> leaving = mFan.leaving(at);
+        while (run < mFan.mNumArriving && turnsConvex(mFan.arriving(run), leaving))
             ++run;
-        if (run > 0 && !(cross(arriving[run - 1], leaving.mDirection) < CONVEX_LIMIT - CLEAR))
+        if (run > 0 && !(cross(mFan.arriving(run - 1), leaving) < CONVEX_LIMIT - CLEAR))
             return false;
-        if (run < arriving.size() && !(cross(arriving[run], leaving.mDirection) > CONVEX_LIMIT + CLEAR))
+        if (run < mFan.mNumArriving && !(cross(mFan.arriving(run), leaving) > CONVEX_LIMIT + CLEAR))
             return false;
     }
     return true;
 }
 
 /// The same by asking for every pair.
-bool ChordTable::isOrdered(const Around& around)
+bool ChordTable::isOrdered() const
 {
-    const std::span<const Vec2<float>> arriving = around.mArriving;
     size_t run = 0; // arrivals that may go on along the side before
-    for (const Side& leaving : around.mLeaving)
+    for (size_t at = 0; at < mFan.mNumLeaving; ++at)
     {
+        const Vec2<float> leaving = mFan.leaving(at);
         size_t end = 0;
-        while (end < arriving.size() && turnsConvex(arriving[end], leaving.mDirection))
+        while (end < mFan.mNumArriving && turnsConvex(mFan.arriving(end), leaving))
             ++end;
-        for (size_t later = end; later < arriving.size(); ++later)
+        for (size_t later = end; later < mFan.mNumArriving; ++later)
         {
-            if (turnsConvex(arriving[later], leaving.mDirection))
+            if (turnsConvex(mFan.arriving(later), leaving))
                 return false;
         }
         if (end < run)

@@ -3,7 +3,6 @@
 #include "korv/navmesh/pieces/outlinevisibility.h"
 
 #include <atomic>
-#include <span>
 
 namespace KORV::NavMesh
 {
@@ -17,11 +16,12 @@ struct PlaneOutline
 
     int32 size() const { return static_cast<int32>(mPoints.size()); }
     const Vec2<float>& operator[](int32 corner) const { return mPoints[static_cast<size_t>(corner)]; }
+    /// What lengths and turns are measured between.
+    const Vector<Vec2<float>>& measured() const { return mUnmoved.empty() ? mPoints : mUnmoved; }
     /// From one corner to another, as lengths and turns are measured.
     Vec2<float> way(int32 from, int32 to) const
     {
-        const Vector<Vec2<float>>& points = mUnmoved.empty() ? mPoints : mUnmoved;
-        return points[static_cast<size_t>(to)] - points[static_cast<size_t>(from)];
+        return measured()[static_cast<size_t>(to)] - measured()[static_cast<size_t>(from)];
     }
     bool isReflex(int32 corner) const { return mReflex[static_cast<size_t>(corner)] != 0; }
 
@@ -79,15 +79,9 @@ public:
     Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
     Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
     size_t getNumSides() const { return mSideStart.back(); }
-    /// Tells that the sides that start at i have been priced.
-    void markPriced(int32 i)
-    {
-        for (const Side* side = sidesBegin(i); side != sidesEnd(i); ++side)
-            ++mNumLastSides[static_cast<size_t>(side->mTo)];
-    }
-    /// At most so many sides can be the last of a chain to corner k: the priced ones that end there, one from the first
-    /// corner of the search, and a hidden edge.
-    uint32 numLastSides(int32 k) const { return mNumLastSides[static_cast<size_t>(k)]; }
+    /// So many chains to corner k may have to be kept by a search that passes it: one for each side that ends there, one
+    /// for a hidden edge, and one from the first corner of the search. Where all turns are convex the cheapest will do.
+    uint32 numChains(int32 k) const { return mNumChains[static_cast<size_t>(k)]; }
 
     /// The closing edge of the outline is no side, though it joins first and last corner.
     bool isRoot(int32 i, int32 k) const { return i == 0 && k == mOutline.size() - 1; }
@@ -98,12 +92,20 @@ public:
     Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline.way(a, b)); }
 
 private:
-    /// The sides at a corner: those that leave, in the order of Side, and directions of those that arrive from earlier
-    /// corners, by increasing first corner.
-    struct Around
+    /// Directions from a corner to the other ends of its sides: of those that leave, then of those that arrive, each by
+    /// increasing corner.
+    struct Fan
     {
-        std::span<const Side> mLeaving;
-        std::span<const Vec2<float>> mArriving;
+        explicit Fan(Common::Memory::Allocator* allocator) : mX(allocator), mY(allocator) {}
+        Vec2<float> leaving(size_t at) const { return {mX[at], mY[at]}; }
+        /// On its way to the corner.
+        Vec2<float> arriving(size_t at) const { return {-mX[mNumLeaving + at], -mY[mNumLeaving + at]}; }
+        size_t size() const { return mNumLeaving + mNumArriving; }
+
+        Vector<float> mX; // and room for lanes that begin at any of them
+        Vector<float> mY;
+        size_t mNumLeaving = 0;
+        size_t mNumArriving = 0;
     };
 
     /// What directions from a corner span, from the first one clockwise.
@@ -123,14 +125,17 @@ private:
     bool isListed(int32 i, int32 k) const;
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
-    void appendSides(int32 i, size_t start);
+    void listSides();
+    Side* appendSides(Side* side, int32 i);
     void measureSides();
     void transpose();
-    Around gatherAround(int32 p);
+    void classifyCorners();
+    void gatherFan(int32 p);
     Turns classifyTurns(int32 p);
-    static Spread findSpread(const Around& around);
-    static bool isOrderClear(const Around& around);
-    static bool isOrdered(const Around& around);
+    Spread findSpread() const;
+    Spread findSteadySpread() const;
+    bool isOrderClear() const;
+    bool isOrdered() const;
 
     const PlaneOutline& mOutline;
     OutlineVisibility mVisibility;
@@ -142,10 +147,10 @@ private:
     Vector<Side> mSides; // and room for more
     Vector<uint32> mArrivalStart;
     Vector<Vec2<float>> mArriving; // directions of sides by their later corner
-    Vector<Vec2<float>> mWithEdge; // those of one corner and of its hidden edge
     Vector<uint8> mEdgeHidden;
-    Vector<uint32> mNumLastSides;
     Vector<Turns> mTurns;
+    Vector<uint32> mNumChains;
+    Fan mFan; // of the corner at hand
 };
 
 /// Whether a turn is to the right, straight on, or to the left by no more than 0.0001 (as sine).
