@@ -32,6 +32,11 @@ constexpr float CONVEX_LIMIT = 0.0001f;
 /// Up to this many corners the pairs that see each other are kept as bits too: half a megabyte.
 constexpr size_t MAX_BIT_ROWS = 2048;
 
+uint64 laneBits(MaskLanes lanes)
+{
+    return gatherBits(lanes, MaskLanes{});
+}
+
 FloatLanes squareRoots(FloatLanes lanes)
 {
 #ifdef __SSE__
@@ -267,11 +272,9 @@ ChordTable::Spread ChordTable::findSpread() const
     return withinHalf ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
-/// The same for few directions, each of which turns on by more than noise, and which don't come near to a full turn
-/// again: almost always so. Else UNKNOWN.
+/// The same for few directions each of which turns on by more than noise, as almost always. Else UNKNOWN.
 ChordTable::Spread ChordTable::findSteadySpread() const
 {
-    constexpr size_t STEP = 2 * NUM_LANES;
     const size_t size = mFan.size();
     if (size > WORD_BITS)
         return Spread::UNKNOWN;
@@ -279,32 +282,25 @@ ChordTable::Spread ChordTable::findSteadySpread() const
     const FloatLanes firstY = sameLanes(mFan.mY[0]);
     uint64 turnsOn = uint64(1) << (size - 1);
     uint64 ahead = 0;
-    uint64 beyondHalf = 0;
-    for (size_t at = 0; at < size; at += STEP)
+    uint64 clear = 0;
+    uint64 beyond = 0;
+    for (size_t at = 0; at < size; at += NUM_LANES)
     {
-        MaskLanes on[2];
-        MaskLanes front[2];
-        MaskLanes beyond[2];
-        for (size_t half = 0; half < 2; ++half)
-        {
-            const float* const fromX = mFan.mX.data() + at + half * NUM_LANES;
-            const float* const fromY = mFan.mY.data() + at + half * NUM_LANES;
-            const FloatLanes x = loadLanes(fromX);
-            const FloatLanes y = loadLanes(fromY);
-            on[half] = x * loadLanes(fromY + 1) - loadLanes(fromX + 1) * y < -NOISE;
-            front[half] = firstX * x + firstY * y > 0.0f;
-            beyond[half] = ~(firstX * y - x * firstY <= HALF_TURN);
-        }
-        turnsOn |= uint64(gatherBits(on[0], on[1])) << at;
-        ahead |= uint64(gatherBits(front[0], front[1])) << at;
-        beyondHalf |= uint64(gatherBits(beyond[0], beyond[1])) << at;
+        const FloatLanes x = loadLanes(mFan.mX.data() + at);
+        const FloatLanes y = loadLanes(mFan.mY.data() + at);
+        const FloatLanes turn = x * loadLanes(mFan.mY.data() + at + 1) - loadLanes(mFan.mX.data() + at + 1) * y;
+        const FloatLanes turnOfAll = firstX * y - x * firstY;
+        turnsOn |= laneBits(turn < -NOISE) << at;
+        ahead |= laneBits(firstX * x + firstY * y > 0.0f) << at;
+        clear |= laneBits(turnOfAll > FULL_TURN) << at;
+        beyond |= laneBits(turnOfAll > HALF_TURN) << at;
     }
     const uint64 all = ~uint64(0) >> (WORD_BITS - size);
     ahead &= all;
-    const bool aheadFirst = (ahead & 1) != 0 && (ahead & (ahead + 1)) == 0;
-    if ((turnsOn & all) != all || !aheadFirst)
+    const uint64 aheadAgain = ahead & (ahead + 1); // without those before the first one that is not
+    if ((turnsOn & all) != all || (ahead & 1) == 0 || (aheadAgain & ~clear) != 0)
         return Spread::UNKNOWN;
-    return (beyondHalf & all) == 0 ? Spread::HALF_TURN : Spread::FULL_TURN;
+    return (beyond & all) == 0 ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
 /// Whether for each side that leaves, the last arrival that may go on and the first that may not are clear of the
