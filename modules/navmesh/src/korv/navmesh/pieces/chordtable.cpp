@@ -50,7 +50,7 @@ FloatLanes squareRoots(FloatLanes lanes)
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
       mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mArrivalStart(allocator),
-      mArriving(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator), mFan(allocator)
+      mBackX(allocator), mBackY(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator), mFan(allocator)
 {
 }
 
@@ -110,26 +110,35 @@ void ChordTable::listSides()
             mSides.resize(2 * mSides.size() + room);
         const Side* const end = appendSides(mSides.data() + mSideStart.back(), i);
         mSideStart.push_back(static_cast<uint32>(end - mSides.data()));
+        if (mRowWords > 0)
+            markSeen(i);
     }
 }
 
 /// @return behind the last side.
-inline ChordTable::Side* ChordTable::appendSides(Side* side, int32 i)
+inline ChordTable::Side* ChordTable::appendSides(Side* side, int32 i) const
 {
     const Vec2<float>* const points = mOutline.measured().data();
+    const uint8* const reflex = mOutline.mReflex.data();
     const Vec2<float> here = points[i];
-    const bool reflex = mOutline.isReflex(i);
-    uint64* const seeing = mSeeing.data() + static_cast<size_t>(i) / WORD_BITS;
-    const uint64 bit = uint64(1) << (static_cast<uint32>(i) % WORD_BITS);
-    for (const int32* later = laterBegin(i); later != laterEnd(i); ++later)
+    const bool fromReflex = reflex[i] != 0;
+    const int32* const end = laterEnd(i);
+    for (const int32* k = laterBegin(i); k != end; ++k)
     {
-        const int32 k = *later;
-        if (mRowWords > 0)
-            seeing[static_cast<size_t>(k) * mRowWords] |= bit;
-        if (i + 1 == k || ((reflex || mOutline.isReflex(k)) && !isRoot(i, k)))
-            *side++ = {k, 0.0f, points[k] - here, -1};
+        if (i + 1 == *k || ((fromReflex || reflex[*k] != 0) && !isRoot(i, *k)))
+            *side++ = {*k, 0.0f, points[*k] - here, -1};
     }
     return side;
+}
+
+inline void ChordTable::markSeen(int32 i)
+{
+    const size_t rowWords = mRowWords;
+    uint64* const seeing = mSeeing.data() + static_cast<size_t>(i) / WORD_BITS;
+    const uint64 bit = uint64(1) << (static_cast<uint32>(i) % WORD_BITS);
+    const int32* const end = laterEnd(i);
+    for (const int32* k = laterBegin(i); k != end; ++k)
+        seeing[static_cast<size_t>(*k) * rowWords] |= bit;
 }
 
 /// Turns the ways along sides to directions, and sets their costs. Four at a time: each rounds as it does alone.
@@ -156,7 +165,7 @@ void ChordTable::measureSides()
     }
 }
 
-/// Lists the directions of sides by their later corner, each list by increasing first corner.
+/// Lists the directions of sides, turned back, by their later corner, each list by increasing first corner.
 void ChordTable::transpose()
 {
     mArrivalStart.assign(mOutline.mPoints.size() + 2, 0);
@@ -165,9 +174,14 @@ void ChordTable::transpose()
     for (const Side* side = mSides.data(); side != end; ++side)
         ++start[side->mTo + 1];
     std::partial_sum(mArrivalStart.begin(), mArrivalStart.end(), mArrivalStart.begin());
-    mArriving.resize(getNumSides());
+    mBackX.resize(getNumSides() + NUM_LANES);
+    mBackY.resize(getNumSides() + NUM_LANES);
     for (const Side* side = mSides.data(); side != end; ++side) // moves each start to the one of the list behind
-        mArriving[start[side->mTo]++] = side->mDirection;
+    {
+        const uint32 place = start[side->mTo]++;
+        mBackX[place] = -side->mDirection.mX;
+        mBackY[place] = -side->mDirection.mY;
+    }
 }
 
 bool ChordTable::isListed(int32 i, int32 k) const
@@ -189,35 +203,35 @@ void ChordTable::classifyCorners()
     }
 }
 
-void ChordTable::gatherFan(int32 p)
+inline void ChordTable::gatherFan(int32 p)
 {
     const Side* const leaving = sidesBegin(p);
-    const Vec2<float>* const arriving = mArriving.data() + mArrivalStart[static_cast<size_t>(p)];
-    mFan.mNumLeaving = static_cast<size_t>(sidesEnd(p) - leaving);
-    mFan.mNumArriving = mArrivalStart[static_cast<size_t>(p) + 1] - mArrivalStart[static_cast<size_t>(p)];
-    const size_t room = mFan.size() + 1 + 2 * NUM_LANES;
+    const size_t firstArrival = mArrivalStart[static_cast<size_t>(p)];
+    mFan.mNumLeaving = mSideStart[static_cast<size_t>(p) + 1] - mSideStart[static_cast<size_t>(p)];
+    mFan.mNumArriving = mArrivalStart[static_cast<size_t>(p) + 1] - firstArrival;
+    const size_t room = mFan.size() + 1 + NUM_LANES;
     if (mFan.mX.size() < room)
     {
         mFan.mX.resize(2 * room);
         mFan.mY.resize(2 * room);
     }
-    float* x = mFan.mX.data();
-    float* y = mFan.mY.data();
+    float* const x = mFan.mX.data();
+    float* const y = mFan.mY.data();
     for (size_t at = 0; at < mFan.mNumLeaving; ++at)
     {
-        *x++ = leaving[at].mDirection.mX;
-        *y++ = leaving[at].mDirection.mY;
+        x[at] = leaving[at].mDirection.mX;
+        y[at] = leaving[at].mDirection.mY;
     }
-    for (size_t at = 0; at < mFan.mNumArriving; ++at)
+    for (size_t at = 0; at < mFan.mNumArriving; at += NUM_LANES)
     {
-        *x++ = -arriving[at].mX;
-        *y++ = -arriving[at].mY;
+        std::memcpy(x + mFan.mNumLeaving + at, mBackX.data() + firstArrival + at, sizeof(FloatLanes));
+        std::memcpy(y + mFan.mNumLeaving + at, mBackY.data() + firstArrival + at, sizeof(FloatLanes));
     }
     if (!isEdgeHidden(p))
         return;
     const Vec2<float> edge = direction(p - 1, p);
-    *x = -edge.mX;
-    *y = -edge.mY;
+    x[mFan.size()] = -edge.mX;
+    y[mFan.size()] = -edge.mY;
     ++mFan.mNumArriving;
 }
 
@@ -273,7 +287,7 @@ ChordTable::Spread ChordTable::findSpread() const
 }
 
 /// The same for few directions each of which turns on by more than noise, as almost always. Else UNKNOWN.
-ChordTable::Spread ChordTable::findSteadySpread() const
+inline ChordTable::Spread ChordTable::findSteadySpread() const
 {
     const size_t size = mFan.size();
     if (size > WORD_BITS)

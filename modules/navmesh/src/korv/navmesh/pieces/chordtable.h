@@ -126,7 +126,8 @@ private:
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
     void listSides();
-    Side* appendSides(Side* side, int32 i);
+    Side* appendSides(Side* side, int32 i) const;
+    void markSeen(int32 i);
     void measureSides();
     void transpose();
     void classifyCorners();
@@ -146,7 +147,8 @@ private:
     Vector<uint32> mSideStart;
     Vector<Side> mSides; // and room for more
     Vector<uint32> mArrivalStart;
-    Vector<Vec2<float>> mArriving; // directions of sides by their later corner
+    Vector<float> mBackX; // from the later corners of sides to their first ones, by the later one; of unit length
+    Vector<float> mBackY;
     Vector<uint8> mEdgeHidden;
     Vector<Turns> mTurns;
     Vector<uint32> mNumChains;
