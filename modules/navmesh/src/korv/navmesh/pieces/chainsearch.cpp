@@ -21,6 +21,16 @@ void ChainSearch::reset()
     mPivots.assign(mTable.getOutline().mPoints.size(), Pivot{});
 }
 
+/// Goes on along an edge of the outline whose ends don't see each other.
+ChainSearch::Run ChainSearch::passHiddenEdge(int32 corner, Run run)
+{
+    const Vec2<float> direction = mTable.direction(corner, corner + 1);
+    run = advance(getPivot(corner), run, direction);
+    extend({direction, run.mBestCost, corner, static_cast<int32>(run.mBest)},
+           mPivots[static_cast<size_t>(corner) + 1]);
+    return run;
+}
+
 /// The costs known are lower bounds, as they take more chains into account; where the chain of a record is seen, its
 /// cost is exact. Else the records that may come before it are asked, as far as they can be cheaper than what is found.
 bool ChainSearch::priceSeenChains(float& cost, int32 corner, const Vec2<float>& back)

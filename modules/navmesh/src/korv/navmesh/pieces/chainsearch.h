@@ -67,9 +67,19 @@ private:
         bool mAllTurns;
     };
 
+    /// The leading records of a corner that may go on along a side.
+    struct Run
+    {
+        uint32 mNext; // behind them
+        uint32 mBest; // the cheapest of them, or the first record where there are none
+        float mBestCost;
+    };
+
     const Pivot& getPivot(int32 corner) const { return mPivots[static_cast<size_t>(corner)]; }
     bool priceSeen(float& cost, int32 corner, const Vec2<float>& leaving);
     bool priceSeenRecord(float& cost, int32 corner, uint32 record);
+    Run advance(const Pivot& pivot, Run run, const Vec2<float>& leaving);
+    Run passHiddenEdge(int32 corner, Run run);
     void extend(const Record& chain, Pivot& target);
     uint32 endWithoutHidden(int32 corner) const;
 
@@ -106,37 +116,37 @@ inline void ChainSearch::pass(int32 corner)
     const Pivot pivot = getPivot(corner);
     if (pivot.mBegin == pivot.mEnd)
         return; // no piece reaches it: it takes no part
-    const Record* const records = mRecords.data();
-    uint32 record = pivot.mBegin;
-    uint32 best = record;
-    float bestCost = records[record].mCost;
-    const auto advance = [&](const Vec2<float>& leaving)
-    {
-        for (; record < pivot.mEnd && (pivot.mAllTurns || turnsConvex(records[record].mDirection, leaving)); ++record)
-        {
-            if (bestCost < records[record].mCost)
-                continue;
-            best = record;
-            bestCost = records[record].mCost;
-        }
-        mForced = mForced || record == pivot.mBegin;
-    };
-    Pivot* const pivots = mPivots.data();
+    Run run{pivot.mBegin, pivot.mBegin, mRecords[pivot.mBegin].mCost};
     if (mTable.isEdgeHidden(corner + 1) && takesPart(corner + 1))
-    {
-        const Vec2<float> direction = mTable.direction(corner, corner + 1);
-        advance(direction);
-        extend({direction, bestCost, corner, static_cast<int32>(best)}, pivots[corner + 1]);
-    }
+        run = passHiddenEdge(corner, run);
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
     for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
     {
-        Pivot& target = pivots[side->mTo];
+        Pivot& target = mPivots[static_cast<size_t>(side->mTo)];
         if (target.mSearch != mSearch)
             continue;
-        advance(side->mDirection);
-        extend({side->mDirection, side->mCost + bestCost, corner, static_cast<int32>(best)}, target);
+        run = advance(pivot, run, side->mDirection);
+        extend({side->mDirection, side->mCost + run.mBestCost, corner, static_cast<int32>(run.mBest)}, target);
     }
+}
+
+/// Lets all records take part that may go on along a side.
+inline ChainSearch::Run ChainSearch::advance(const Pivot& pivot, Run run, const Vec2<float>& leaving)
+{
+    const Record* const records = mRecords.data();
+    for (; run.mNext < pivot.mEnd; ++run.mNext)
+    {
+        const Record& record = records[run.mNext];
+        if (!pivot.mAllTurns && !turnsConvex(record.mDirection, leaving))
+            break;
+        if (run.mBestCost < record.mCost)
+            continue;
+        run.mBest = run.mNext;
+        run.mBestCost = record.mCost;
+    }
+    if (run.mNext == pivot.mBegin)
+        mForced = true;
+    return run;
 }
 
 inline void ChainSearch::extend(const Record& chain, Pivot& target)

@@ -139,18 +139,20 @@ float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search,
     return search.getRecord(record).mCost;
 }
 
-/// Appends the corners of a chain; the last one of them is the first of the search. NONE for none.
-int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
+/// Keeps the corners of a chain; the last one of them is the first of the search.
+inline int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
 {
-    if (record < 0)
-        return ChainSearch::NONE;
     const size_t start = mNumKept;
-    const size_t longest = mOutline.mPoints.size();
-    if (mChains.size() < start + longest)
-        mChains.resize(2 * mChains.size() + longest);
-    int32* const corners = mChains.data() + start;
-    mNumKept += search.copyChain(corners, record);
+    if (mChains.size() - start < mOutline.mPoints.size())
+        growChains();
+    mNumKept += search.copyChain(mChains.data() + start, record);
     return static_cast<int32>(start);
+}
+
+/// Makes room for the longest chain of the outline.
+void ChordSolver::growChains()
+{
+    mChains.resize(2 * mChains.size() + mOutline.mPoints.size());
 }
 
 /// Whether the costs of a search that has passed all its corners before k are lower bounds for k.
@@ -285,7 +287,7 @@ int32 ChordSolver::findChain(int32 i, int32 k)
     [[maybe_unused]] const bool sound =
         KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
         KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
-    return appendChain(mOwn, record);
+    return record >= 0 ? appendChain(mOwn, record) : ChainSearch::NONE;
 }
 
 /// Whether a way has a length; its square does exactly then.

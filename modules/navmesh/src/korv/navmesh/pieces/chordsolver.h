@@ -43,6 +43,7 @@ private:
     float priceOwn(int32 i, ChordTable::Side& chord);
     float takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record);
     int32 appendChain(const ChainSearch& search, int32 record);
+    void growChains();
     int32 findChain(int32 i, int32 k);
     bool isTrustworthy(const ChainSearch& search, int32 k) const;
     bool isUnorderedSeen(int32 k) const;
