@@ -286,17 +286,18 @@ void ConvexPolygonCreator::markReflexCorners()
 {
     const Vector<Vec2<float>>& points = mPolygon.mPoints;
     const size_t n = points.size();
-    mPolygon.mReflex.assign(n, 0);
+    mPolygon.mReflex.resize(n);
     mHasReflex = false;
     mFinite = true;
+    Vec2<float> before = points[n - 1];
     for (size_t i = 0; i < n; ++i)
     {
-        const float area = area2(points[i > 0 ? i - 1 : n - 1], points[i], points[i + 1 < n ? i + 1 : 0]);
+        const float area = area2(before, points[i], points[i + 1 < n ? i + 1 : 0]);
+        const bool reflex = area >= REFLEX_AREA;
+        mPolygon.mReflex[i] = reflex ? 1 : 0;
+        mHasReflex = mHasReflex || reflex;
         mFinite = mFinite && std::isfinite(area);
-        if (!(area >= REFLEX_AREA))
-            continue;
-        mPolygon.mReflex[i] = 1;
-        mHasReflex = true;
+        before = points[i];
     }
 }
 

@@ -246,27 +246,7 @@ void ChordSolver::extract(ConvexPieces& pieces)
     mOpen.clear();
     mOpen.push_back({0, mOutline.size() - 1, -1});
     for (size_t current = 0; current < mOpen.size(); ++current)
-    {
-        const Open open = mOpen[current];
-        const size_t start = pieces.mCorners.size();
-        appendPiece(pieces, open.mFirst, open.mLast);
-        for (size_t at = start; at + 1 < pieces.mCorners.size(); ++at)
-        {
-            const int32 q = pieces.mCorners[at];
-            const int32 j = pieces.mCorners[at + 1];
-            if (j + 1 == q)
-            {
-                pieces.mNeighbours.push_back(-1);
-                continue;
-            }
-            [[maybe_unused]] const bool fits =
-                KORV_ASSERT(mOpen.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
-                            "number of new polygons cannot be bigger than number of edges from the source polygon");
-            pieces.mNeighbours.push_back(static_cast<int32>(mOpen.size()));
-            mOpen.push_back({j, q, static_cast<int32>(current)});
-        }
-        pieces.mNeighbours.push_back(open.mParent);
-    }
+        appendPiece(pieces, static_cast<int32>(current));
 }
 
 /// Where the chain against chord (i, k) begins; found anew where pricing has not kept it.
@@ -297,25 +277,39 @@ bool ChordSolver::haveDistance(int32 a, int32 b) const
     return dot(way, way) != 0.0f;
 }
 
-/// Appends the corners of the piece against chord (i, k), from k down to i.
-void ChordSolver::appendPiece(ConvexPieces& pieces, int32 i, int32 k)
+/// Appends an open piece, its corners from the last to the first, and opens those behind its chords.
+void ChordSolver::appendPiece(ConvexPieces& pieces, int32 current)
 {
-    int32 place = findChain(i, k);
+    const Open open = mOpen[static_cast<size_t>(current)];
+    int32 place = findChain(open.mFirst, open.mLast);
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
-    pieces.mCorners.push_back(k);
     // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
-    [[maybe_unused]] const bool sound =
-        KORV_ASSERT(haveDistance(k, i), "tmp2.getLength() != 0.0f", "cannot normalize null length vector");
+    [[maybe_unused]] const bool sound = KORV_ASSERT(haveDistance(open.mLast, open.mFirst), "tmp2.getLength() != 0.0f",
+                                                    "cannot normalize null length vector");
+    int32 before = open.mLast;
     while (place >= 0)
     {
         const int32 corner = mChains[static_cast<size_t>(place)];
         [[maybe_unused]] const bool descending =
-            KORV_ASSERT(pieces.mCorners.back() >= corner, "j >= i", "i must be greater or equal j");
-        [[maybe_unused]] const bool apart =
-            KORV_ASSERT(haveDistance(pieces.mCorners.back(), corner), "tmp1.getLength() != 0.0f",
-                        "cannot normalize null length vector");
-        pieces.mCorners.push_back(corner);
-        place = corner != i ? place + 1 : ChainSearch::NONE;
+            KORV_ASSERT(before >= corner, "j >= i", "i must be greater or equal j");
+        [[maybe_unused]] const bool apart = KORV_ASSERT(haveDistance(before, corner), "tmp1.getLength() != 0.0f",
+                                                        "cannot normalize null length vector");
+        pieces.mCorners.push_back(before);
+        pieces.mNeighbours.push_back(corner + 1 == before ? -1 : openPiece(corner, before, current));
+        before = corner;
+        place = corner != open.mFirst ? place + 1 : ChainSearch::NONE;
     }
+    pieces.mCorners.push_back(before);
+    pieces.mNeighbours.push_back(open.mParent);
+}
+
+/// @return the number of the piece.
+int32 ChordSolver::openPiece(int32 first, int32 last, int32 parent)
+{
+    [[maybe_unused]] const bool fits =
+        KORV_ASSERT(mOpen.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
+                    "number of new polygons cannot be bigger than number of edges from the source polygon");
+    mOpen.push_back({first, last, parent});
+    return static_cast<int32>(mOpen.size() - 1);
 }
 } // namespace KORV::NavMesh

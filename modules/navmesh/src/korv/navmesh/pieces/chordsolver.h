@@ -53,7 +53,8 @@ private:
     int32 closeInWindow(int32 i, int32 k, const Vec2<float>& back);
     int32 searchChord(int32 i, int32 k, const Vec2<float>& back);
     bool haveDistance(int32 a, int32 b) const;
-    void appendPiece(ConvexPieces& pieces, int32 i, int32 k);
+    void appendPiece(ConvexPieces& pieces, int32 current);
+    int32 openPiece(int32 first, int32 last, int32 parent);
 
     const PlaneOutline& mOutline;
     ChordTable mTable;
