@@ -8,6 +8,8 @@ namespace
 {
 /// More than this, and a search of its own is the faster way to price a chord.
 constexpr int32 MAX_STEPS = 160;
+/// After so many the count of searches starts anew.
+constexpr int32 MAX_SEARCHES = 1 << 30;
 } // namespace
 
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
@@ -17,8 +19,11 @@ ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator
 
 void ChainSearch::reset()
 {
+    const size_t n = mTable.getOutline().mPoints.size();
+    if (mSearch < MAX_SEARCHES && n <= mPivots.size())
+        return; // no search to come has the number of one before
     mSearch = 0;
-    mPivots.assign(mTable.getOutline().mPoints.size(), Pivot{});
+    mPivots.assign(n, Pivot{});
 }
 
 /// Goes on along an edge of the outline whose ends don't see each other.

@@ -102,33 +102,37 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
 /// Lists the sides among the pairs that see each other, and marks the pairs as bits.
 void ChordTable::listSides()
 {
-    mSideStart.assign(1, 0);
-    for (int32 i = 0; i < mOutline.size(); ++i)
+    const size_t n = mOutline.mPoints.size();
+    mSideStart.resize(n + 1);
+    size_t numSides = 0;
+    for (size_t i = 0; i < n; ++i)
     {
-        const size_t room = static_cast<size_t>(laterEnd(i) - laterBegin(i)) + NUM_LANES;
-        if (mSides.size() < mSideStart.back() + room)
-            mSides.resize(2 * mSides.size() + room);
-        const Side* const end = appendSides(mSides.data() + mSideStart.back(), i);
-        mSideStart.push_back(static_cast<uint32>(end - mSides.data()));
+        mSideStart[i] = static_cast<uint32>(numSides);
+        const size_t room = numSides + (mLaterStart[i + 1] - mLaterStart[i]) + NUM_LANES;
+        if (mSides.size() < room)
+            mSides.resize(2 * room);
+        numSides += writeSides(mSides.data() + numSides, static_cast<int32>(i));
         if (mRowWords > 0)
-            markSeen(i);
+            markSeen(static_cast<int32>(i));
     }
+    mSideStart[n] = static_cast<uint32>(numSides);
 }
 
-/// @return behind the last side.
-inline ChordTable::Side* ChordTable::appendSides(Side* side, int32 i) const
+/// The sides that start at a corner, with the ways along them for directions. @return how many.
+inline size_t ChordTable::writeSides(Side* sides, int32 i) const
 {
     const Vec2<float>* const points = mOutline.measured().data();
     const uint8* const reflex = mOutline.mReflex.data();
     const Vec2<float> here = points[i];
     const bool fromReflex = reflex[i] != 0;
     const int32* const end = laterEnd(i);
+    Side* side = sides;
     for (const int32* k = laterBegin(i); k != end; ++k)
     {
         if (i + 1 == *k || ((fromReflex || reflex[*k] != 0) && !isRoot(i, *k)))
             *side++ = {*k, 0.0f, points[*k] - here, -1};
     }
-    return side;
+    return static_cast<size_t>(side - sides);
 }
 
 inline void ChordTable::markSeen(int32 i)
@@ -193,6 +197,7 @@ void ChordTable::classifyCorners()
 {
     mTurns.resize(mOutline.mPoints.size());
     mNumChains.resize(mOutline.mPoints.size());
+    mFan.reserve(mOutline.mPoints.size() + 1); // a hidden edge comes in addition
     for (int32 p = 0; p < mOutline.size(); ++p)
     {
         const size_t at = static_cast<size_t>(p);
@@ -209,12 +214,6 @@ inline void ChordTable::gatherFan(int32 p)
     const size_t firstArrival = mArrivalStart[static_cast<size_t>(p)];
     mFan.mNumLeaving = mSideStart[static_cast<size_t>(p) + 1] - mSideStart[static_cast<size_t>(p)];
     mFan.mNumArriving = mArrivalStart[static_cast<size_t>(p) + 1] - firstArrival;
-    const size_t room = mFan.size() + 1 + NUM_LANES;
-    if (mFan.mX.size() < room)
-    {
-        mFan.mX.resize(2 * room);
-        mFan.mY.resize(2 * room);
-    }
     float* const x = mFan.mX.data();
     float* const y = mFan.mY.data();
     for (size_t at = 0; at < mFan.mNumLeaving; ++at)

@@ -2,6 +2,7 @@
 
 #include "korv/navmesh/pieces/outlinevisibility.h"
 
+#include <algorithm>
 #include <atomic>
 
 namespace KORV::NavMesh
@@ -98,11 +99,18 @@ private:
     {
         explicit Fan(Common::Memory::Allocator* allocator) : mX(allocator), mY(allocator) {}
         Vec2<float> leaving(size_t at) const { return {mX[at], mY[at]}; }
+        /// Makes room for so many directions, and for lanes that begin at any of them.
+        void reserve(size_t size)
+        {
+            mX.resize(std::max(mX.size(), size + 2 * LANES));
+            mY.resize(std::max(mY.size(), size + 2 * LANES));
+        }
         /// On its way to the corner.
         Vec2<float> arriving(size_t at) const { return {-mX[mNumLeaving + at], -mY[mNumLeaving + at]}; }
         size_t size() const { return mNumLeaving + mNumArriving; }
 
-        Vector<float> mX; // and room for lanes that begin at any of them
+        static constexpr size_t LANES = 4;
+        Vector<float> mX;
         Vector<float> mY;
         size_t mNumLeaving = 0;
         size_t mNumArriving = 0;
@@ -126,7 +134,7 @@ private:
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
     void listSides();
-    Side* appendSides(Side* side, int32 i) const;
+    size_t writeSides(Side* sides, int32 i) const;
     void markSeen(int32 i);
     void measureSides();
     void transpose();
