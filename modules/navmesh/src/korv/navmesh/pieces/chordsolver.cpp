@@ -130,7 +130,7 @@ float ChordSolver::priceOwn(int32 i, ChordTable::Side& chord)
 
 /// The cost of the chain against a chord, which is kept while there is room. In a wide round room chains are as long as
 /// the room has corners.
-float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record)
+inline float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record)
 {
     if (record < 0)
         return ChordTable::UNSOLVED;

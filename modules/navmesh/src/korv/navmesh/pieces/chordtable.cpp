@@ -211,27 +211,32 @@ void ChordTable::classifyCorners()
 inline void ChordTable::gatherFan(int32 p)
 {
     const Side* const leaving = sidesBegin(p);
-    const size_t firstArrival = mArrivalStart[static_cast<size_t>(p)];
-    mFan.mNumLeaving = mSideStart[static_cast<size_t>(p) + 1] - mSideStart[static_cast<size_t>(p)];
-    mFan.mNumArriving = mArrivalStart[static_cast<size_t>(p) + 1] - firstArrival;
+    const size_t numLeaving = mSideStart[static_cast<size_t>(p) + 1] - mSideStart[static_cast<size_t>(p)];
     float* const x = mFan.mX.data();
     float* const y = mFan.mY.data();
-    for (size_t at = 0; at < mFan.mNumLeaving; ++at)
+    for (size_t at = 0; at < numLeaving; ++at)
     {
         x[at] = leaving[at].mDirection.mX;
         y[at] = leaving[at].mDirection.mY;
     }
-    for (size_t at = 0; at < mFan.mNumArriving; at += NUM_LANES)
+    const size_t firstArrival = mArrivalStart[static_cast<size_t>(p)];
+    const float* const backX = mBackX.data() + firstArrival;
+    const float* const backY = mBackY.data() + firstArrival;
+    size_t numArriving = mArrivalStart[static_cast<size_t>(p) + 1] - firstArrival;
+    for (size_t at = 0; at < numArriving; at += NUM_LANES)
     {
-        std::memcpy(x + mFan.mNumLeaving + at, mBackX.data() + firstArrival + at, sizeof(FloatLanes));
-        std::memcpy(y + mFan.mNumLeaving + at, mBackY.data() + firstArrival + at, sizeof(FloatLanes));
+        std::memcpy(x + numLeaving + at, backX + at, sizeof(FloatLanes));
+        std::memcpy(y + numLeaving + at, backY + at, sizeof(FloatLanes));
     }
-    if (!isEdgeHidden(p))
-        return;
-    const Vec2<float> edge = direction(p - 1, p);
-    x[mFan.size()] = -edge.mX;
-    y[mFan.size()] = -edge.mY;
-    ++mFan.mNumArriving;
+    if (isEdgeHidden(p))
+    {
+        const Vec2<float> edge = direction(p - 1, p);
+        x[numLeaving + numArriving] = -edge.mX;
+        y[numLeaving + numArriving] = -edge.mY;
+        ++numArriving;
+    }
+    mFan.mNumLeaving = numLeaving;
+    mFan.mNumArriving = numArriving;
 }
 
 ChordTable::Turns ChordTable::classifyTurns(int32 p)
