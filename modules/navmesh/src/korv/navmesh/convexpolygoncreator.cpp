@@ -201,11 +201,12 @@ void ConvexPolygonCreator::insetInPlace()
 {
     Vector<Vec2<float>>& points = mPolygon.mPoints;
     const size_t n = points.size();
+    Vec2<float> before = points[n - 1];
     for (size_t i = 0; i < n; ++i) // in place: the corner before has moved already, and later results depend on it
     {
-        const Vec2<float>& before = points[i > 0 ? i - 1 : n - 1];
         const Vec2<float>& after = points[i + 1 < n ? i + 1 : 0];
-        points[i] = points[i] + inward(before, points[i], after) * mShrinkDistance;
+        before = points[i] + inward(before, points[i], after) * mShrinkDistance;
+        points[i] = before;
     }
 }
 

@@ -101,7 +101,7 @@ void ChordSolver::solveFrom(int32 i)
 }
 
 /// Prices a chord with the widest search that is exact for it, and keeps the chain that was found.
-void ChordSolver::solveChord(int32 i, ChordTable::Side& chord)
+inline void ChordSolver::solveChord(int32 i, ChordTable::Side& chord)
 {
     const int32 k = chord.mTo;
     const int32 best = mShared.findClosing(k, {-chord.mDirection.mX, -chord.mDirection.mY});
