@@ -326,7 +326,8 @@ bool ConvexPolygonCreator::arePiecesSound(const ConvexPieces& pieces, const Vect
 
 bool ConvexPolygonCreator::turnsOneWay(const int32* corners, size_t size, double maxDepth) const
 {
-    const auto turnsRight = [maxDepth](const Vec2<double>& here, const Vec2<double>& next, const Vec2<double>& afterNext)
+    const auto turnsRight =
+        [maxDepth](const Vec2<double>& here, const Vec2<double>& next, const Vec2<double>& afterNext)
     {
         const Vec2<double> arriving = next - here;
         const Vec2<double> leaving = afterNext - next;

@@ -31,8 +31,7 @@ ChainSearch::Run ChainSearch::passHiddenEdge(int32 corner, Run run)
 {
     const Vec2<float> direction = mTable.direction(corner, corner + 1);
     run = advance(getPivot(corner), run, direction);
-    extend({direction, run.mBestCost, corner, static_cast<int32>(run.mBest)},
-           mPivots[static_cast<size_t>(corner) + 1]);
+    extend({direction, run.mBestCost, corner, static_cast<int32>(run.mBest)}, mPivots[static_cast<size_t>(corner) + 1]);
     return run;
 }
 

@@ -93,11 +93,9 @@ void ChordSolver::solveFrom(int32 i)
         if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
             mUnordered.push_back(*k);
     }
-    if (i > 0)
-        return solveChord(i, *side);
-    mRoot.mCost = mOutline.way(i, lastChord).getLength();
-    mRoot.mDirection = mTable.direction(i, lastChord);
-    solveChord(i, mRoot);
+    if (i == 0)
+        mRoot = {lastChord, mOutline.way(i, lastChord).getLength(), mTable.direction(i, lastChord), ChainSearch::NONE};
+    solveChord(i, i == 0 ? mRoot : *side);
 }
 
 /// Prices a chord with the widest search that is exact for it, and keeps the chain that was found.

@@ -50,7 +50,8 @@ FloatLanes squareRoots(FloatLanes lanes)
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
       mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mArrivalStart(allocator),
-      mBackX(allocator), mBackY(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator), mFan(allocator)
+      mBackX(allocator), mBackY(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator),
+      mFan(allocator)
 {
 }
 
@@ -206,6 +207,12 @@ void ChordTable::classifyCorners()
         const uint32 numLast = mArrivalStart[at + 1] - mArrivalStart[at] + mEdgeHidden[at];
         mNumChains[at] = 1 + (turns == Turns::ALL ? 1 : numLast);
     }
+}
+
+void ChordTable::Fan::reserve(size_t size)
+{
+    mX.resize(std::max(mX.size(), size + 2 * NUM_LANES));
+    mY.resize(std::max(mY.size(), size + 2 * NUM_LANES));
 }
 
 inline void ChordTable::gatherFan(int32 p)

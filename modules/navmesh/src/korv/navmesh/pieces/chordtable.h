@@ -2,7 +2,6 @@
 
 #include "korv/navmesh/pieces/outlinevisibility.h"
 
-#include <algorithm>
 #include <atomic>
 
 namespace KORV::NavMesh
@@ -80,8 +79,9 @@ public:
     Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
     Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
     size_t getNumSides() const { return mSideStart.back(); }
-    /// So many chains to corner k may have to be kept by a search that passes it: one for each side that ends there, one
-    /// for a hidden edge, and one from the first corner of the search. Where all turns are convex the cheapest will do.
+    /// So many chains to corner k may have to be kept by a search that passes it: one for each side that ends there,
+    /// one for a hidden edge, and one from the first corner of the search. Where all turns are convex the cheapest will
+    /// do.
     uint32 numChains(int32 k) const { return mNumChains[static_cast<size_t>(k)]; }
 
     /// The closing edge of the outline is no side, though it joins first and last corner.
@@ -99,17 +99,12 @@ private:
     {
         explicit Fan(Common::Memory::Allocator* allocator) : mX(allocator), mY(allocator) {}
         Vec2<float> leaving(size_t at) const { return {mX[at], mY[at]}; }
-        /// Makes room for so many directions, and for lanes that begin at any of them.
-        void reserve(size_t size)
-        {
-            mX.resize(std::max(mX.size(), size + 2 * LANES));
-            mY.resize(std::max(mY.size(), size + 2 * LANES));
-        }
         /// On its way to the corner.
         Vec2<float> arriving(size_t at) const { return {-mX[mNumLeaving + at], -mY[mNumLeaving + at]}; }
         size_t size() const { return mNumLeaving + mNumArriving; }
+        /// Makes room for so many directions, and for lanes that begin at any of them.
+        void reserve(size_t size);
 
-        static constexpr size_t LANES = 4;
         Vector<float> mX;
         Vector<float> mY;
         size_t mNumLeaving = 0;
