@@ -332,6 +332,7 @@ bool ConvexPolygonCreator::turnsOneWay(const int32* corners, size_t size, double
         const Vec2<double> arriving = next - here;
         const Vec2<double> leaving = afterNext - next;
         const double wrongTurn = -cross(arriving, leaving);
+        // the first of these decides almost always, and needs no lengths
         return !(wrongTurn > 0.0) || !(wrongTurn > MAX_WRONG_TURN * arriving.getLength() * leaving.getLength()) ||
                !(wrongTurn > maxDepth * (afterNext - here).getLength());
     };

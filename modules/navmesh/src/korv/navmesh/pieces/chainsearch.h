@@ -93,6 +93,8 @@ private:
     Vector<Record> mRecords;
 };
 
+// The steps of a search are short and taken for each pair of corners: calls would cost as much as they do.
+
 inline void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
 {
     ++mSearch;
