@@ -8,7 +8,7 @@
 //
 // Most of that does not depend on the nodes taken before: what a side finds while all sides of the mesh are in the grid
 // is what it finds when its turn comes, unless that side has left since, or pieces of split sides have come into its
-// cells. So workers search for all sides ahead, and few are searched for again.
+// cells. So workers search for all sides ahead, cell by cell, and few are searched for again.
 //
 // Invariants: a node changes only while it is taken, when none of its sides are found, so the grid's sides stay true.
 // Pieces come into the grid in the order of the sides that they are pieces of.
@@ -22,9 +22,8 @@
 #include "korv/navmesh/navmeshconnector.h"
 
 #include "korv/common/debug/assert.h"
-#include "korv/common/geom/geomutility.h"
 #include "korv/common/platform/prefetch.h"
-#include "korv/navmesh/navmeshconnectorgrid.h"
+#include "korv/navmesh/navmeshconnectorside.h"
 #include "korv/navmesh/rangetask.h"
 
 #include <algorithm>
@@ -35,8 +34,6 @@ namespace KORV::NavMesh
 namespace
 {
 constexpr const char* STAGE = "Build Vertical Connections";
-constexpr float MIN_COSINE = 0.99f;
-constexpr float ROUNDING_SHARE = 1e-5f;
 
 // Parts of the stage's time, about.
 constexpr float INSERTION_DONE = 0.3f;
@@ -46,58 +43,9 @@ constexpr float SEARCH_DONE = 0.7f;
 constexpr uint32 PARTS_PER_WORKER = 2;
 constexpr uint32 MANY_WORKERS = 4;
 
-/// Nodes a task, and between two reports.
+/// Nodes between two reports.
 constexpr uint32 NODES_PER_STEP = 4096;
-
-/// The share of [p0, p1] along a side that starts at @p start, in ascending order and within [0, 1].
-void projectOntoSide(float& t0, float& t1, const Vec2<float>& start, const Vec2<float>& along, const Vec2<float>& p0,
-                     const Vec2<float>& p1)
-{
-    t0 = std::clamp(dot(along, p0 - start) / dot(along, along), 0.0f, 1.0f);
-    t1 = std::clamp(dot(along, p1 - start) / dot(along, along), 0.0f, 1.0f);
-    if (t0 > t1)
-        std::swap(t0, t1);
-}
-
-/// How far from a side the search looks: twice what is needed, and far more than the rounding of the tests.
-/// @param extent  of the coordinates of a side, and its length.
-float searchDistance(float tolerance, float extent)
-{
-    return 2.0f * std::fabs(tolerance) + ROUNDING_SHARE * extent;
-}
-
-/// Around all that can touch a side.
-NavMeshConnector::Grid::Box boxAround(const Vec2<float>& a, const Vec2<float>& b, float length, float tolerance)
-{
-    const Vec2<float> low(std::min(a.mX, b.mX), std::min(a.mY, b.mY));
-    const Vec2<float> high(std::max(a.mX, b.mX), std::max(a.mY, b.mY));
-    const float coordinate = std::max({std::fabs(low.mX), std::fabs(low.mY), std::fabs(high.mX), std::fabs(high.mY)});
-    const float reach = searchDistance(tolerance, coordinate + length);
-    return {low - Vec2<float>(reach, reach), high + Vec2<float>(reach, reach)};
-}
 } // namespace
-
-/// A side of a node, in the ground plane.
-struct NavMeshConnector::Side
-{
-    Grid::Search mSearch;
-    Vec3<float> mStart; ///< the ends in space
-    Vec3<float> mEnd;
-    Vec2<float> mAlong;
-    Vec2<float> mDir;
-    float mLength = 0.0f;
-    float mSlack = 0.0f;      ///< the overlap tolerance as a share of the length
-    float mNodeHeight = 0.0f; ///< of the node's first corner
-};
-
-/// What a side has found.
-struct NavMeshConnector::Match
-{
-    Outcome mOutcome = Outcome::NOTHING;
-    uint32 mEdge = 0; ///< of the grid
-    uint32 mNumCuts = 0;
-    float mCuts[2] = {}; ///< where to split, as shares of the side
-};
 
 /// Creates the grid of a call of buildConnections and takes it away again, whichever way the call ends.
 class NavMeshConnector::Run
@@ -105,7 +53,7 @@ class NavMeshConnector::Run
 public:
     Run(NavMeshConnector& connector, MeshDraft& draft, int32 vertComp) : mConnector(connector)
     {
-        mConnector.mGrid = new (connector.getAllocator()) Grid(draft, vertComp);
+        mConnector.mGrid = new (connector.getAllocator()) Grid(draft, vertComp, connector.mDistanceTolerance);
         mConnector.mDraft = &draft;
     }
     ~Run()
@@ -144,83 +92,42 @@ void NavMeshConnector::buildConnections(MeshDraft& draft, float maxJumpHeight, f
                            INSERTION_DONE);
     runner.setSpan(INSERTION_DONE, SEARCH_DONE);
     searchAhead(runner);
+    reportMissingCorners();
     connectNodes(control);
 }
 
-/// Searches for the sides of all nodes while nothing has left the grid.
-void NavMeshConnector::searchAhead(const RangeRunner& runner)
+/// One report for each open side that starts at a corner which does not exist.
+void NavMeshConnector::reportMissingCorners() const
 {
-    mAhead.resize(mGrid->getNumEdges());
-    Vector<uint32> firstEdges(getMemory()); // of the blocks
-    listFirstEdges(firstEdges);
-    Vector<MeshDraft::Block>& blocks = mDraft->getBlocks();
-    const size_t nodesPerBlock = mDraft->size() / blocks.size() + 1;
-    const auto blocksPerTask = static_cast<uint32>(NODES_PER_STEP / nodesPerBlock + 1);
-    runner.run(static_cast<uint32>(blocks.size()), blocksPerTask,
-               [&](uint32 begin, uint32 end)
-               {
-                   for (uint32 block = begin; block < end; ++block)
-                       searchAhead(blocks[block], firstEdges[block]);
-               });
-}
-
-void NavMeshConnector::listFirstEdges(Vector<uint32>& firstEdges) const
-{
-    uint32 numEdges = 0;
-    for (const MeshDraft::Block& block : mDraft->getBlocks())
-    {
-        firstEdges.push_back(numEdges);
-        const Vector<int32>& neighbours = block.mPieces.mNeighbours;
-        numEdges += static_cast<uint32>(std::count(neighbours.begin(), neighbours.end(), OPEN));
-    }
-}
-
-void NavMeshConnector::searchAhead(MeshDraft::Block& block, uint32 firstEdge)
-{
-    for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
-    {
-        const NodeSides node = getNodeSides(block, piece, firstEdge);
-        for (uint32 side = 0; side < node.mLists.mSize; ++side)
-        {
-            if (node.mLists.mNeighbours[side] != OPEN)
-                continue;
-            const Match match = search(node, side);
-            mAhead[firstEdge++].set(match.mOutcome, match.mEdge);
-        }
-    }
-}
-
-/// @param firstEdge  the number of the node's first open side.
-NavMeshConnector::NodeSides NavMeshConnector::getNodeSides(MeshDraft::Block& block, size_t piece, uint32 firstEdge)
-{
-    NodeSides node{block.mFirstNode + static_cast<int32>(piece), MeshDraft::getNode(block, piece), firstEdge, 0};
-    const int32* neighbours = node.mLists.mNeighbours;
-    node.mEndEdge = firstEdge + static_cast<uint32>(std::count(neighbours, neighbours + node.mLists.mSize, OPEN));
-    return node;
+    for (uint32 i = 0; i < mGrid->getNumMissing(); ++i)
+        KORV_BARE_ASSERT(false, "border[edgeID] < navMesh->mVertices.size()");
 }
 
 void NavMeshConnector::connectNodes(const RunControl& control)
 {
-    uint32 edge = 0;
+    mNode.mEdges.mEnd = 0;
     for (MeshDraft::Block& block : mDraft->getBlocks())
     {
         for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
         {
-            mNode = getNodeSides(block, piece, edge);
-            edge = mNode.mEndEdge;
-            if (static_cast<uint32>(mNode.mNode) % NODES_PER_STEP == 0)
-                control.report(STAGE, SEARCH_DONE + (SHARE_OF_STAGE - SEARCH_DONE) * static_cast<float>(mNode.mNode) /
+            const auto node = static_cast<uint32>(block.mFirstNode) + static_cast<uint32>(piece);
+            if (node % NODES_PER_STEP == 0)
+                control.report(STAGE, SEARCH_DONE + (SHARE_OF_STAGE - SEARCH_DONE) * static_cast<float>(node) /
                                                         static_cast<float>(mDraft->size()));
-            connectNode();
+            connectNode(block, piece);
         }
     }
 }
 
-void NavMeshConnector::connectNode()
+/// Links the node behind the last one.
+void NavMeshConnector::connectNode(MeshDraft::Block& block, size_t piece)
 {
+    const MeshDraft::Node lists = MeshDraft::getNode(block, piece);
+    const auto numOpen = static_cast<uint32>(std::count(lists.mNeighbours, lists.mNeighbours + lists.mSize, OPEN));
+    uint32 edge = mNode.mEdges.mEnd;
+    mNode = {block.mFirstNode + static_cast<int32>(piece), lists, {edge, edge + numOpen}};
     mIsSplit = false;
-    uint32 edge = mNode.mFirstEdge;
-    for (uint32 side = 0; edge != mNode.mEndEdge; ++side)
+    for (uint32 side = 0; edge != mNode.mEdges.mEnd; ++side)
     {
         if (mNode.mLists.mNeighbours[side] != OPEN)
             continue;
@@ -236,14 +143,14 @@ void NavMeshConnector::fetchAhead(uint32 edge) const
 {
     constexpr size_t TURNS = 16;
     if (edge + TURNS < mAhead.size())
-        Common::Platform::prefetch(&mGrid->getEdge(mAhead[edge + TURNS].mEdge));
+        Common::Platform::prefetch(&mGrid->getEdge(mAhead[edge + TURNS].getEdge()));
 }
 
 /// @param edge  the side's number.
 /// @return how many sides it has become.
 uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
 {
-    Match match = recall(side, edge);
+    Match match = recall(edge);
     if (match.mOutcome != Outcome::SPLIT)
     {
         if (!settle(side, match))
@@ -254,7 +161,7 @@ uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
     uint32 end = side + 1; // of the pieces
     for (uint32 piece = side; piece < end; ++piece)
     {
-        for (; match.mOutcome == Outcome::SPLIT; match = search(mNode, piece))
+        for (; match.mOutcome == Outcome::SPLIT; match = search(getEdge(piece), mNode.mEdges))
         {
             splitSide(piece, match);
             end += match.mNumCuts;
@@ -262,135 +169,71 @@ uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
         if (settle(piece, match))
             insertPiece(piece, edge);
         if (piece + 1 < end)
-            match = search(mNode, piece + 1);
+            match = search(getEdge(piece + 1), mNode.mEdges);
     }
     return end - side;
 }
 
 /// What a side finds now: what it has found ahead, where that still holds.
-NavMeshConnector::Match NavMeshConnector::recall(uint32 side, uint32 edge) const
+NavMeshConnector::Match NavMeshConnector::recall(uint32 edge) const
 {
     const Ahead ahead = mAhead[edge];
-    const Outcome outcome = static_cast<Outcome>(ahead.mOutcome);
+    const Outcome outcome = ahead.getOutcome();
     if (outcome == Outcome::NOTHING)
         return Match();
-    if (outcome == Outcome::UNKNOWN || mGrid->getEdge(ahead.mEdge).isRemoved())
-        return search(mNode, side);
+    if (outcome == Outcome::UNKNOWN || mGrid->getEdge(ahead.getEdge()).isRemoved())
+        return search(mGrid->getEdge(edge), mNode.mEdges);
     if (outcome != Outcome::SPLIT)
-        return {outcome, ahead.mEdge};
-    Side made;
-    return makeSide(made, mNode, side) ? judge(made, ahead.mEdge) : Match();
+        return {outcome, ahead.getEdge()};
+    return judge(Side(*mGrid, mGrid->getEdge(edge)), Side(*mGrid, mGrid->getEdge(ahead.getEdge())), ahead.getEdge());
 }
 
-/// The first side in the grid that decides about a side of a node.
-NavMeshConnector::Match NavMeshConnector::search(const NodeSides& node, uint32 side) const
+/// The first side in the grid that decides about another one.
+/// @param own  the sides of the same node, which are left out.
+NavMeshConnector::Match NavMeshConnector::search(const GridEdge& edge, const EdgeRange& own) const
 {
     Match match;
-    Side made;
-    if (!isSound(node, side) || !makeSide(made, node, side))
-        return match;
-    mGrid->findCandidates(made.mSearch,
-                          [&](uint32 edge)
+    const Side side(*mGrid, edge);
+    mGrid->findCandidates(edge, own,
+                          [&](uint32 other)
                           {
-                              match = judge(made, edge);
+                              match = judge(side, Side(*mGrid, mGrid->getEdge(other)), other);
                               return match.mOutcome != Outcome::NOTHING;
                           });
     return match;
 }
 
-bool NavMeshConnector::isSound(const NodeSides& node, uint32 side) const
+/// A side of the node in progress.
+NavMeshConnector::GridEdge NavMeshConnector::getEdge(uint32 side) const
 {
-    const MeshDraft::Node& lists = node.mLists;
-    if (side < lists.mSize && static_cast<uint32>(lists.mCorners[side]) < mDraft->getVertices().size())
-        return true;
-    return reportSide(node, side);
+    const MeshDraft::Node& lists = mNode.mLists;
+    return {mNode.mNode,
+            {static_cast<uint32>(lists.mCorners[side]), static_cast<uint32>(lists.mCorners[lists.getNext(side)])}};
 }
 
-/// Out of line: a report's text takes 4 KB of stack.
-bool NavMeshConnector::reportSide(const NodeSides& node, uint32 side) const
+/// What comes of a side when another one that runs along it is the next candidate.
+NavMeshConnector::Match NavMeshConnector::judgeParallel(const Side& side, const Side& other, uint32 edge) const
 {
-    const uint32 numEdges = node.mLists.mSize;
-    return KORV_ASSERT(side < numEdges, "edgeID < numEdges", "edgeID : " << side << " >= numEdges: " << numEdges) &&
-           KORV_BARE_ASSERT(static_cast<uint32>(node.mLists.mCorners[side]) < mDraft->getVertices().size(),
-                            "border[edgeID] < navMesh->mVertices.size()");
-}
-
-/// @return false for a side without length or with a second corner that does not exist: nothing runs along it.
-bool NavMeshConnector::makeSide(Side& made, const NodeSides& node, uint32 side) const
-{
-    const MeshDraft::Node& lists = node.mLists;
-    const Vector<Vec3<float>>& vertices = mDraft->getVertices();
-    const auto first = static_cast<uint32>(lists.mCorners[side]);
-    const auto second = static_cast<uint32>(lists.mCorners[lists.getNext(side)]);
-    if (second >= vertices.size())
-        return false;
-    made.mStart = vertices[first];
-    made.mEnd = vertices[second];
-    Grid::Search& search = made.mSearch;
-    search.mA = mGrid->getPosition(made.mStart);
-    search.mB = mGrid->getPosition(made.mEnd);
-    search.mFirstOwn = node.mFirstEdge;
-    search.mEndOwn = node.mEndEdge;
-    made.mAlong = search.mB - search.mA;
-    made.mLength = made.mAlong.getLength();
-    if (!(made.mLength > 0.0f) || !std::isfinite(made.mLength))
-        return false;
-    made.mDir = {made.mAlong.mX / made.mLength, made.mAlong.mY / made.mLength};
-    made.mSlack = mOverlapTolerance / made.mLength;
-    search.mBox = boxAround(search.mA, search.mB, made.mLength, mDistanceTolerance);
-    const auto firstCorner = static_cast<uint32>(lists.mCorners[0]);
-    made.mNodeHeight = firstCorner < vertices.size() ? getHeight(vertices[firstCorner]) : 0.0f;
-    return true;
-}
-
-float NavMeshConnector::getHeight(const Vec3<float>& vertex) const
-{
-    return vertex[mGrid->mVertComp] * mAxisValue;
-}
-
-/// What comes of a side when another one of the grid is the next candidate; cheap tests first.
-NavMeshConnector::Match NavMeshConnector::judge(const Side& side, uint32 edge) const
-{
-    const Grid::GridEdge& candidate = mGrid->getEdge(edge);
-    const Vec3<float>& start = mDraft->getVertices()[candidate.mVertices[0]];
-    const Vec2<float> p0 = mGrid->getPosition(start);
-    const Vec2<float> p1 = mGrid->getPosition(mDraft->getVertices()[candidate.mVertices[1]]);
-    if (!side.mSearch.mBox.meets(p0, p1) || !isWithinRange(side, start))
+    if (!isWithinRange(side, other))
         return Match();
-    float t0;
-    float t1;
-    projectOntoSide(t0, t1, side.mSearch.mA, side.mAlong, p0, p1);
-    if (!(t1 - t0 >= side.mSlack) || !runsAlong(side, p0, p1) || !touches(side, p0, p1))
+    const float start = side.project(other.mStart);
+    const float end = side.project(other.mEnd);
+    const float from = std::clamp(start, 0.0f, 1.0f);
+    const float to = std::clamp(end, 0.0f, 1.0f);
+    const Overlap overlap{from > to ? to : from, from > to ? from : to, mOverlapTolerance / side.mLength};
+    if (!(overlap.mTo - overlap.mFrom >= overlap.mSlack))
         return Match();
-    if (isWithinReach(side.mNodeHeight, getHeight(start)))
-        return cover(side, edge, t0, t1);
+    const bool touches = side.isNear(other.mStart, start, mDistanceTolerance) ||
+                         side.isNear(other.mEnd, end, mDistanceTolerance) ||
+                         other.isNear(side.mStart, other.project(side.mStart), mDistanceTolerance) ||
+                         other.isNear(side.mEnd, other.project(side.mEnd), mDistanceTolerance);
+    if (!touches)
+        return Match();
+    if (isWithinReach(mGrid->getNodeHeight(side.mEdge.mNode) * mAxisValue, other.mHeight * mAxisValue))
+        return overlap.isWhole() ? Match{Outcome::LINK, edge} : split(side, edge, overlap);
     if (mRules == Rules::REFINED)
         return Match();
     return {Outcome::OUT_OF_REACH, edge}; // open for good: sides further down the list are not tried
-}
-
-/// Whether a side starts within the larger of both reaches of another one's start, up or down.
-bool NavMeshConnector::isWithinRange(const Side& side, const Vec3<float>& start) const
-{
-    const float difference = start[mGrid->mVertComp] - side.mStart[mGrid->mVertComp];
-    return std::fabs(difference) <= std::max(mMaxJumpHeight, mMaxFallHeight);
-}
-
-/// Whether a candidate's direction is that of the side, or opposite to it. Refined rules want it opposite: then the two
-/// nodes face each other, and the ground beyond the side is not the one beneath it.
-bool NavMeshConnector::runsAlong(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const
-{
-    const float cosine = dot(side.mDir, normalised(p1 - p0));
-    return mRules == Rules::REFINED ? -cosine >= MIN_COSINE : std::fabs(cosine) >= MIN_COSINE;
-}
-
-bool NavMeshConnector::touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const
-{
-    using Common::Geom::IsPointOnSegment;
-    const Vec2<float>& a = side.mSearch.mA;
-    const Vec2<float>& b = side.mSearch.mB;
-    return IsPointOnSegment(a, b, p0, mDistanceTolerance) || IsPointOnSegment(a, b, p1, mDistanceTolerance) ||
-           IsPointOnSegment(p0, p1, a, mDistanceTolerance) || IsPointOnSegment(p0, p1, b, mDistanceTolerance);
 }
 
 bool NavMeshConnector::isWithinReach(float nodeHeight, float height) const
@@ -400,18 +243,14 @@ bool NavMeshConnector::isWithinReach(float nodeHeight, float height) const
     return !(height <= nodeHeight && nodeHeight - height > mMaxFallHeight);
 }
 
-/// What comes of a side that is covered from t0 to t1.
-NavMeshConnector::Match NavMeshConnector::cover(const Side& side, uint32 edge, float t0, float t1) const
+/// What comes of a side that is covered in part.
+NavMeshConnector::Match NavMeshConnector::split(const Side& side, uint32 edge, const Overlap& overlap) const
 {
-    const bool fromStart = t0 < side.mSlack;
-    const bool toEnd = t1 > 1.0f - side.mSlack;
-    if (fromStart && toEnd)
-        return {Outcome::LINK, edge};
     Match split{Outcome::SPLIT, edge};
-    if (t0 >= side.mSlack)
-        split.mCuts[split.mNumCuts++] = t0;
-    if (t1 <= 1.0f - side.mSlack)
-        split.mCuts[split.mNumCuts++] = t1;
+    if (overlap.mFrom >= overlap.mSlack)
+        split.mCuts[split.mNumCuts++] = overlap.mFrom;
+    if (overlap.mTo <= 1.0f - overlap.mSlack)
+        split.mCuts[split.mNumCuts++] = overlap.mTo;
     if (!KORV_ASSERT(split.mNumCuts > 0, "false", "fourth case ?!? should not happen"))
         return Match();
     return isShorter(side, split) ? split : Match();
@@ -421,12 +260,13 @@ NavMeshConnector::Match NavMeshConnector::cover(const Side& side, uint32 edge, f
 /// would be the side itself, and splitting would never end.
 bool NavMeshConnector::isShorter(const Side& side, const Match& split) const
 {
-    Vec2<float> from = side.mSearch.mA;
+    const Vec3<float>& start = mGrid->getVertex(side.mEdge, 0);
+    const Vec3<float>& end = mGrid->getVertex(side.mEdge, 1);
+    Vec2<float> from = side.mStart;
     for (uint32 i = 0; i <= split.mNumCuts; ++i)
     {
-        const Vec2<float> to = i < split.mNumCuts
-                                   ? mGrid->getPosition(side.mStart + (side.mEnd - side.mStart) * split.mCuts[i])
-                                   : side.mSearch.mB;
+        const Vec2<float> to =
+            i < split.mNumCuts ? mGrid->getPosition(start + (end - start) * split.mCuts[i]) : side.mEnd;
         const float length = (to - from).getLength();
         if (!(length > 0.0f && length < side.mLength))
             return false;
@@ -471,13 +311,9 @@ void NavMeshConnector::splitSide(uint32 side, const Match& split)
 /// Lets others find a piece of a side; what they have found ahead may not hold any more.
 void NavMeshConnector::insertPiece(uint32 side, uint32 edge)
 {
-    const MeshDraft::Node& lists = mNode.mLists;
-    const Grid::GridEdge piece{
-        mNode.mNode,
-        {static_cast<uint32>(lists.mCorners[side]), static_cast<uint32>(lists.mCorners[lists.getNext(side)])}};
     mSidesNearby.clear();
-    mGrid->insertPiece(edge, piece, searchDistance(mDistanceTolerance, mGrid->getExtent()), mSidesNearby);
+    mGrid->insertPiece(edge, getEdge(side), mSidesNearby);
     for (const uint32 nearby : mSidesNearby)
-        mAhead[nearby].set(Outcome::UNKNOWN, 0);
+        mAhead[nearby] = Ahead(Outcome::UNKNOWN, 0);
 }
 } // namespace KORV::NavMesh

@@ -14,8 +14,6 @@ class RangeRunner;
 class NavMeshConnector : public Common::Memory::MemoryManaged
 {
 public:
-    class Grid;
-
     /// The fraction of the stage that the host has been told of at the end: the nodes are still to be made.
     static constexpr float SHARE_OF_STAGE = 0.9f;
 
@@ -37,9 +35,14 @@ public:
                           Common::Threading::ThreadPool& pool, const RunControl& control);
 
 private:
+    class Grid;
     struct Side;
     struct Match;
+    struct Overlap;
     class Run;
+
+    /// Sides run along each other when the cosine of their angle is at least this, in either direction.
+    static constexpr float MIN_COSINE = 0.99f;
 
     /// Neighbour entry of an open side.
     static constexpr int32 OPEN = -1;
@@ -47,56 +50,72 @@ private:
     /// What the search for a side comes to.
     enum class Outcome : uint32
     {
-        UNKNOWN,
         NOTHING,
+        UNKNOWN,
         OUT_OF_REACH,
         LINK,
         SPLIT
     };
     /// What a side has found ahead of its turn, in one word.
-    struct Ahead
+    class Ahead
     {
-        static constexpr uint32 EDGE_BITS = 29;
-
-        void set(Outcome outcome, uint32 edge)
+    public:
+        Ahead() = default;
+        Ahead(Outcome outcome, uint32 edge)
+            : mBits(edge >> EDGE_BITS == 0 ? edge | (static_cast<uint32>(outcome) << EDGE_BITS)
+                                           : static_cast<uint32>(Outcome::UNKNOWN) << EDGE_BITS)
         {
-            const bool fits = edge >> EDGE_BITS == 0;
-            mEdge = edge & ((1u << EDGE_BITS) - 1);
-            mOutcome = static_cast<uint32>(fits ? outcome : Outcome::UNKNOWN) & 7u;
         }
 
-        uint32 mEdge : EDGE_BITS; ///< of the grid
-        uint32 mOutcome : 32 - EDGE_BITS;
+        Outcome getOutcome() const { return static_cast<Outcome>(mBits >> EDGE_BITS); }
+        /// Of the grid.
+        uint32 getEdge() const { return mBits & ((1u << EDGE_BITS) - 1); }
+
+    private:
+        static constexpr uint32 EDGE_BITS = 29;
+
+        uint32 mBits = 0;
+    };
+    /// One open side.
+    struct GridEdge
+    {
+        int32 mNode = -1;
+        uint32 mVertices[2] = {};
+
+        bool isRemoved() const { return mNode < 0; }
+    };
+    /// Numbers of sides in the grid.
+    struct EdgeRange
+    {
+        uint32 mBegin = 0;
+        uint32 mEnd = 0;
     };
     /// A node, and the numbers of its open sides in the grid.
     struct NodeSides
     {
         int32 mNode = -1;
         MeshDraft::Node mLists;
-        uint32 mFirstEdge = 0;
-        uint32 mEndEdge = 0;
+        EdgeRange mEdges;
     };
 
     void searchAhead(const RangeRunner& runner);
-    void listFirstEdges(Vector<uint32>& firstEdges) const;
-    void searchAhead(MeshDraft::Block& block, uint32 firstEdge);
-    static NodeSides getNodeSides(MeshDraft::Block& block, size_t piece, uint32 firstEdge);
+    void searchCells(uint32 begin, uint32 end);
+    void searchCell(uint32 cell, const Vector<Side>& sides);
+    Match findInCell(uint32 cell, const Vector<Side>& sides, uint32 side, const EdgeRange& own) const;
+    void reportMissingCorners() const;
     void connectNodes(const RunControl& control);
-    void connectNode();
+    void connectNode(MeshDraft::Block& block, size_t piece);
     void fetchAhead(uint32 edge) const;
     uint32 connectSide(uint32 side, uint32 edge);
-    Match recall(uint32 side, uint32 edge) const;
-    Match search(const NodeSides& node, uint32 side) const;
-    bool isSound(const NodeSides& node, uint32 side) const;
-    [[gnu::noinline, gnu::cold]] bool reportSide(const NodeSides& node, uint32 side) const;
-    bool makeSide(Side& made, const NodeSides& node, uint32 side) const;
-    float getHeight(const Vec3<float>& vertex) const;
-    Match judge(const Side& side, uint32 edge) const;
-    bool isWithinRange(const Side& side, const Vec3<float>& start) const;
-    bool runsAlong(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
-    bool touches(const Side& side, const Vec2<float>& p0, const Vec2<float>& p1) const;
+    Match recall(uint32 edge) const;
+    Match search(const GridEdge& edge, const EdgeRange& own) const;
+    GridEdge getEdge(uint32 side) const;
+    Match judge(const Side& side, const Side& other, uint32 edge) const;
+    bool runsAlong(const Side& side, const Side& other) const;
+    bool isWithinRange(const Side& side, const Side& other) const;
+    Match judgeParallel(const Side& side, const Side& other, uint32 edge) const;
     bool isWithinReach(float nodeHeight, float height) const;
-    Match cover(const Side& side, uint32 edge, float t0, float t1) const;
+    Match split(const Side& side, uint32 edge, const Overlap& overlap) const;
     bool isShorter(const Side& side, const Match& split) const;
     bool settle(uint32 side, const Match& match);
     void splitSide(uint32 side, const Match& split);

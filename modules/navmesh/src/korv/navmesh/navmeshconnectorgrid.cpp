@@ -6,7 +6,7 @@
 // tells that a side is too far away, so that most sides need not be fetched.
 //
 // Cost: a side crosses few cells, as the cell size follows the average. A side takes 12 bytes, and 8 for each cell that
-// it crosses; a cell takes 16.
+// it crosses; a cell takes 16, a node 4.
 #include "korv/navmesh/navmeshconnectorgrid.h"
 
 #include "korv/common/debug/assert.h"
@@ -26,25 +26,31 @@ constexpr uint64 FEW_CELLS = 1024;
 /// So many sides are not worth waking a worker.
 constexpr uint32 FEW_EDGES = 4096;
 
+/// How far from a side the search looks: twice what is needed, and far more than the rounding of the tests.
+/// @param extent  of the coordinates of a side, and its length.
+float searchDistance(float tolerance, float extent)
+{
+    constexpr float ROUNDING_SHARE = 1e-5f;
+    return 2.0f * std::fabs(tolerance) + ROUNDING_SHARE * extent;
+}
+
 bool isFinite(const Vec2<float>& p)
 {
     return std::isfinite(p.mX) && std::isfinite(p.mY);
 }
 } // namespace
 
-NavMeshConnector::Grid::Grid(MeshDraft& draft, int32 vertComp)
-    : mVertComp(vertComp), mVertices(draft.getVertices()), mEdges(getMemory()), mCells(getMemory()),
-      mUsedCells(CellNumbers::allocator_type(getMemory())), mEntries(getMemory()), mPieces(getMemory()),
-      mPieceEntries(getMemory())
+NavMeshConnector::Grid::Grid(MeshDraft& draft, int32 vertComp, float tolerance)
+    : mVertComp(vertComp), mVertices(draft.getVertices()), mEdges(getMemory()), mNodeHeights(getMemory()),
+      mCells(getMemory()), mUsedCells(CellNumbers::allocator_type(getMemory())), mEntries(getMemory()),
+      mPieces(getMemory()), mPieceEntries(getMemory())
 {
     if (!KORV_ASSERT(mVertComp == 0 || mVertComp == 1 || mVertComp == 2,
                      "mVertComp == 0 || mVertComp == 1 || mVertComp == 2",
                      "vertical component must be in range of [0 .. 2]"))
         mVertComp = 2;
-    mHorizComp[0] = mVertComp == 0 ? 1 : 0;
-    mHorizComp[1] = mVertComp == 2 ? 1 : 2;
     listEdges(draft);
-    measure();
+    measure(tolerance);
 }
 
 NavMeshConnector::Grid::~Grid() = default;
@@ -54,26 +60,31 @@ void NavMeshConnector::Grid::listEdges(MeshDraft& draft)
     size_t numOpen = 0;
     for (const MeshDraft::Block& block : draft.getBlocks())
         numOpen +=
-            static_cast<size_t>(std::count(block.mPieces.mNeighbours.begin(), block.mPieces.mNeighbours.end(), -1));
+            static_cast<size_t>(std::count(block.mPieces.mNeighbours.begin(), block.mPieces.mNeighbours.end(), OPEN));
     mEdges.reserve(numOpen);
+    mNodeHeights.reserve(draft.size());
     for (MeshDraft::Block& block : draft.getBlocks())
     {
         for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
-        {
-            const MeshDraft::Node node = MeshDraft::getNode(block, piece);
-            for (uint32 side = 0; side < node.mSize; ++side)
-            {
-                if (node.mNeighbours[side] == -1)
-                    mEdges.push_back({block.mFirstNode + static_cast<int32>(piece),
-                                      {static_cast<uint32>(node.mCorners[side]),
-                                       static_cast<uint32>(node.mCorners[node.getNext(side)])}});
-            }
-        }
+            listNode(block.mFirstNode + static_cast<int32>(piece), MeshDraft::getNode(block, piece));
+    }
+}
+
+void NavMeshConnector::Grid::listNode(int32 number, const MeshDraft::Node& node)
+{
+    const bool hasHeight = node.mSize > 0 && static_cast<uint32>(node.mCorners[0]) < mVertices.size();
+    mNodeHeights.push_back(hasHeight ? getHeight(mVertices[static_cast<uint32>(node.mCorners[0])]) : 0.0f);
+    for (uint32 side = 0; side < node.mSize; ++side)
+    {
+        if (node.mNeighbours[side] == OPEN)
+            mEdges.push_back(
+                {number,
+                 {static_cast<uint32>(node.mCorners[side]), static_cast<uint32>(node.mCorners[node.getNext(side)])}});
     }
 }
 
 /// Finds cell size, origin and cell counts. Without a usable cell size, mCellSize stays negative.
-void NavMeshConnector::Grid::measure()
+void NavMeshConnector::Grid::measure(float tolerance)
 {
     Vec2<float> low(3.4028235e+38f, 3.4028235e+38f);
     Vec2<float> high(-3.4028235e+38f, -3.4028235e+38f);
@@ -88,7 +99,9 @@ void NavMeshConnector::Grid::measure()
     const float cellSize = 2.0f * averageLength();
     if (!(cellSize > 0.0f) || !isFinite(high - low) || !std::isfinite(cellSize))
         return;
-    mExtent = low.getLength() + high.getLength() + (high - low).getLength();
+    // at least the largest coordinate and the length of a side together
+    const float extent = low.getLength() + high.getLength() + (high - low).getLength();
+    setReach(searchDistance(tolerance, extent) / cellSize);
     low = low - Vec2<float>(cellSize, cellSize);
     high = high + Vec2<float>(cellSize, cellSize);
     mCellSize = cellSize;
@@ -101,6 +114,13 @@ void NavMeshConnector::Grid::measure()
         mCells.resize(numCells);
 }
 
+/// @param cells  how far beyond a side the search looks. A box reaches that far from the end of its last step.
+void NavMeshConnector::Grid::setReach(float cells)
+{
+    const float steps = cells * CoarseBox::STEPS + 1.0f;
+    mReach = steps < static_cast<float>(CoarseBox::MOST) ? static_cast<uint32>(steps) : CoarseBox::MOST;
+}
+
 /// Average length of the open sides, those that can't be measured left out; 0 when there are none. Takes back those
 /// that can't be registered.
 float NavMeshConnector::Grid::averageLength()
@@ -109,6 +129,8 @@ float NavMeshConnector::Grid::averageLength()
     uint64 numMeasured = 0;
     for (GridEdge& edge : mEdges)
     {
+        if (edge.mVertices[0] >= mVertices.size())
+            ++mNumMissing;
         const bool exists = edge.mVertices[0] < mVertices.size() && edge.mVertices[1] < mVertices.size();
         const float length = exists ? (getEnd(edge, 1) - getEnd(edge, 0)).getLength() : 0.0f;
         const bool isMeasured = exists && std::isfinite(length);
@@ -137,41 +159,18 @@ bool NavMeshConnector::Grid::reportPosition() const
                        "grid position out of range");
 }
 
-/// A cell's place in mCells, which it gets now if need be.
-uint32 NavMeshConnector::Grid::getCellNumber(const Position& position)
+uint32 NavMeshConnector::Grid::getSparseCell(uint64 key)
 {
-    const uint64 key = getKey(position);
-    if (!mIsSparse)
-        return static_cast<uint32>(key);
     const auto [place, isNew] = mUsedCells.try_emplace(key, static_cast<uint32>(mCells.size()));
     if (isNew)
         mCells.emplace_back();
     return place->second;
 }
 
-const NavMeshConnector::Grid::Cell* NavMeshConnector::Grid::findCell(const Position& position) const
+const NavMeshConnector::Grid::Cell* NavMeshConnector::Grid::findSparseCell(uint64 key) const
 {
-    const uint64 key = getKey(position);
-    if (!mIsSparse)
-        return &mCells[key];
     const auto place = mUsedCells.find(key);
     return place != mUsedCells.end() ? &mCells[place->second] : nullptr;
-}
-
-/// @param low, high  in grid coordinates.
-NavMeshConnector::Grid::CoarseBox
-NavMeshConnector::Grid::CoarseBox::around(const Position& cell, const Vec2<float>& low, const Vec2<float>& high)
-{
-    constexpr float STEPS = 32.0f; // a cell, so that the box may reach from one cell before to two behind
-    constexpr float MOST = 127.0f;
-    const auto coarse = [](float coordinate, int32 origin)
-    {
-        const float steps = (coordinate - static_cast<float>(origin - 1)) * STEPS;
-        return static_cast<uint32>(steps > 0.0f ? (steps < MOST ? steps : MOST) : 0.0f);
-    };
-    const uint32 lower = coarse(low.mX, cell.mX) | (coarse(low.mY, cell.mY) << 8);
-    const uint32 upper = coarse(high.mX, cell.mX) | (coarse(high.mY, cell.mY) << 8);
-    return {(lower | (upper << 16)) ^ (MAX_STEPS << 16)};
 }
 
 void NavMeshConnector::Grid::insertOpenSides(RangeRunner& runner, uint32 numParts, float end)
@@ -197,14 +196,15 @@ void NavMeshConnector::Grid::countEntries(uint32 begin, uint32 end, Vector<uint3
     {
         if (mEdges[edge].isRemoved())
             continue;
-        const Segment segment = getSegment(mEdges[edge]);
-        for (CellWalk walk(*this, segment); !walk.isDone(); walk.advance())
-        {
-            const uint32 cell = getCellNumber(walk.getCell());
-            if (cell == counts.size())
-                counts.push_back(0);
-            ++counts[cell];
-        }
+        visitCells(getSegment(mEdges[edge]),
+                   [&](const Position& position)
+                   {
+                       const uint32 cell = getCellNumber(position);
+                       if (cell == counts.size())
+                           counts.push_back(0);
+                       ++counts[cell];
+                       return false;
+                   });
     }
 }
 
@@ -231,37 +231,61 @@ void NavMeshConnector::Grid::layEntriesOut(RangeResults<uint32>& counts)
     mEntries.resize(numEntries);
 }
 
-void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32>& places)
+/// @param free  the next free place of each cell.
+void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32>& free)
 {
     for (uint32 edge = begin; edge < end; ++edge)
     {
         if (mEdges[edge].isRemoved())
             continue;
         const Segment segment = getSegment(mEdges[edge]);
-        for (CellWalk walk(*this, segment); !walk.isDone(); walk.advance())
-            mEntries[places[getCellNumber(walk.getCell())]++] = {edge, segment.getCoarseBox(walk.getCell())};
+        visitCells(segment,
+                   [&](const Position& position)
+                   {
+                       mEntries[free[getCellNumber(position)]++] = {edge, segment.getCoarseBox(position)};
+                       return false;
+                   });
     }
 }
 
-void NavMeshConnector::Grid::insertPiece(uint32 origin, const GridEdge& piece, float distance,
-                                         Vector<uint32>& sidesNearby)
+/// Sides that could not be registered do not matter, and may be counted in.
+NavMeshConnector::EdgeRange NavMeshConnector::Grid::getOwnEdges(uint32 edge) const
+{
+    const auto isOwn = [&](const GridEdge& other) { return other.isRemoved() || other.mNode == mEdges[edge].mNode; };
+    EdgeRange own{edge, edge + 1};
+    while (own.mBegin > 0 && isOwn(mEdges[own.mBegin - 1]))
+        --own.mBegin;
+    while (own.mEnd < mEdges.size() && isOwn(mEdges[own.mEnd]))
+        ++own.mEnd;
+    return own;
+}
+
+void NavMeshConnector::Grid::insertPiece(uint32 origin, const GridEdge& piece, Vector<uint32>& sidesNearby)
 {
     const auto number = static_cast<uint32>(mPieces.size());
     mPieces.push_back({piece, origin});
     const Segment segment = getSegment(piece);
-    for (CellWalk walk(*this, segment); !walk.isDone(); walk.advance())
-    {
-        Cell& cell = mCells[getCellNumber(walk.getCell())];
-        const auto entry = static_cast<uint32>(mPieceEntries.size());
-        mPieceEntries.push_back({{number, segment.getCoarseBox(walk.getCell())}, NONE});
-        (cell.mFirstPiece == NONE ? cell.mFirstPiece : mPieceEntries[cell.mLastPiece].mNext) = entry;
-        cell.mLastPiece = entry;
-        const uint32 limits = segment.getCoarseBox(walk.getCell(), distance / mCellSize).getLimits();
-        for (uint32 at = cell.mEnd; at > cell.mBegin && mEntries[at - 1].mEdge > origin; --at)
-        {
-            if (mEntries[at - 1].mBox.meets(limits))
-                sidesNearby.push_back(mEntries[at - 1].mEdge);
-        }
-    }
+    visitCells(segment,
+               [&](const Position& position)
+               {
+                   Cell& cell = mCells[getCellNumber(position)];
+                   const CoarseBox box = segment.getCoarseBox(position);
+                   appendPiece(cell, {number, box});
+                   const uint32 limits = getLimits(box);
+                   for (uint32 at = cell.mEnd; at > cell.mBegin && mEntries[at - 1].mEdge > origin; --at)
+                   {
+                       if (mEntries[at - 1].mBox.meets(limits))
+                           sidesNearby.push_back(mEntries[at - 1].mEdge);
+                   }
+                   return false;
+               });
+}
+
+void NavMeshConnector::Grid::appendPiece(Cell& cell, const Entry& entry)
+{
+    const auto number = static_cast<uint32>(mPieceEntries.size());
+    mPieceEntries.push_back({entry, NONE});
+    (cell.mFirstPiece == NONE ? cell.mFirstPiece : mPieceEntries[cell.mLastPiece].mNext) = number;
+    cell.mLastPiece = number;
 }
 } // namespace KORV::NavMesh

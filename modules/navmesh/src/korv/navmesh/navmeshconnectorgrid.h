@@ -1,9 +1,12 @@
 #pragma once
 
+#include "korv/common/platform/prefetch.h"
 #include "korv/navmesh/navmeshconnector.h"
 #include "korv/navmesh/rangetask.h"
 
 #include <algorithm>
+#include <limits>
+#include <span>
 #include <unordered_map>
 
 namespace KORV::NavMesh
@@ -15,47 +18,80 @@ namespace KORV::NavMesh
 class NavMeshConnector::Grid : public Common::Memory::MemoryManaged
 {
 public:
-    /// One open side.
-    struct GridEdge
+    /// Column and row of a cell.
+    struct Position
     {
-        int32 mNode = -1;
-        uint32 mVertices[2] = {};
+        bool operator==(const Position&) const = default;
 
-        bool isRemoved() const { return mNode < 0; }
+        int32 mX;
+        int32 mY;
     };
-
-    /// An upright rectangle in the ground plane.
-    struct Box
+    /// Where a segment's box lies about a cell, four bytes in a word: lower ends, and upper ends counted downwards. In
+    /// steps so coarse that rounding keeps the order of coordinates, so no box that meets another is lost.
+    class CoarseBox
     {
-        Vec2<float> mMin;
-        Vec2<float> mMax;
+    public:
+        static constexpr float STEPS = 32.0f; ///< a cell, so that a box may reach from one cell before to two behind
+        static constexpr uint32 MOST = 127;
 
-        /// Whether the box of a segment touches this one; true as well where an end is not a number.
-        bool meets(const Vec2<float>& a, const Vec2<float>& b) const
+        CoarseBox() = default;
+        /// @param low, high  in grid coordinates.
+        CoarseBox(const Position& cell, const Vec2<float>& low, const Vec2<float>& high)
         {
-            return !((a.mX > mMax.mX && b.mX > mMax.mX) || (a.mX < mMin.mX && b.mX < mMin.mX) ||
-                     (a.mY > mMax.mY && b.mY > mMax.mY) || (a.mY < mMin.mY && b.mY < mMin.mY));
+            const uint32 lower = toSteps(low.mX, cell.mX) | (toSteps(low.mY, cell.mY) << 8);
+            const uint32 upper = toSteps(high.mX, cell.mX) | (toSteps(high.mY, cell.mY) << 8);
+            mBytes = (lower | (upper << 16)) ^ (MAX_STEPS << 16);
         }
-    };
 
-    /// What to look for.
-    struct Search
+        /// Whether both ends lie in the cell and nowhere else.
+        bool isWithinCell() const { return (mBytes & OTHER_CELLS) == IN_CELL; }
+        /// What meets compares with.
+        /// @param reach  added on every side. [steps, MOST at most]
+        uint32 getLimits(uint32 reach) const
+        {
+            const uint32 reduced = (mBytes | GUARDS) - reach * EACH;
+            const uint32 guards = reduced & GUARDS; // gone where the box would reach too far
+            const uint32 widened = reduced & (guards - (guards >> 7));
+            // no byte borrows from the next, for all steps are below 128
+            return (MAX_STEPS - ((widened >> 16) | (widened << 16))) | GUARDS;
+        }
+        bool meets(uint32 limits) const { return ((limits - mBytes) & GUARDS) == GUARDS; }
+
+    private:
+        /// @return 0 also for what is not a number.
+        static uint32 toSteps(float coordinate, int32 cell)
+        {
+            const float steps = (coordinate - static_cast<float>(cell - 1)) * STEPS;
+            return static_cast<uint32>(static_cast<int32>(std::min(std::max(0.0f, steps), float{MOST})));
+        }
+
+        static constexpr uint32 EACH = 0x01010101;
+        static constexpr uint32 GUARDS = 0x80808080;
+        static constexpr uint32 MAX_STEPS = 0x7F7F7F7F;
+        // the bits that tell cells apart: the cell itself has the steps from 32 to 63, counted downwards from 64 to 95
+        static constexpr uint32 OTHER_CELLS = 0x60606060;
+        static constexpr uint32 IN_CELL = 0x40402020;
+
+        uint32 mBytes = 0;
+    };
+    /// A side in a cell.
+    struct Entry
     {
-        Vec2<float> mA; ///< ends of the side
-        Vec2<float> mB;
-        Box mBox;         ///< where sides must lie at least in part
-        uint32 mFirstOwn; ///< the node's own sides, which are left out
-        uint32 mEndOwn;
+        uint32 mEdge;
+        CoarseBox mBox;
     };
 
     /// Sets the cells up for the open sides of a mesh, which must outlive the grid, and numbers them.
-    Grid(MeshDraft& draft, int32 vertComp);
+    /// @param tolerance  distance at which sides touch.
+    Grid(MeshDraft& draft, int32 vertComp, float tolerance);
     ~Grid() override;
 
     /// False when there is no side that could be registered.
     bool isUsable() const { return mCellSize > 0.0f; }
     /// The open sides of the mesh, registered or not.
     uint32 getNumEdges() const { return static_cast<uint32>(mEdges.size()); }
+    /// Those of them that start at a corner which does not exist.
+    uint32 getNumMissing() const { return mNumMissing; }
 
     /// Registers the open sides of all nodes. One with an invalid corner, or without a finite length above 0, can't be
     /// linked and is left out. Throws what the runner throws.
@@ -65,72 +101,78 @@ public:
     /// Takes a side of the mesh back.
     void removeEdge(uint32 edge) { mEdges[edge].mNode = -1; }
     /// Registers what is left of a side that has been taken back: a piece of it. Origins must come in ascending order.
-    /// Appends the sides behind the origin in the cells that it crosses, all that are as near as that, and some beyond.
-    void insertPiece(uint32 origin, const GridEdge& piece, float distance, Vector<uint32>& sidesNearby);
+    /// Appends the sides behind the origin in the cells that it crosses, all that can touch it, and some beyond.
+    void insertPiece(uint32 origin, const GridEdge& piece, Vector<uint32>& sidesNearby);
 
     /// Calls the visitor with the sides in the cells of a side until it returns true: cell by cell, first those of
     /// nodes behind, then those of nodes before, in ascending order; some of them more than once. The numbers of pieces
     /// follow those of the mesh's sides.
+    /// @param own  the sides of the same node, which are left out.
     template <class Visitor>
-    void findCandidates(const Search& search, const Visitor& visitor) const;
+    void findCandidates(const GridEdge& edge, const EdgeRange& own, const Visitor& visitor) const;
 
-    /// At least the largest coordinate and the length of a side together.
-    float getExtent() const { return mExtent; }
+    uint32 getNumCells() const { return static_cast<uint32>(mCells.size()); }
+    /// The sides of the mesh in a cell, in ascending order, removed ones among them.
+    std::span<const Entry> getEntries(uint32 cell) const
+    {
+        return {mEntries.data() + mCells[cell].mBegin, mEntries.data() + mCells[cell].mEnd};
+    }
+    /// Has what measuring an entry some turns later takes brought to the cache.
+    void fetchAhead(const Entry& entry) const
+    {
+        constexpr ptrdiff_t TURNS = 8;
+        const ptrdiff_t left = mEntries.data() + mEntries.size() - &entry;
+        if (left > 2 * TURNS)
+        {
+            Common::Platform::prefetch(&mEdges[(&entry)[2 * TURNS].mEdge]);
+            Common::Platform::prefetch(&mVertices[mEdges[(&entry)[TURNS].mEdge].mVertices[0]]);
+        }
+    }
+    /// Limits of the boxes in a cell that can touch another one.
+    uint32 getLimits(const CoarseBox& box) const { return box.getLimits(mReach); }
+    /// Whether a side that starts there has a cell as its first.
+    bool isFirstCell(uint32 cell, const Vec2<float>& start) const
+    {
+        return findCell(toCell(toGridCoords(start))) == &mCells[cell];
+    }
+    /// The sides of the node that a side belongs to, while none has been removed.
+    EdgeRange getOwnEdges(uint32 edge) const;
 
     const GridEdge& getEdge(uint32 edge) const
     {
         return edge < mEdges.size() ? mEdges[edge] : mPieces[edge - mEdges.size()].mEdge;
     }
+    const Vec3<float>& getVertex(const GridEdge& edge, uint32 end) const { return mVertices[edge.mVertices[end]]; }
+    Vec2<float> getEnd(const GridEdge& edge, uint32 end) const { return getPosition(getVertex(edge, end)); }
     /// A position in the ground plane.
-    Vec2<float> getPosition(const Vec3<float>& vertex) const { return {vertex[mHorizComp[0]], vertex[mHorizComp[1]]}; }
+    Vec2<float> getPosition(const Vec3<float>& vertex) const
+    {
+        return {mVertComp == 0 ? vertex.mY : vertex.mX, mVertComp == 2 ? vertex.mY : vertex.mZ};
+    }
+    float getHeight(const Vec3<float>& vertex) const { return vertex[mVertComp]; }
+    /// Vertical coordinate of a node's first corner.
+    float getNodeHeight(int32 node) const { return mNodeHeights[static_cast<uint32>(node)]; }
 
     float mCellSize = -1.0f;
     Vec2<float> mOrigin;
     int32 mVertComp;
-    int32 mHorizComp[2];
     int32 mGridX = 0;
     int32 mGridY = 0;
 
 private:
     static constexpr uint32 NONE = 0xFFFFFFFF;
 
-    struct Position
-    {
-        int32 mX;
-        int32 mY;
-    };
-    /// Where a segment's box lies about a cell, four bytes in a word: lower ends, and upper ends counted downwards. In
-    /// steps so coarse that rounding keeps the order of coordinates, so no box that meets another is lost.
-    struct CoarseBox
-    {
-        static CoarseBox around(const Position& cell, const Vec2<float>& low, const Vec2<float>& high);
-
-        /// What meets compares with; no byte borrows from the next, for all steps are below 128.
-        uint32 getLimits() const { return (MAX_STEPS - ((mBytes >> 16) | (mBytes << 16))) | GUARDS; }
-        bool meets(uint32 limits) const { return ((limits - mBytes) & GUARDS) == GUARDS; }
-
-        static constexpr uint32 GUARDS = 0x80808080;
-        static constexpr uint32 MAX_STEPS = 0x7F7F7F7F;
-
-        uint32 mBytes;
-    };
     /// A side in grid coordinates.
     struct Segment
     {
-        /// @param margin  added on every side.
-        CoarseBox getCoarseBox(const Position& cell, float margin = 0.0f) const
+        CoarseBox getCoarseBox(const Position& cell) const
         {
-            return CoarseBox::around(cell, {std::min(mA.mX, mB.mX) - margin, std::min(mA.mY, mB.mY) - margin},
-                                     {std::max(mA.mX, mB.mX) + margin, std::max(mA.mY, mB.mY) + margin});
+            return CoarseBox(cell, {std::min(mA.mX, mB.mX), std::min(mA.mY, mB.mY)},
+                             {std::max(mA.mX, mB.mX), std::max(mA.mY, mB.mY)});
         }
 
         Vec2<float> mA;
         Vec2<float> mB;
-    };
-    struct Entry
-    {
-        uint32 mEdge;
-        CoarseBox mBox;
     };
     struct Cell
     {
@@ -154,15 +196,16 @@ private:
     class CellWalk;
 
     void listEdges(MeshDraft& draft);
-    void measure();
+    void listNode(int32 number, const MeshDraft::Node& node);
+    void measure(float tolerance);
+    void setReach(float cells);
     float averageLength();
     int32 countCells(float extent) const;
+    /// @return 0 also for what is not a number.
     static int32 toCell(float coordinate, int32 numCells)
     {
-        if (!(coordinate >= 0.0f))
-            return 0;
-        return coordinate < static_cast<float>(numCells) ? std::min(static_cast<int32>(coordinate), numCells - 1)
-                                                         : numCells - 1;
+        const float inside = std::min(std::max(0.0f, coordinate), static_cast<float>(numCells));
+        return static_cast<int32>(std::min(static_cast<int64>(inside), int64{numCells} - 1));
     }
     Position toCell(const Vec2<float>& position) const
     {
@@ -177,7 +220,6 @@ private:
         return position.mX >= 0 && position.mX < mGridX && position.mY >= 0 && position.mY < mGridY;
     }
     [[gnu::noinline, gnu::cold]] bool reportPosition() const;
-    Vec2<float> getEnd(const GridEdge& edge, uint32 end) const { return getPosition(mVertices[edge.mVertices[end]]); }
     Vec2<float> toGridCoords(const Vec2<float>& position) const
     {
         return {(position.mX - mOrigin.mX) / mCellSize, (position.mY - mOrigin.mY) / mCellSize};
@@ -188,19 +230,35 @@ private:
                    ? static_cast<uint64>(position.mY) * static_cast<uint64>(mGridX) + static_cast<uint64>(position.mX)
                    : 0;
     }
-    uint32 getCellNumber(const Position& position);
-    const Cell* findCell(const Position& position) const;
+    /// A cell's place in mCells, which it gets now if need be.
+    uint32 getCellNumber(const Position& position)
+    {
+        const uint64 key = getKey(position);
+        return mIsSparse ? getSparseCell(key) : static_cast<uint32>(key);
+    }
+    uint32 getSparseCell(uint64 key);
+    const Cell* findCell(const Position& position) const
+    {
+        const uint64 key = getKey(position);
+        return mIsSparse ? findSparseCell(key) : &mCells[key];
+    }
+    const Cell* findSparseCell(uint64 key) const;
     void countEntries(uint32 begin, uint32 end, Vector<uint32>& counts);
     void layEntriesOut(RangeResults<uint32>& counts);
-    void fillEntries(uint32 begin, uint32 end, Vector<uint32>& places);
+    void fillEntries(uint32 begin, uint32 end, Vector<uint32>& free);
+    void appendPiece(Cell& cell, const Entry& entry);
     template <class Visitor>
-    bool visitCell(const Cell& cell, const Search& search, uint32 limits, const Visitor& visitor) const;
+    void visitCells(const Segment& segment, const Visitor& visitor) const;
+    template <class Visitor>
+    bool visitCell(const Cell& cell, const EdgeRange& own, uint32 limits, const Visitor& visitor) const;
     template <class Visitor>
     bool visitPieces(uint32& piece, uint32 end, uint32 limits, const Visitor& visitor) const;
 
     const Vector<Vec3<float>>& mVertices;
     Vector<GridEdge> mEdges;
-    float mExtent = 0.0f;
+    Vector<float> mNodeHeights;
+    uint32 mNumMissing = 0;
+    uint32 mReach = 0; ///< of a search beyond a side's coarse box [steps]
     bool mIsSparse = false;
     Vector<Cell> mCells;    ///< by number, y * mGridX + x; only those used where a table of all cells would be huge
     CellNumbers mUsedCells; ///< their places then: short sides in a wide mesh
@@ -209,7 +267,7 @@ private:
     Vector<PieceEntry> mPieceEntries;
 };
 
-/// The cells from one position to another, in the order met.
+/// The cells that a segment crosses, in the order met.
 ///
 /// A walk adds up distances in float, so near the corner of four cells it can step past the last cell and miss it. It
 /// then goes on to the rim. That is harmless, since sides out there are too far away to be linked, but in a sparse grid
@@ -219,9 +277,14 @@ private:
 class NavMeshConnector::Grid::CellWalk
 {
 public:
-    CellWalk(const Grid& grid, const Segment& segment)
-        : mGrid(grid), mSegment(segment), mCell(grid.toCell(segment.mA)), mEnd(grid.toCell(segment.mB))
+    CellWalk(const Grid& grid, const Segment& segment, const Position& begin, const Position& end)
+        : mGrid(grid), mCell(begin), mEnd(end)
     {
+        const Vec2<float> direction = normalised(segment.mB - segment.mA);
+        mX = Axis(mCell.mX, segment.mA.mX, direction.mX);
+        mY = Axis(mCell.mY, segment.mA.mY, direction.mY);
+        const int64 overrun = mGrid.mIsSparse ? MAX_OVERRUN : int64{mGrid.mGridX} + mGrid.mGridY;
+        mStepsLeft = std::abs(int64{mEnd.mX} - mCell.mX) + std::abs(int64{mEnd.mY} - mCell.mY) + overrun;
     }
 
     const Position& getCell() const { return mCell; }
@@ -229,11 +292,9 @@ public:
 
     void advance()
     {
-        mDone = isAtEnd() || mStepsLeft == 0;
+        mDone = mCell == mEnd || mStepsLeft == 0;
         if (mDone)
             return;
-        if (mStepsLeft < 0)
-            begin();
         --mStepsLeft;
         if (mY.mNext <= mX.mNext)
             mY.advance(mCell.mY);
@@ -267,70 +328,72 @@ private:
         float mDelta = 0.0f;
     };
 
-    /// Makes ready for the first step; many walks have none.
-    void begin()
-    {
-        const Vec2<float> direction = normalised(mSegment.mB - mSegment.mA);
-        mX = Axis(mCell.mX, mSegment.mA.mX, direction.mX);
-        mY = Axis(mCell.mY, mSegment.mA.mY, direction.mY);
-        const int64 overrun = mGrid.mIsSparse ? MAX_OVERRUN : int64{mGrid.mGridX} + mGrid.mGridY;
-        mStepsLeft = std::abs(int64{mEnd.mX} - mCell.mX) + std::abs(int64{mEnd.mY} - mCell.mY) + overrun;
-    }
-    bool isAtEnd() const { return mCell.mX == mEnd.mX && mCell.mY == mEnd.mY; }
-
     const Grid& mGrid;
-    const Segment& mSegment;
     Position mCell;
     Position mEnd;
     Axis mX;
     Axis mY;
-    int64 mStepsLeft = -1; ///< negative before the first one
+    int64 mStepsLeft = 0;
     bool mDone = false;
 };
 
 template <class Visitor>
-void NavMeshConnector::Grid::findCandidates(const Search& search, const Visitor& visitor) const
+void NavMeshConnector::Grid::findCandidates(const GridEdge& edge, const EdgeRange& own, const Visitor& visitor) const
 {
-    const Vec2<float> low = toGridCoords(search.mBox.mMin);
-    const Vec2<float> high = toGridCoords(search.mBox.mMax);
-    const Segment segment{toGridCoords(search.mA), toGridCoords(search.mB)};
-    for (CellWalk walk(*this, segment); !walk.isDone(); walk.advance())
+    const Segment segment = getSegment(edge);
+    visitCells(segment,
+               [&](const Position& position)
+               {
+                   const Cell* cell = findCell(position);
+                   return cell != nullptr && visitCell(*cell, own, getLimits(segment.getCoarseBox(position)), visitor);
+               });
+}
+
+/// Calls the visitor with the cells that a segment crosses, in the order met, until it returns true.
+template <class Visitor>
+void NavMeshConnector::Grid::visitCells(const Segment& segment, const Visitor& visitor) const
+{
+    Position cell = toCell(segment.mA);
+    const Position end = toCell(segment.mB);
+    const bool isStraight = segment.mA.mX == segment.mB.mX || segment.mA.mY == segment.mB.mY;
+    if (!isStraight && cell != end)
     {
-        const Cell* cell = findCell(walk.getCell());
-        if (cell == nullptr)
-            continue;
-        const uint32 limits = CoarseBox::around(walk.getCell(), low, high).getLimits();
-        if (visitCell(*cell, search, limits, visitor))
-            return;
+        for (CellWalk walk(*this, segment, cell, end); !walk.isDone() && !visitor(walk.getCell());)
+            walk.advance();
+        return;
     }
+    const int32 stepX = (end.mX > cell.mX) - (end.mX < cell.mX);
+    const int32 stepY = (end.mY > cell.mY) - (end.mY < cell.mY);
+    while (!visitor(cell) && cell != end)
+        cell = {cell.mX + stepX, cell.mY + stepY};
 }
 
 /// @return whether the visitor wants no more.
 template <class Visitor>
-bool NavMeshConnector::Grid::visitCell(const Cell& cell, const Search& search, uint32 limits,
+bool NavMeshConnector::Grid::visitCell(const Cell& cell, const EdgeRange& own, uint32 limits,
                                        const Visitor& visitor) const
 {
     const auto isBefore = [](const Entry& entry, uint32 edge) { return entry.mEdge < edge; };
     const Entry* const begin = mEntries.data() + cell.mBegin;
     const Entry* const end = mEntries.data() + cell.mEnd;
-    const Entry* const behind = std::lower_bound(begin, end, search.mEndOwn, isBefore);
-    const Entry* own = behind;
-    while (own != begin && own[-1].mEdge >= search.mFirstOwn)
-        --own;
+    const Entry* const behind = std::lower_bound(begin, end, own.mEnd, isBefore);
+    const Entry* before = behind; // their end
+    while (before != begin && before[-1].mEdge >= own.mBegin)
+        --before;
     for (const Entry* entry = behind; entry != end; ++entry)
     {
         if (entry->mBox.meets(limits) && visitor(entry->mEdge))
             return true;
     }
     uint32 piece = cell.mFirstPiece;
-    for (const Entry* entry = begin; entry != own; ++entry)
+    for (const Entry* entry = begin; entry != before; ++entry)
     {
         if (!entry->mBox.meets(limits) || mEdges[entry->mEdge].isRemoved())
             continue;
         if (visitPieces(piece, entry->mEdge, limits, visitor) || visitor(entry->mEdge))
             return true;
     }
-    return visitPieces(piece, search.mFirstOwn, limits, visitor);
+    return visitPieces(piece, own.mBegin, limits, visitor);
 }
 
 /// Visits the pieces from @p piece on whose origin comes before a side, and leaves it behind them.
