@@ -11,8 +11,8 @@
 // turn leaves out the corner behind each ear, so that triangles stay compact. Where ears are few, as in a spiral, each
 // comes up beside the one before, and the search goes on there.
 //
-// Flat triangles make sight a matter of tolerances, so ears keep clear of other corners. Where all that is left lies in
-// a line there is none; then one is cut off that is an ear up to noise.
+// Flat triangles make sight a matter of tolerances, so ears keep clear of other corners where they can. Where all that
+// is left lies in a line there is no ear at all; then one is cut off that is one up to noise.
 //
 // Source: G. H. Meisters, "Polygons Have Ears", American Mathematical Monthly 82(6), 1975.
 
@@ -23,7 +23,7 @@ namespace
 /// Up to this many obstacles are all looked at; of more, those in boxes nearby.
 constexpr size_t MAX_LISTED = 96;
 /// Ears keep clear of other corners by as much noise.
-constexpr float CLEARANCE = 16.0f;
+constexpr float CLEARANCE = 4.0f;
 /// After as many tries a corner, ears are few.
 constexpr size_t PATIENCE = 8;
 /// After as many the cutting is given up.
@@ -43,21 +43,28 @@ bool OutlineTriangles::build(float noise)
     const size_t n = mPolygon.size();
     size_t numTries = 0;
     size_t numMisses = 0; // since the last cut
+    float depth = -CLEARANCE * noise;
     int32 corner = 0;
     for (size_t numLeft = n; numLeft > 2;)
     {
-        if (numMisses > 2 * numLeft || ++numTries > MAX_TRIES * n)
+        if (++numTries > MAX_TRIES * n)
             return false;
-        if (!isEar(corner, numMisses <= numLeft ? -CLEARANCE * noise : noise))
+        if (isEar(corner, depth))
         {
-            corner = left(corner).mNext;
-            ++numMisses;
+            cut(corner);
+            corner = numTries < PATIENCE * n ? left(left(corner).mNext).mNext : left(corner).mPrevious;
+            depth = std::min(depth, 0.0f);
+            numMisses = 0;
+            --numLeft;
             continue;
         }
-        cut(corner);
-        corner = numTries < PATIENCE * n ? left(left(corner).mNext).mNext : left(corner).mPrevious;
+        corner = left(corner).mNext;
+        if (++numMisses < numLeft)
+            continue;
+        if (depth > 0.0f)
+            return false;
+        depth = depth < 0.0f ? 0.0f : noise; // for want of clear ears, all that there are
         numMisses = 0;
-        --numLeft;
     }
     return true;
 }
