@@ -21,6 +21,7 @@
 #include "korv/navmesh/stageclock.h"
 #include "korv/navmesh/surfacepolygon.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <optional>
@@ -50,8 +51,13 @@ constexpr uint32 PROGRESS_PAUSE = 50;
 
 /// Outlines of so many corners are tasks of their own, and the first.
 constexpr size_t LARGE_OUTLINE = 2000;
-/// Smaller ones share a task up to this many corners: below a millisecond of work.
-constexpr size_t BATCH_CORNERS = 512;
+/// Smaller ones share a task up to so many corners: half a millisecond of work to eight, as long as there is enough of
+/// it for all workers to end together.
+constexpr size_t MIN_BATCH_CORNERS = 512;
+constexpr size_t MAX_BATCH_CORNERS = 8192;
+constexpr size_t BATCHES_PER_WORKER = 24;
+/// So many tasks may wait for workers; half of them leave before more are queued, as waking a thread takes long.
+constexpr uint32 MAX_TASKS = 64;
 
 // Tolerances of the connections, as shares of a cube.
 constexpr float OVERLAP_SHARE = 0.5f;
@@ -94,7 +100,8 @@ private:
     struct OutlineQueue
     {
         PieceSequencer& mSequencer;
-        bool mIsSmall = false; ///< one task is all there is, not worth waking a worker
+        size_t mBatchCorners;
+        bool mIsSmall; ///< one task is all there is, not worth waking a worker
         size_t mNumTasks = 0;
         bool mReported = false;
         StageClock mSinceReport{};
@@ -105,7 +112,7 @@ private:
     void buildOutlines();
     void createContainer();
     void buildConvexNodes();
-    bool isSmall() const;
+    size_t countCorners() const;
     void queueOutlines(OutlineQueue& queue, bool large);
     void queueTask(OutlineQueue& queue, PolygonCreateTask* task);
     void waitForOutlines(OutlineQueue& queue, size_t limit) const;
@@ -181,7 +188,7 @@ SharedPtr<NavMeshContainer> NavMeshBuilder::Run::execute()
 
 void NavMeshBuilder::Run::startPool()
 {
-    mBuilder.mThreadPool = ThreadPool::createOnDemand(mAllocator, mBuilder.mParameter.mNumThreads, 0);
+    mBuilder.mThreadPool = ThreadPool::createOnDemand(mAllocator, mBuilder.mParameter.mNumThreads, MAX_TASKS);
     Trace::message(MessageText() << FUNCTION << " : Using Allocator:" << mBuilder.getMemory()->getName());
     mTotalClock.restart();
     mStageClock.restart();
@@ -234,10 +241,13 @@ void NavMeshBuilder::Run::buildConvexNodes()
     PieceSequencer sequencer(mPolygons.size(), mAllocator);
     try
     {
-        OutlineQueue queue{sequencer, isSmall()};
+        const size_t numCorners = countCorners();
+        const size_t share = numCorners / (BATCHES_PER_WORKER * std::max<size_t>(pool.getNumThreads(), 1));
+        OutlineQueue queue{sequencer, std::clamp(share, MIN_BATCH_CORNERS, MAX_BATCH_CORNERS),
+                           numCorners <= MIN_BATCH_CORNERS};
         queueOutlines(queue, true); // one that takes long would else keep a single worker busy in the end
         queueOutlines(queue, false);
-        waitForOutlines(queue, 1);
+        waitForOutlines(queue, 0);
     }
     catch (...)
     {
@@ -256,13 +266,12 @@ void NavMeshBuilder::Run::buildConvexNodes()
     endStage(CONVEX_STAGE);
 }
 
-/// Whether the outlines share one task.
-bool NavMeshBuilder::Run::isSmall() const
+size_t NavMeshBuilder::Run::countCorners() const
 {
     size_t numCorners = 0;
     for (const SurfacePolygon& polygon : mPolygons)
         numCorners += polygon.mPoints.size();
-    return numCorners <= BATCH_CORNERS;
+    return numCorners;
 }
 
 /// Queues the outlines of one kind: each large one as a task, small ones in batches.
@@ -275,7 +284,7 @@ void NavMeshBuilder::Run::queueOutlines(OutlineQueue& queue, bool large)
     {
         const size_t place = outline++;
         const bool fits = (polygon.mPoints.size() >= LARGE_OUTLINE) == large;
-        if (batch != nullptr && (!fits || numCorners + polygon.mPoints.size() > BATCH_CORNERS))
+        if (batch != nullptr && (!fits || numCorners + polygon.mPoints.size() > queue.mBatchCorners))
             queueTask(queue, batch.release());
         if (!fits)
             continue;
@@ -293,7 +302,8 @@ void NavMeshBuilder::Run::queueOutlines(OutlineQueue& queue, bool large)
 void NavMeshBuilder::Run::queueTask(OutlineQueue& queue, PolygonCreateTask* task)
 {
     std::unique_ptr<PolygonCreateTask> owner(task); // a stop by the host throws
-    waitForOutlines(queue, mBuilder.mThreadPool->getMaxTasks());
+    const size_t numLeft = queue.mNumTasks - queue.mSequencer.getNumEndedTasks();
+    waitForOutlines(queue, numLeft < MAX_TASKS ? numLeft : MAX_TASKS / 2);
     ++queue.mNumTasks;
     if (queue.mIsSmall)
         owner->execute();
@@ -301,14 +311,14 @@ void NavMeshBuilder::Run::queueTask(OutlineQueue& queue, PolygonCreateTask* task
         mBuilder.mThreadPool->appendTask(owner.release());
 }
 
-/// Waits until fewer than @p limit of the tasks queued are left, and keeps the host informed: a full queue would
-/// block this thread for as long as a large outline takes, deaf to a stop.
+/// Waits until @p limit of the tasks queued are left at most, and keeps the host informed: a full queue would block
+/// this thread for as long as a large outline takes, deaf to a stop.
 void NavMeshBuilder::Run::waitForOutlines(OutlineQueue& queue, size_t limit) const
 {
     reportOutlines(queue);
-    while (queue.mNumTasks - queue.mSequencer.getNumEndedTasks() >= limit)
+    while (queue.mNumTasks - queue.mSequencer.getNumEndedTasks() > limit)
     {
-        queue.mSequencer.waitForEnd(PROGRESS_PAUSE);
+        queue.mSequencer.waitForEnded(queue.mNumTasks - limit, PROGRESS_PAUSE);
         reportOutlines(queue);
     }
 }

@@ -31,7 +31,7 @@ public:
 
 PieceSequencer::PieceSequencer(size_t numOutlines, const Common::Memory::AllocatorPtr& allocator)
     : mAllocator(allocator), mDeliveries(numOutlines, nullptr, allocator.get()),
-      mTaskEnded(0, std::numeric_limits<int32>::max() - 1)
+      mAwaitedEnded(0, std::numeric_limits<int32>::max() - 1)
 {
 }
 
@@ -76,8 +76,15 @@ void PieceSequencer::moveTo(MeshDraft& draft)
 void PieceSequencer::countEnded(size_t numOutlines)
 {
     mNumEnded.fetch_add(numOutlines, std::memory_order_release);
-    mNumEndedTasks.fetch_add(1, std::memory_order_release);
-    mTaskEnded.signal();
+    if (mNumEndedTasks.fetch_add(1) + 1 == mNumAwaited.load())
+        mAwaitedEnded.signal();
+}
+
+void PieceSequencer::waitForEnded(size_t numTasks, uint32 milliseconds)
+{
+    mNumAwaited.store(numTasks); // before the look at what has ended, so that one of both sides sees the other
+    if (getNumEndedTasks() < numTasks)
+        mAwaitedEnded.tryWaitFor(milliseconds);
 }
 
 uint32 PieceSequencer::getNumRescues(ConvexPolygonCreator::Rescue rescue) const

@@ -65,13 +65,13 @@ public:
     bool isStopped() const { return mStopped.load(std::memory_order_relaxed); }
     const std::atomic<bool>& getStopFlag() const { return mStopped; }
 
-    /// Counts a task of that many outlines as ended, however it ended, and wakes the one that watches.
+    /// Counts a task of that many outlines as ended, however it ended, and wakes the one that waits for it.
     void countEnded(size_t numOutlines);
-    /// Waits until another task has ended, or for that time at most. @return whether one has.
-    bool waitForEnd(uint32 milliseconds) { return mTaskEnded.tryWaitFor(milliseconds); }
+    /// Waits until that many tasks have ended, or for that time at most; one thread only.
+    void waitForEnded(size_t numTasks, uint32 milliseconds);
     /// Outlines of tasks that have ended.
     size_t getNumEnded() const { return mNumEnded.load(std::memory_order_acquire); }
-    size_t getNumEndedTasks() const { return mNumEndedTasks.load(std::memory_order_acquire); }
+    size_t getNumEndedTasks() const { return mNumEndedTasks.load(); }
 
     /// How many outlines have been split that way so far.
     uint32 getNumRescues(ConvexPolygonCreator::Rescue rescue) const;
@@ -91,6 +91,7 @@ private:
     std::atomic<bool> mStopped{false};
     std::atomic<size_t> mNumEnded{0};
     std::atomic<size_t> mNumEndedTasks{0};
-    Common::Threading::Semaphore mTaskEnded;
+    std::atomic<size_t> mNumAwaited{0}; // tasks that somebody waits for: to be woken for each would take long
+    Common::Threading::Semaphore mAwaitedEnded;
 };
 } // namespace KORV::NavMesh
