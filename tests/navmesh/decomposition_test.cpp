@@ -247,6 +247,27 @@ Outline sightOutline(uint32 seed, float cube)
     return Outlines::FieldTracer(Outlines::pillarHall(seed, 3, 16, 4.5f), cube).trace();
 }
 
+void expectLiteralSight(const PlaneOutline& outline)
+{
+    LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
+    OutlineVisibility visibility(outline.mPoints, outline.mReflex, Common::Memory::getDefaultAllocator());
+    visibility.build();
+    for (int32 i = 0; i + 1 < outline.size(); ++i)
+    {
+        Vector<int32> visible(Common::Memory::getDefaultAllocator());
+        visibility.appendVisible(visible, i);
+        Vector<int32> expected(Common::Memory::getDefaultAllocator());
+        for (int32 k = i + 1; k < outline.size(); ++k)
+        {
+            if (literal.sees(i, k) && !(i == 0 && k + 1 == outline.size()))
+                expected.push_back(k);
+        }
+        if (i == 0 && !visible.empty() && visible.back() + 1 == outline.size())
+            visible.pop_back(); // the closing edge is there, whatever the sweep says
+        ASSERT_EQ(visible, expected) << "from corner " << i;
+    }
+}
+
 /// However long the shadows, and wherever the outline begins.
 KORV_TEST(Decomposition, linesOfSightAreWhatLiteralSweepsLeave)
 {
@@ -256,24 +277,23 @@ KORV_TEST(Decomposition, linesOfSightAreWhatLiteralSweepsLeave)
         const float cube = 0.1f * static_cast<float>(1 + seed % 4);
         Outline points = sightOutline(seed, cube);
         std::rotate(points.begin(), points.begin() + static_cast<int64>(points.size() * seed / 18), points.end());
-        const PlaneOutline outline = drawnIn(points, cube * 0.25f);
-        LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
-        OutlineVisibility visibility(outline.mPoints, outline.mReflex, Common::Memory::getDefaultAllocator());
-        visibility.build();
-        for (int32 i = 0; i + 1 < outline.size(); ++i)
-        {
-            Vector<int32> visible(Common::Memory::getDefaultAllocator());
-            visibility.appendVisible(visible, i);
-            Vector<int32> expected(Common::Memory::getDefaultAllocator());
-            for (int32 k = i + 1; k < outline.size(); ++k)
-            {
-                if (literal.sees(i, k) && !(i == 0 && k + 1 == outline.size()))
-                    expected.push_back(k);
-            }
-            if (i == 0 && !visible.empty() && visible.back() + 1 == outline.size())
-                visible.pop_back(); // the closing edge is there, whatever the sweep says
-            ASSERT_EQ(visible, expected) << "from corner " << i;
-        }
+        expectLiteralSight(drawnIn(points, cube * 0.25f));
+    }
+}
+
+/// Rays that slip past an edge nearly along them, and one that meets an edge beyond its end, at a bend of one degree.
+KORV_TEST(Decomposition, linesOfSightFollowRaysThatTolerancesLeadAstray)
+{
+    const Outline slips{{0, 0, 0},   {1, 0, 0},     {1, 1, 0},          {2.2f, 1, 0},     {2.2f, .1f, 0},
+                        {2, .1f, 0}, {2, 3e-5f, 0}, {2.06f, -3e-5f, 0}, {2.06f, -.1f, 0}, {3, -.1f, 0},
+                        {3, .5f, 0}, {4, .5f, 0},   {4, -1, 0},         {0, -1, 0}};
+    const Outline bends{{-300, 0, 0}, {-300, 23, 0},     {98, 23, 0},  {99.995f, 20, 0}, {100.5f, 23, 0}, {103, 23, 0},
+                        {103, 13, 0}, {99.9955f, 10, 0}, {103, 10, 0}, {200, 8, 0},      {200, 2.1f, 0},  {100, 0, 0}};
+    for (Outline outline : {slips, bends})
+    {
+        for (Vec3<float>& point : outline)
+            point.mX = -point.mX; // outlines are seen from the other side
+        expectLiteralSight(drawnIn(outline, 0.0f));
     }
 }
 

@@ -265,10 +265,11 @@ bool EdgeBoxes::isEmpty(int32 a, int32 b, int32 c, float depth)
         fill();
     const auto [lowX, highX] = std::minmax({point(a).mX, point(b).mX, point(c).mX});
     const auto [lowY, highY] = std::minmax({point(a).mY, point(b).mY, point(c).mY});
-    const Region region{LaneTriangle(point(a), point(b), point(c), depth),
-                        {(lowX + highX) * 0.5f, (lowY + highY) * 0.5f},
-                        {(highX - lowX) * 0.5f, (highY - lowY) * 0.5f},
-                        {a, b, c}};
+    const Region region{
+        LaneTriangle(point(a), point(b), point(c), depth),
+        {(lowX + highX) * 0.5f, (lowY + highY) * 0.5f},
+        {(highX - lowX) * 0.5f + std::max(-depth, 0.0f), (highY - lowY) * 0.5f + std::max(-depth, 0.0f)},
+        {a, b, c}};
     bool empty = true;
     const auto meet = [&](const BoxGroup& group) { return empty ? overlapGroup(group, region) : 0; };
     const auto visit = [&](size_t run) { empty = empty && isRunOutside(run, region); };

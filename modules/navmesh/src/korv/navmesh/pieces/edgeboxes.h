@@ -18,12 +18,14 @@ public:
     bool isBounded() const { return mBounded; }
 
     /// The edge that a ray from corner @p from meets first, of those that pass it from left to right; -1 for none.
-    /// Edge k runs from corner k to k + 1. Of edges within 0.0001 of each other the one whose midpoint is closest wins.
+    /// Edge k runs from corner k to k + 1. Of edges within 0.0001 of each other, taken in their order, the one whose
+    /// midpoint is closest wins.
     /// @param dir  of unit length.
     /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
     int32 findNearestEdge(int32 from, const Vec2<float>& dir);
 
-    /// Whether no other corner lies in the triangle of three, which runs clockwise, by more than some depth. [units]
+    /// Whether no other corner lies in the triangle of three, which runs clockwise, by more than some depth. [units;
+    /// negative: outside too]
     /// Cost: as for a short ray. There must be boxes.
     bool isEmpty(int32 a, int32 b, int32 c, float depth);
 

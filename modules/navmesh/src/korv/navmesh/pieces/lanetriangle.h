@@ -13,7 +13,7 @@ class LaneTriangle
 public:
     static constexpr size_t NUM_POINTS = 2 * NUM_LANES;
 
-    /// @param depth  that a point inside has at least. [units]
+    /// @param depth  that a point inside has at least. [units; negative: outside too]
     LaneTriangle(const Vec2<float>& a, const Vec2<float>& b, const Vec2<float>& c, float depth)
         : mSides{Side(a, b, depth), Side(b, c, depth), Side(c, a, depth)}
     {

@@ -109,54 +109,55 @@ int32 OutlineSweeps::land(Way way, int32 eye, int32 corner)
     const bool forward = way == Way::FORWARD;
     Shadow& shadow = (forward ? mForwardShadows : mBackwardShadows)[static_cast<size_t>(corner)];
     if (shadow.mEye != eye)
-        shadow = {eye, forward ? landForward(eye, corner) : landBackward(eye, corner)};
+        shadow = forward ? castForward(eye, corner) : castBackward(eye, corner);
+    mDoubtful = mDoubtful || shadow.mDoubtful;
     return shadow.mEnd;
 }
 
 /// The edge that the shadow of a corner falls on; NONE for none.
 /// @param direction  receives that from the eye to the corner, of unit length.
-int32 OutlineSweeps::castShadow(int32 eye, int32 corner, Vec2<float>& direction)
+int32 OutlineSweeps::castRay(int32 eye, int32 corner, Vec2<float>& direction)
 {
     direction = point(corner) - point(eye);
     const float len = direction.normalise();
     if (!KORV_ASSERT(len > 0, "len > 0", "the visible line cannot be of length zero"))
         return NONE;
-    const int32 edge = mBoxes.findNearestEdge(corner, direction);
-    mDoubtful = mDoubtful || edge < 0;
-    return edge;
+    return mBoxes.findNearestEdge(corner, direction);
 }
 
-int32 OutlineSweeps::landForward(int32 eye, int32 corner)
+OutlineSweeps::Shadow OutlineSweeps::castForward(int32 eye, int32 corner)
 {
     const int32 place = placeOf(corner, eye);
     Vec2<float> direction;
-    int32 edge = castShadow(eye, corner, direction);
-    if (edge < 0 || (edge > eye && edge <= corner))
-        return place; // passed already
+    int32 edge = castRay(eye, corner, direction);
+    if (edge < 0 || (edge > eye && edge <= corner)) // passed already
+        return {eye, place, edge < 0};
+    bool doubtful = false;
     if (cross(direction, point(edge) - point(eye)) > 0.0f)
     {
         edge = next(edge);
-        mDoubtful = mDoubtful || cross(direction, point(edge) - point(eye)) > mReach;
+        doubtful = cross(direction, point(edge) - point(eye)) > mReach;
     }
     // a shadow that would pass the eye itself comes from a degenerate outline and hides nothing
     const int32 hidden = stepsForward(corner, edge) - 1;
-    return hidden > 0 && hidden < stepsForward(corner, eye) ? place + hidden + 1 : place;
+    return {eye, hidden > 0 && hidden < stepsForward(corner, eye) ? place + hidden + 1 : place, doubtful};
 }
 
-int32 OutlineSweeps::landBackward(int32 eye, int32 corner)
+OutlineSweeps::Shadow OutlineSweeps::castBackward(int32 eye, int32 corner)
 {
     const int32 place = placeOf(corner, eye);
     Vec2<float> direction;
-    int32 edge = castShadow(eye, corner, direction);
-    if (edge < 0 || (edge != eye && stepsForward(edge, eye) <= stepsForward(corner, eye)))
-        return place; // passed already
+    int32 edge = castRay(eye, corner, direction);
+    if (edge < 0 || (edge != eye && stepsForward(edge, eye) <= stepsForward(corner, eye))) // passed already
+        return {eye, place, edge < 0};
+    bool doubtful = false;
     if (cross(direction, point(edge) - point(eye)) < -TURN_TOLERANCE)
     {
         edge = previous(edge);
-        mDoubtful = mDoubtful || cross(direction, point(edge) - point(eye)) < -mReach;
+        doubtful = cross(direction, point(edge) - point(eye)) < -mReach;
     }
     const int32 hidden = stepsForward(edge, corner) - 1;
-    return hidden > 0 && hidden < stepsForward(eye, corner) ? place - hidden - 1 : place;
+    return {eye, hidden > 0 && hidden < stepsForward(eye, corner) ? place - hidden - 1 : place, doubtful};
 }
 
 void OutlineSweeps::appendVisible(Vector<int32>& visible, int32 eye)

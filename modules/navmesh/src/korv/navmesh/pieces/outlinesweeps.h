@@ -62,7 +62,8 @@ private:
     struct Shadow
     {
         int32 mEye = NONE;
-        int32 mEnd = 0; // a place
+        int32 mEnd = 0;         // a place; that of the corner for none
+        bool mDoubtful = false; // it has not ended as it should
     };
 
     void gatherCasters();
@@ -74,9 +75,9 @@ private:
     uint64 findCasters(size_t word, const Casters& onward, int32 eye, bool forward) const;
     int32 nextCaster(int32 rank, int32 eye);
     int32 previousCaster(int32 rank, int32 eye);
-    int32 castShadow(int32 eye, int32 corner, Vec2<float>& direction);
-    int32 landForward(int32 eye, int32 corner);
-    int32 landBackward(int32 eye, int32 corner);
+    int32 castRay(int32 eye, int32 corner, Vec2<float>& direction);
+    Shadow castForward(int32 eye, int32 corner);
+    Shadow castBackward(int32 eye, int32 corner);
     int32 next(int32 k) const { return k + 1 < mN ? k + 1 : 0; }
     int32 previous(int32 k) const { return k > 0 ? k - 1 : mN - 1; }
     /// Steps from one corner forward to another.

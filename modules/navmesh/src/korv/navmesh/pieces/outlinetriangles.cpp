@@ -99,7 +99,7 @@ void OutlineTriangles::begin()
     }
 }
 
-/// Twice the area to the left of a corner of what is left and its neighbours.
+/// Twice the signed area of a corner of what is left and its neighbours; negative where it turns right.
 float OutlineTriangles::turnAt(int32 corner) const
 {
     const Vec2<float>& at = point(corner);

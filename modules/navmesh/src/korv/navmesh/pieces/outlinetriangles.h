@@ -15,7 +15,7 @@ public:
 
     /// Cuts the outline as it is now, of three corners or more; the boxes must have been built for it.
     /// @param noise  triangles may lap over each other by this. [units]
-    /// @return false when it can't be cut with reasonable effort: parts of it lap over each other, for example.
+    /// @return false when it can't be cut with reasonable effort. An outline that laps over itself often can.
     /// Cost: once or twice for each corner, all the corners that don't turn right, or the boxes nearby.
     bool build(float noise);
 

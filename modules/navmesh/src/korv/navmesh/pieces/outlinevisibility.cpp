@@ -13,9 +13,11 @@
 // sweep from the corner of that bound on tells whether it is hidden. Tolerances also make rays land where they should
 // not, though seldom: a ray may pass between two edges, or be stopped by the end of one that it misses. For that a
 // corner of the outline must be close to the ray: be it one that is in sight, or one just behind the bound, or one that
-// only the ray itself passes, where nothing else is wanted. Then the ray is cast, and if it does not land clearly on
-// the right side, whole sweeps are done for that eye. They are done for all eyes where edges are not long against the
-// tolerances, or where the outline laps over itself.
+// only the ray itself passes, where nothing else is wanted. Then the ray is cast, and if it does not land on the right
+// side, or hides what it should not, whole sweeps are done for that eye. They are done for all eyes where edges are not
+// long against the tolerances.
+//
+// An outline that laps over itself is looked through sheet by sheet, where sweeps may pass from one to the other.
 //
 // Source: F. Bungiu, M. Hemmer, J. Hershberger, K. Huang, A. Kroeller, "Efficient Computation of Visibility Polygons",
 // EuroCG 2014 (triangular expansion).
@@ -28,10 +30,23 @@ namespace
 constexpr float END_ROOM = 0.0002f;
 /// That of the side that the end of an edge lies on. [units]
 constexpr float SIDE_ROOM = 0.0001f;
+/// What rounding moves the end of a ray by, of its length.
+constexpr float ROUNDING = 1e-6f;
 /// Tolerances above this share of the shortest edge leave nothing clear.
 constexpr float SMALL = 0.5f;
 /// Triangles may lap over each other by this share of the tolerances.
 constexpr float NOISE = 0.25f;
+
+/// How far the edges of a corner are met beyond it, but for END_ROOM: as far as they are long; at a convex corner only
+/// next to the other edge, which is met as well.
+float endReach(const Vec2<float>& arriving, const Vec2<float>& leaving, bool reflex)
+{
+    const float longer = std::max(arriving.getLength(), leaving.getLength());
+    if (reflex)
+        return longer;
+    const float bend = dot(arriving, leaving) > 0.0f ? -cross(normalised(arriving), normalised(leaving)) : 1.0f;
+    return bend * longer > 1.0f ? 1.0f / bend : longer;
+}
 } // namespace
 
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
@@ -52,16 +67,20 @@ void OutlineVisibility::build()
 bool OutlineVisibility::measure()
 {
     float shortest = std::numeric_limits<float>::max();
-    float longest = 0.0f;
+    float farthest = 0.0f;
+    Vec2<float> low = mPolygon[0];
+    Vec2<float> high = mPolygon[0];
+    Vec2<float> arriving = mPolygon[0] - mPolygon.back();
     for (size_t k = 0; k < mPolygon.size(); ++k)
     {
-        const size_t next = k + 1 < mPolygon.size() ? k + 1 : 0;
-        const float length = (mPolygon[next] - mPolygon[k]).getLength();
-        shortest = std::min(shortest, length);
-        if (mReflex[k] || mReflex[next]) // what lies beyond a convex corner no ray gets to see
-            longest = std::max(longest, length);
+        const Vec2<float> leaving = mPolygon[k + 1 < mPolygon.size() ? k + 1 : 0] - mPolygon[k];
+        shortest = std::min(shortest, leaving.getLength());
+        farthest = std::max(farthest, endReach(arriving, leaving, mReflex[k] != 0));
+        low = {std::min(low.mX, mPolygon[k].mX), std::min(low.mY, mPolygon[k].mY)};
+        high = {std::max(high.mX, mPolygon[k].mX), std::max(high.mY, mPolygon[k].mY)};
+        arriving = leaving;
     }
-    mReach = SIDE_ROOM + END_ROOM * longest;
+    mReach = SIDE_ROOM + END_ROOM * farthest + ROUNDING * (high.mX - low.mX + high.mY - low.mY);
     mSlope = 2.0f * mReach / shortest;
     return TURN_ROOM / shortest + mReach < SMALL * shortest; // false for what is not a number, too
 }
@@ -204,6 +223,11 @@ OutlineVisibility::Hiding OutlineVisibility::askSweep(Way way, const Line& bound
         return Hiding::NOT;
     }
     const int32 hider = mSweeps.findHider(way, mEye, bound.mCorner, corner.mCorner);
+    const float turn = cross(bound.mWay, corner.mWay);
+    const float behind = way == Way::FORWARD ? turn : -turn;
+    // its ray must have slipped past an edge
+    if (hider == bound.mCorner ? behind < 0.0f : hider == NONE && behind > mReach * bound.mSize)
+        return Hiding::UNCLEAR;
     return hider == NONE ? Hiding::NOT : hider == bound.mCorner ? Hiding::BY_BOUND : Hiding::BY_OTHER;
 }
 

@@ -19,8 +19,9 @@ public:
     /// Takes outline and flags as they are now; they must not change until the last corner.
     void build();
 
-    /// Appends the corners after @p corner that see it, in increasing order.
-    /// Cost: the triangles in sight, and a ray for each corner that another one is seen close to.
+    /// Appends the corners after @p corner, which is not the last one, that see it, in increasing order.
+    /// Cost: the triangles in sight, and a ray for each corner that another one is seen close to; at worst whole
+    /// sweeps.
     void appendVisible(Vector<int32>& visible, int32 corner);
 
 private:
