@@ -45,6 +45,8 @@ constexpr float REFINED_INSET = 1.0f / 64.0f;
 constexpr float MAX_MITRE = 4.0f;
 /// A corner may miss the grid of half cubes by this, from rounding far from the origin. [cubes]
 constexpr float GRID_TOLERANCE = 0.02f;
+/// Added and taken away again it rounds a float to an integer, up to 2^22 in size: a call would take longer.
+constexpr float ROUNDER = 12582912.0f;
 /// A refined piece may have a dent of this (as sine), from the solver's tolerance.
 constexpr double REFINED_DENT = 2e-4;
 /// A piece of less height on the average has no area. [cubes]
@@ -227,7 +229,7 @@ void ConvexPolygonCreator::insetFromUnmoved(float distance)
 void ConvexPolygonCreator::snapToHalfCubes()
 {
     Vector<Vec2<float>>& points = mPolygon.mPoints;
-    const auto snapped = [](float x) { return std::round(2.0f * x) * 0.5f; };
+    const auto snapped = [](float x) { return (2.0f * x + ROUNDER - ROUNDER) * 0.5f; };
     const bool onGrid = std::all_of(points.begin(), points.end(),
                                     [&](const Vec2<float>& point)
                                     {
