@@ -58,6 +58,7 @@ OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const V
 
 void OutlineVisibility::build()
 {
+    mN = static_cast<int32>(mPolygon.size());
     mBoxes.build();
     mCut = mBoxes.isBounded() && measure() && mTriangles.build(NOISE * mReach);
     mSweeps.build(mReach);
@@ -153,9 +154,8 @@ inline OutlineVisibility::Hiding OutlineVisibility::findHiding(const Line& bound
 }
 
 /// Goes on to the earlier of the two sides behind that of a cone, or the only one in sight. @return false when unclear.
-inline bool OutlineVisibility::goThrough(Cone& cone)
+inline bool OutlineVisibility::goThrough(Cone& cone, int32 entry)
 {
-    const int32 entry = mTriangles.beyond(cone.mSide);
     const int32 nearer = OutlineTriangles::next(entry);
     const int32 farther = OutlineTriangles::next(nearer);
     Line corner = lineTo(mTriangles.from(farther));
@@ -191,13 +191,15 @@ bool OutlineVisibility::lookThrough(Cone cone, Vector<int32>& visible)
     mOpen.clear();
     while (true)
     {
-        if (!isUnwanted(cone.mSide))
+        const int32 entry = mTriangles.beyond(cone.mSide);
+        if (entry != NONE && isWantedBehind(mTriangles.from(cone.mSide)))
         {
-            if (!goThrough(cone))
+            if (!goThrough(cone, entry))
                 return false;
             continue;
         }
-        follow(cone);
+        if (entry != NONE)
+            follow(cone.mFirst, entry);
         if (mOpen.empty())
             return true;
         cone = mOpen.back();
@@ -205,12 +207,6 @@ bool OutlineVisibility::lookThrough(Cone cone, Vector<int32>& visible)
         if (cone.mShown != NONE)
             visible.push_back(cone.mShown);
     }
-}
-
-bool OutlineVisibility::isUnwanted(int32 side) const
-{
-    const int32 earlier = mTriangles.from(side);
-    return mTriangles.beyond(side) == NONE || earlier < mEye || earlier + 1 == static_cast<int32>(mPolygon.size());
 }
 
 OutlineVisibility::Hiding OutlineVisibility::askSweep(Way way, const Line& bound, const Line& corner)
@@ -232,11 +228,9 @@ OutlineVisibility::Hiding OutlineVisibility::askSweep(Way way, const Line& bound
 }
 
 /// Makes sure that the shadow of the first bound lands, where it goes on behind a side that is not looked through.
-void OutlineVisibility::follow(const Cone& cone)
+void OutlineVisibility::follow(const Line& bound, int32 entry)
 {
-    const Line& bound = cone.mFirst;
-    int32 entry = mTriangles.beyond(cone.mSide);
-    if (entry == NONE || bound.mCorner < mEye || !mSweeps.casts(Way::FORWARD, mEye, bound.mCorner))
+    if (bound.mCorner < mEye || !mSweeps.casts(Way::FORWARD, mEye, bound.mCorner))
         return;
     while (entry != NONE)
     {

@@ -62,11 +62,11 @@ private:
     bool areClose(const Line& first, const Line& second) const;
     bool areBothSeen(const Line& first, const Line& second);
     bool lookThrough(Cone cone, Vector<int32>& visible);
-    bool goThrough(Cone& cone);
+    bool goThrough(Cone& cone, int32 entry);
     template <Way WAY>
     Hiding findHiding(const Line& bound, const Line& corner);
     Hiding askSweep(Way way, const Line& bound, const Line& corner);
-    void follow(const Cone& cone);
+    void follow(const Line& bound, int32 entry);
     void lookBehind(Way way, const Line& bound, int32 side);
     void land(Way way, int32 corner);
     Line lineTo(int32 corner) const
@@ -81,8 +81,8 @@ private:
         // the tolerance of turns over the length of the bound is a distance; both grow with that of the corner
         return std::fabs(turn) * bound.mSize <= (TURN_ROOM + mReach * bound.mSize) * (bound.mSize + corner.mSize);
     }
-    /// Whether no corner after the eye lies behind a side, apart from its ends.
-    bool isUnwanted(int32 side) const;
+    /// Whether a corner after the eye lies behind a side from that corner to a later one, apart from its ends.
+    bool isWantedBehind(int32 from) const { return from >= mEye && from + 1 < mN; }
     const Vec2<float>& point(int32 k) const { return mPolygon[static_cast<size_t>(k)]; }
 
     const Vector<Vec2<float>>& mPolygon;
@@ -90,6 +90,7 @@ private:
     EdgeBoxes mBoxes;
     OutlineSweeps mSweeps;
     OutlineTriangles mTriangles;
+    int32 mN = 0;
     bool mCut = false;   // into triangles
     float mReach = 0.0f; // of edges beyond their ends, and the like
     float mSlope = 0.0f; // of a corner within reach of a line past its neighbour, at most
