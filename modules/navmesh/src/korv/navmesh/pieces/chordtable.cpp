@@ -3,6 +3,7 @@
 #include "korv/navmesh/floatlanes.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <numeric>
 
@@ -22,6 +23,8 @@ namespace
 {
 /// Rounding of a cross product of directions is below 3e-7.
 constexpr float NOISE = 1e-6f;
+/// So many directions that are nearly the same make no more than noise together.
+constexpr int MAX_SAME = 8;
 /// From the limit of convex turns; more than the noise of two directions and of the order of the others.
 constexpr float CLEAR = 4e-6f;
 /// Directions closer to a full turn than this (as sine), or beyond, are left to the long way.
@@ -297,7 +300,8 @@ ChordTable::Spread ChordTable::findSpread() const
     return withinHalf ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
-/// The same for few directions each of which turns on by more than noise, as almost always. Else UNKNOWN.
+/// The same for few directions each of which clearly turns on by more than noise, as almost always, or is the one
+/// before again, as along straight lines. Else UNKNOWN.
 inline ChordTable::Spread ChordTable::findSteadySpread() const
 {
     const size_t size = mFan.size();
@@ -306,6 +310,7 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
     const FloatLanes firstX = sameLanes(mFan.mX[0]);
     const FloatLanes firstY = sameLanes(mFan.mY[0]);
     uint64 turnsOn = uint64(1) << (size - 1);
+    uint64 same = 0;
     uint64 ahead = 0;
     uint64 clear = 0;
     uint64 beyond = 0;
@@ -313,9 +318,12 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
     {
         const FloatLanes x = loadLanes(mFan.mX.data() + at);
         const FloatLanes y = loadLanes(mFan.mY.data() + at);
-        const FloatLanes turn = x * loadLanes(mFan.mY.data() + at + 1) - loadLanes(mFan.mX.data() + at + 1) * y;
+        const FloatLanes nextX = loadLanes(mFan.mX.data() + at + 1);
+        const FloatLanes nextY = loadLanes(mFan.mY.data() + at + 1);
+        const FloatLanes turn = x * nextY - nextX * y;
         const FloatLanes turnOfAll = firstX * y - x * firstY;
-        turnsOn |= laneBits(turn < -NOISE) << at;
+        turnsOn |= laneBits(turn < -2.0f * NOISE) << at;
+        same |= laneBits((absoluteLanes(turn) < NOISE / float{MAX_SAME}) & (x * nextX + y * nextY > 0.0f)) << at;
         ahead |= laneBits(firstX * x + firstY * y > 0.0f) << at;
         clear |= laneBits(turnOfAll > FULL_TURN) << at;
         beyond |= laneBits(turnOfAll > HALF_TURN) << at;
@@ -323,7 +331,8 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
     const uint64 all = ~uint64(0) >> (WORD_BITS - size);
     ahead &= all;
     const uint64 aheadAgain = ahead & (ahead + 1); // without those before the first one that is not
-    if ((turnsOn & all) != all || (ahead & 1) == 0 || (aheadAgain & ~clear) != 0)
+    if (((turnsOn | same) & all) != all || std::popcount(same & all) >= MAX_SAME || (ahead & 1) == 0 ||
+        (aheadAgain & ~clear) != 0)
         return Spread::UNKNOWN;
     return (beyond & all) == 0 ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
