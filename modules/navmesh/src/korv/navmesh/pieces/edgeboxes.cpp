@@ -39,16 +39,37 @@ constexpr float PARALLEL = 0.0001f;
 constexpr float BEFORE_EDGE = -0.0001f;
 constexpr float BEYOND_EDGE = 1.0001f;
 /// The same with room for rounding.
-constexpr double END_SLACK = 0.0002;
-/// Lateral errors: about 2.4e-6 of the largest coordinate, of the box test and of LineRay together.
-constexpr double NOISE = 5e-6;
+constexpr float END_SLACK = 0.0002f;
+/// Lateral errors: about 2.4e-6 of the largest coordinate, of the box test and of LineRay together, and less than 1e-6
+/// of the boxes themselves.
+constexpr float NOISE = 6e-6f;
 /// Errors along the ray, by unit of edge length and of distance: those of LineRay add up to 1.4e-2.
-constexpr double GROWTH = 2e-2;
+constexpr float GROWTH = 2e-2f;
 /// From the centre of a box to the farthest point of its edges, and their length, in half extents.
-constexpr double GROWTH_REACH = 6.0;
-constexpr double MAX_COORDINATE = 1e12;
+constexpr float GROWTH_REACH = 6.0f;
+constexpr float MAX_COORDINATE = 1e12f;
 /// Of the distance that edges are sorted out by; more than its rounding.
 constexpr float BOUND_SLACK = 1.0001f;
+
+FloatLanes smaller(FloatLanes a, FloatLanes b)
+{
+    return a < b ? a : b;
+}
+
+FloatLanes larger(FloatLanes a, FloatLanes b)
+{
+    return a > b ? a : b;
+}
+
+float smallest(FloatLanes lanes)
+{
+    return std::min(std::min(lanes[0], lanes[1]), std::min(lanes[2], lanes[3]));
+}
+
+float largest(FloatLanes lanes)
+{
+    return std::max(std::max(lanes[0], lanes[1]), std::max(lanes[2], lanes[3]));
+}
 } // namespace
 
 struct EdgeBoxes::Ray
@@ -111,11 +132,10 @@ void EdgeBoxes::fill()
 
 bool EdgeBoxes::measure()
 {
-    double reach = 0.0;
+    float reach = 0.0f;
     for (const Vec2<float>& point : mPolygon)
     {
-        const double farther =
-            std::max(std::fabs(static_cast<double>(point.mX)), std::fabs(static_cast<double>(point.mY)));
+        const float farther = std::max(std::fabs(point.mX), std::fabs(point.mY));
         if (!(farther <= MAX_COORDINATE)) // nor one that is not a number
             return false;
         reach = std::max(reach, farther);
@@ -124,16 +144,19 @@ bool EdgeBoxes::measure()
     return true;
 }
 
+/// The last corner takes the places past the end.
 void EdgeBoxes::fillRuns()
 {
-    mRuns.assign((mPolygon.size() + FAN_OUT - 1) / FAN_OUT, EdgeRun());
-    for (int32 edge = 0; edge < mN; ++edge)
+    mRuns.resize((mPolygon.size() + FAN_OUT - 1) / FAN_OUT);
+    const size_t last = mPolygon.size() - 1;
+    for (size_t at = 0; at < mRuns.size() * FAN_OUT; ++at)
     {
-        EdgeRun& run = mRuns[static_cast<size_t>(edge) / FAN_OUT];
-        const size_t place = static_cast<size_t>(edge) % FAN_OUT;
-        const Vec2<float> along = point(next(edge)) - point(edge);
-        run.mX[place] = point(edge).mX;
-        run.mY[place] = point(edge).mY;
+        EdgeRun& run = mRuns[at / FAN_OUT];
+        const size_t place = at % FAN_OUT;
+        const Vec2<float>& from = mPolygon[std::min(at, last)];
+        const Vec2<float> along = at > last ? Vec2<float>(0.0f, 0.0f) : mPolygon[at < last ? at + 1 : 0] - from;
+        run.mX[place] = from.mX;
+        run.mY[place] = from.mY;
         run.mEdgeX[place] = along.mX;
         run.mEdgeY[place] = along.mY;
     }
@@ -143,42 +166,48 @@ void EdgeBoxes::fillGroups()
 {
     mGroups.assign((mRuns.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
     mTopGroups.assign((mGroups.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
-    Vector<Box> tops(mTopGroups.size(), Box(), mGroups.get_allocator());
+    mRoots.assign((mTopGroups.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
+    Box top{};
     for (size_t group = 0; group < mGroups.size(); ++group)
     {
         const size_t first = group * FAN_OUT;
-        Box whole = boxOfRun(first);
+        Box whole{};
         for (size_t run = first; run < std::min(first + FAN_OUT, mRuns.size()); ++run)
         {
             const Box box = boxOfRun(run);
             putBox(mGroups[group], run - first, box);
-            whole = unite(whole, box);
+            whole = run > first ? unite(whole, box) : box;
         }
         putBox(mTopGroups[group / FAN_OUT], group % FAN_OUT, whole);
-        Box& top = tops[group / FAN_OUT];
-        top = group % FAN_OUT == 0 ? whole : unite(top, whole);
+        top = group % FAN_OUT > 0 ? unite(top, whole) : whole;
+        const size_t place = group / FAN_OUT;
+        putBox(mRoots[place / FAN_OUT], place % FAN_OUT, top);
     }
-    mRoots.assign((tops.size() + FAN_OUT - 1) / FAN_OUT, BoxGroup());
-    for (size_t top = 0; top < tops.size(); ++top)
-        putBox(mRoots[top / FAN_OUT], top % FAN_OUT, tops[top]);
 }
 
 EdgeBoxes::Box EdgeBoxes::boxOfRun(size_t run) const
 {
-    const double infinite = std::numeric_limits<double>::infinity();
-    Box box{infinite, infinite, -infinite, -infinite, 0.0};
-    const int32 first = static_cast<int32>(run * FAN_OUT);
-    for (int32 edge = first; edge < std::min(first + static_cast<int32>(FAN_OUT), mN); ++edge)
+    const EdgeRun& edges = mRuns[run];
+    FloatLanes low[2] = {sameLanes(NO_HIT), sameLanes(NO_HIT)};
+    FloatLanes high[2] = {sameLanes(-NO_HIT), sameLanes(-NO_HIT)};
+    FloatLanes longest = sameLanes(0.0f);
+    for (size_t at = 0; at < FAN_OUT; at += NUM_LANES)
     {
-        const Vec2<float>& a = point(edge);
-        const Vec2<float>& b = point(next(edge));
-        const double slackX = END_SLACK * std::fabs(static_cast<double>(b.mX) - static_cast<double>(a.mX));
-        const double slackY = END_SLACK * std::fabs(static_cast<double>(b.mY) - static_cast<double>(a.mY));
-        const double length = (slackX + slackY) / END_SLACK;
-        box = unite(box, {std::min(a.mX, b.mX) - slackX, std::min(a.mY, b.mY) - slackY, std::max(a.mX, b.mX) + slackX,
-                          std::max(a.mY, b.mY) + slackY, length});
+        FloatLanes length = sameLanes(0.0f);
+        const float* const starts[2] = {edges.mX + at, edges.mY + at};
+        const float* const ways[2] = {edges.mEdgeX + at, edges.mEdgeY + at};
+        for (size_t axis = 0; axis < 2; ++axis)
+        {
+            const FloatLanes start = loadLanes(starts[axis]);
+            const FloatLanes way = loadLanes(ways[axis]);
+            const FloatLanes slack = END_SLACK * absoluteLanes(way);
+            low[axis] = smaller(low[axis], smaller(start, start + way) - slack);
+            high[axis] = larger(high[axis], larger(start, start + way) + slack);
+            length += absoluteLanes(way);
+        }
+        longest = larger(longest, length);
     }
-    return box;
+    return {smallest(low[0]), smallest(low[1]), largest(high[0]), largest(high[1]), largest(longest)};
 }
 
 EdgeBoxes::Box EdgeBoxes::unite(const Box& a, const Box& b)
@@ -189,15 +218,15 @@ EdgeBoxes::Box EdgeBoxes::unite(const Box& a, const Box& b)
 
 void EdgeBoxes::putBox(BoxGroup& group, size_t place, const Box& box) const
 {
-    const double halfX = (box.mMaxX - box.mMinX) * 0.5 + mNoise;
-    const double halfY = (box.mMaxY - box.mMinY) * 0.5 + mNoise;
-    const double growth = GROWTH * box.mLongest;
-    group.mX[place] = static_cast<float>((box.mMinX + box.mMaxX) * 0.5);
-    group.mY[place] = static_cast<float>((box.mMinY + box.mMaxY) * 0.5);
-    group.mHalfX[place] = static_cast<float>(halfX);
-    group.mHalfY[place] = static_cast<float>(halfY);
-    group.mGrowth[place] = static_cast<float>(growth);
-    group.mGrowthHere[place] = static_cast<float>(growth * GROWTH_REACH * (halfX + halfY));
+    const float halfX = (box.mMaxX - box.mMinX) * 0.5f + mNoise;
+    const float halfY = (box.mMaxY - box.mMinY) * 0.5f + mNoise;
+    const float growth = GROWTH * box.mLongest;
+    group.mX[place] = (box.mMinX + box.mMaxX) * 0.5f;
+    group.mY[place] = (box.mMinY + box.mMaxY) * 0.5f;
+    group.mHalfX[place] = halfX;
+    group.mHalfY[place] = halfY;
+    group.mGrowth[place] = growth;
+    group.mGrowthHere[place] = growth * GROWTH_REACH * (halfX + halfY);
 }
 
 float EdgeBoxes::squaredMidpointDistance(int32 edge, int32 from) const
@@ -259,7 +288,7 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
     return edge;
 }
 
-bool EdgeBoxes::isEmpty(int32 a, int32 b, int32 c, float depth)
+int32 EdgeBoxes::findInside(int32 a, int32 b, int32 c, float depth)
 {
     if (!mFilled)
         fill();
@@ -270,17 +299,17 @@ bool EdgeBoxes::isEmpty(int32 a, int32 b, int32 c, float depth)
         {(lowX + highX) * 0.5f, (lowY + highY) * 0.5f},
         {(highX - lowX) * 0.5f + std::max(-depth, 0.0f), (highY - lowY) * 0.5f + std::max(-depth, 0.0f)},
         {a, b, c}};
-    bool empty = true;
-    const auto meet = [&](const BoxGroup& group) { return empty ? overlapGroup(group, region) : 0; };
-    const auto visit = [&](size_t run) { empty = empty && isRunOutside(run, region); };
+    int32 inside = -1;
+    const auto meet = [&](const BoxGroup& group) { return inside < 0 ? overlapGroup(group, region) : 0; };
+    const auto visit = [&](size_t run) { inside = inside < 0 ? findInRun(run, region) : inside; };
     if (needsBoxes())
     {
         visitRuns(meet, visit);
-        return empty;
+        return inside;
     }
     for (size_t run = 0; run < mRuns.size(); ++run)
         visit(run);
-    return empty;
+    return inside;
 }
 
 /// A bit for each box that reaches into a region.
@@ -298,16 +327,16 @@ uint32 EdgeBoxes::overlapGroup(const BoxGroup& group, const Region& region)
     return gatherBits(met[0], met[1]);
 }
 
-bool EdgeBoxes::isRunOutside(size_t run, const Region& region) const
+int32 EdgeBoxes::findInRun(size_t run, const Region& region) const
 {
     const EdgeRun& corners = mRuns[run];
     for (uint32 bits = region.mTriangle.findInside(corners.mX, corners.mY); bits != 0; bits &= bits - 1)
     {
         const int32 corner = static_cast<int32>(run * FAN_OUT) + std::countr_zero(bits);
         if (corner < mN && std::find(region.mCorners, region.mCorners + 3, corner) == region.mCorners + 3)
-            return false;
+            return corner;
     }
-    return true;
+    return -1;
 }
 
 /// Visits the runs in boxes that are met. Boxes around a single one below are passed over.

@@ -24,10 +24,10 @@ public:
     /// Cost: a few operations for every 4096 edges, and the boxes along the ray.
     int32 findNearestEdge(int32 from, const Vec2<float>& dir);
 
-    /// Whether no other corner lies in the triangle of three, which runs clockwise, by more than some depth. [units;
-    /// negative: outside too]
+    /// Another corner that lies in the triangle of three, which runs clockwise, by more than some depth; -1 for none.
+    /// [units; negative: outside too]
     /// Cost: as for a short ray. There must be boxes.
-    bool isEmpty(int32 a, int32 b, int32 c, float depth);
+    int32 findInside(int32 a, int32 b, int32 c, float depth);
 
     /// What findNearestEdge finds, by looking at every edge: what defines the result.
     int32 findNearestEdgeOfAll(int32 from, const Vec2<float>& dir) const;
@@ -37,13 +37,13 @@ private:
     /// Up to this many runs are all looked at by every ray.
     static constexpr size_t MAX_RUNS_WITHOUT_BOXES = 3;
 
-    /// Eight edges in a row; those past the end have no length.
+    /// Eight edges in a row; those past the end are the last corner.
     struct EdgeRun
     {
-        float mX[FAN_OUT] = {};
-        float mY[FAN_OUT] = {};
-        float mEdgeX[FAN_OUT] = {};
-        float mEdgeY[FAN_OUT] = {};
+        float mX[FAN_OUT];
+        float mY[FAN_OUT];
+        float mEdgeX[FAN_OUT];
+        float mEdgeY[FAN_OUT];
     };
 
     /// Boxes around eight runs of edges, or around eight of these groups; those past the end hold nothing.
@@ -60,11 +60,11 @@ private:
 
     struct Box
     {
-        double mMinX;
-        double mMinY;
-        double mMaxX;
-        double mMaxY;
-        double mLongest; // of the edges inside
+        float mMinX;
+        float mMinY;
+        float mMaxX;
+        float mMaxY;
+        float mLongest; // of the edges inside
     };
 
     struct Ray;
@@ -93,7 +93,7 @@ private:
     bool needsBoxes() const { return mRuns.size() > MAX_RUNS_WITHOUT_BOXES; }
     uint32 meetGroup(const BoxGroup& group, const Ray& ray) const;
     static uint32 overlapGroup(const BoxGroup& group, const Region& region);
-    bool isRunOutside(size_t run, const Region& region) const;
+    int32 findInRun(size_t run, const Region& region) const;
     template <class Meet, class Visit>
     void visitRuns(const Meet& meet, const Visit& visit) const;
     template <class Meet, class Visit>
@@ -111,7 +111,7 @@ private:
 
     const Vector<Vec2<float>>& mPolygon;
     int32 mN = 0;
-    double mNoise = 0.0; // what float arithmetic can move a point of this outline by
+    float mNoise = 0.0f; // what float arithmetic can move a point of this outline by
     bool mFilled = false;
     bool mBounded = false; // else every edge is looked at
     Vector<EdgeRun> mRuns;

@@ -51,8 +51,10 @@ bool OutlineTriangles::build(float noise)
             return false;
         if (isEar(corner, depth))
         {
+            const int32 before = left(corner).mPrevious;
+            const int32 after = left(corner).mNext;
             cut(corner);
-            corner = numTries < PATIENCE * n ? left(left(corner).mNext).mNext : left(corner).mPrevious;
+            corner = numTries < PATIENCE * n ? left(after).mNext : before;
             depth = std::min(depth, 0.0f);
             numMisses = 0;
             --numLeft;
@@ -64,6 +66,7 @@ bool OutlineTriangles::build(float noise)
         if (depth > 0.0f)
             return false;
         depth = depth < 0.0f ? 0.0f : noise; // for want of clear ears, all that there are
+        forgetBlockers();
         numMisses = 0;
     }
     return true;
@@ -71,22 +74,30 @@ bool OutlineTriangles::build(float noise)
 
 void OutlineTriangles::begin()
 {
-    const int32 n = static_cast<int32>(mPolygon.size());
-    mSides.clear();
-    mSides.reserve(STRIDE * mPolygon.size());
-    mSideAt.assign(mPolygon.size(), NONE);
-    mLeft.clear();
-    for (int32 corner = 0; corner < n; ++corner)
-        mLeft.push_back({corner > 0 ? corner - 1 : n - 1, corner + 1 < n ? corner + 1 : 0, NONE, NONE});
+    const size_t n = mPolygon.size();
+    mNumSides = 0;
+    mSides.resize(std::max(mSides.size(), STRIDE * n));
+    mSideAt.resize(std::max(mSideAt.size(), n));
+    mLeft.resize(n);
     mObstacles.clear();
-    for (int32 corner = 0; corner < n; ++corner)
+    Vec2<float> arriving = mPolygon[0] - mPolygon[n - 1];
+    for (size_t at = 0; at < n; ++at)
     {
-        if (turnAt(corner) >= 0.0f)
-        {
-            mLeft[static_cast<size_t>(corner)].mObstacle = static_cast<int32>(mObstacles.size());
+        const int32 corner = static_cast<int32>(at);
+        const Vec2<float> leaving = mPolygon[at + 1 < n ? at + 1 : 0] - mPolygon[at];
+        const bool isObstacle = cross(arriving, leaving) >= 0.0f;
+        mLeft[at] = {corner - 1, corner + 1, NONE, isObstacle ? static_cast<int32>(mObstacles.size()) : NONE, NONE};
+        if (isObstacle)
             mObstacles.push_back(corner);
-        }
+        arriving = leaving;
     }
+    mLeft[0].mPrevious = static_cast<int32>(n) - 1;
+    mLeft[n - 1].mNext = 0;
+    placeObstacles();
+}
+
+void OutlineTriangles::placeObstacles()
+{
     const float nowhere = std::numeric_limits<float>::quiet_NaN();
     const size_t size =
         (mObstacles.size() + LaneTriangle::NUM_POINTS) / LaneTriangle::NUM_POINTS * LaneTriangle::NUM_POINTS;
@@ -109,17 +120,23 @@ float OutlineTriangles::turnAt(int32 corner) const
 /// @param depth  of another corner in the triangle, or of this one beyond the chord, from which on it is none.
 bool OutlineTriangles::isEar(int32 corner, float depth)
 {
-    const int32 before = left(corner).mPrevious;
-    const int32 after = left(corner).mNext;
-    const Vec2<float> chord = point(after) - point(before);
-    return turnAt(corner) < depth * (std::fabs(chord.mX) + std::fabs(chord.mY)) &&
-           isEmpty(before, corner, after, depth);
+    Corner& tip = mLeft[static_cast<size_t>(corner)];
+    if (tip.mBlocker != NONE && isLeft(tip.mBlocker))
+        return false;
+    if (tip.mObstacle != NONE && depth <= 0.0f)
+        return false;
+    const Vec2<float> chord = point(tip.mNext) - point(tip.mPrevious);
+    if (!(turnAt(corner) < depth * (std::fabs(chord.mX) + std::fabs(chord.mY))))
+        return false;
+    tip.mBlocker = findInside(tip.mPrevious, corner, tip.mNext, depth);
+    return tip.mBlocker == NONE;
 }
 
-bool OutlineTriangles::isEmpty(int32 a, int32 b, int32 c, float depth)
+/// A corner in the triangle of three others; NONE for none.
+int32 OutlineTriangles::findInside(int32 a, int32 b, int32 c, float depth)
 {
     if (mObstacles.size() > MAX_LISTED)
-        return mBoxes.isEmpty(a, b, c, depth);
+        return mBoxes.findInside(a, b, c, depth);
     const LaneTriangle triangle(point(a), point(b), point(c), depth);
     for (size_t first = 0; first < mObstacles.size(); first += LaneTriangle::NUM_POINTS)
     {
@@ -128,10 +145,16 @@ bool OutlineTriangles::isEmpty(int32 a, int32 b, int32 c, float depth)
         {
             const int32 corner = mObstacles[first + static_cast<size_t>(std::countr_zero(inside))];
             if (corner != a && corner != b && corner != c)
-                return false;
+                return corner;
         }
     }
-    return true;
+    return NONE;
+}
+
+void OutlineTriangles::forgetBlockers()
+{
+    for (Corner& corner : mLeft)
+        corner.mBlocker = NONE;
 }
 
 /// Makes a triangle of a corner and those on both sides, which are neighbours from then on.
@@ -139,19 +162,24 @@ void OutlineTriangles::cut(int32 corner)
 {
     const int32 before = left(corner).mPrevious;
     const int32 after = left(corner).mNext;
-    const int32 side = static_cast<int32>(mSides.size());
-    for (const int32 from : {before, corner, after, NONE}) // four places, see STRIDE
-        mSides.push_back({from, NONE});
+    const int32 side = mNumSides;
+    mNumSides += STRIDE;
+    Side* const sides = mSides.data() + side;
+    sides[0] = {before, NONE, NONE};
+    sides[1] = {corner, NONE, NONE};
+    sides[2] = {after, NONE, NONE};
     join(side);
     join(side + 1);
     dropObstacle(corner);
     if (left(after).mNext == before) // all that was left
         return join(side + 2);
+    mLeft[static_cast<size_t>(corner)].mNext = NONE;
     mLeft[static_cast<size_t>(before)].mNext = after;
     mLeft[static_cast<size_t>(before)].mCut = side + 2;
     mLeft[static_cast<size_t>(after)].mPrevious = before;
     for (const int32 neighbour : {before, after})
     {
+        mLeft[static_cast<size_t>(neighbour)].mBlocker = NONE;
         if (turnAt(neighbour) < 0.0f)
             dropObstacle(neighbour);
     }
@@ -162,11 +190,17 @@ void OutlineTriangles::join(int32 side)
 {
     const int32 corner = from(side);
     const int32 beyond = left(corner).mCut;
-    mSides[static_cast<size_t>(side)].mBeyond = beyond;
     if (beyond == NONE)
+    {
         mSideAt[static_cast<size_t>(corner)] = side;
-    else
-        mSides[static_cast<size_t>(beyond)].mBeyond = side;
+        return;
+    }
+    Side& here = mSides[static_cast<size_t>(side)];
+    Side& there = mSides[static_cast<size_t>(beyond)];
+    here.mBeyond = beyond;
+    here.mApexBeyond = from(previous(beyond));
+    there.mBeyond = side;
+    there.mApexBeyond = from(previous(side));
 }
 
 /// The last of the obstacles takes its place.
