@@ -37,22 +37,20 @@ constexpr float SMALL = 0.5f;
 /// Triangles may lap over each other by this share of the tolerances.
 constexpr float NOISE = 0.25f;
 
-/// How far the edges of a corner are met beyond it, but for END_ROOM: as far as they are long; at a convex corner only
-/// next to the other edge, which is met as well.
-float endReach(const Vec2<float>& arriving, const Vec2<float>& leaving, bool reflex)
+/// Up to where the edges of a convex corner are met beyond it, but for END_ROOM: only next to the other edge, which is
+/// met as well.
+/// @param lengths  product of the lengths of both edges.
+float convexReach(const Vec2<float>& arriving, const Vec2<float>& leaving, float lengths)
 {
-    const float longer = std::max(arriving.getLength(), leaving.getLength());
-    if (reflex)
-        return longer;
-    const float bend = dot(arriving, leaving) > 0.0f ? -cross(normalised(arriving), normalised(leaving)) : 1.0f;
-    return bend * longer > 1.0f ? 1.0f / bend : longer;
+    const float bend = dot(arriving, leaving) > 0.0f ? -cross(arriving, leaving) : lengths;
+    return bend > 0.0f ? lengths / bend : std::numeric_limits<float>::max();
 }
 } // namespace
 
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSweeps(polygon, reflex, mBoxes, allocator),
-      mTriangles(polygon, mBoxes, allocator), mOpen(allocator)
+      mTriangles(polygon, mBoxes, allocator), mOpen(allocator), mShown(allocator)
 {
 }
 
@@ -60,6 +58,10 @@ void OutlineVisibility::build()
 {
     mN = static_cast<int32>(mPolygon.size());
     mBoxes.build();
+    if (mShown.size() < mPolygon.size())
+        mShown.resize(mPolygon.size());
+    if (mOpen.size() < mPolygon.size())
+        mOpen.resize(mPolygon.size());
     mCut = mBoxes.isBounded() && measure() && mTriangles.build(NOISE * mReach);
     mSweeps.build(mReach);
 }
@@ -72,11 +74,17 @@ bool OutlineVisibility::measure()
     Vec2<float> low = mPolygon[0];
     Vec2<float> high = mPolygon[0];
     Vec2<float> arriving = mPolygon[0] - mPolygon.back();
+    float length = arriving.getLength();
     for (size_t k = 0; k < mPolygon.size(); ++k)
     {
         const Vec2<float> leaving = mPolygon[k + 1 < mPolygon.size() ? k + 1 : 0] - mPolygon[k];
-        shortest = std::min(shortest, leaving.getLength());
-        farthest = std::max(farthest, endReach(arriving, leaving, mReflex[k] != 0));
+        const float lengthBefore = length;
+        length = leaving.getLength();
+        shortest = std::min(shortest, length);
+        float reach = std::max(lengthBefore, length); // edges are met beyond their ends as far as they are long
+        if (reach > farthest && mReflex[k] == 0)
+            reach = std::min(reach, convexReach(arriving, leaving, lengthBefore * length));
+        farthest = std::max(farthest, reach);
         low = {std::min(low.mX, mPolygon[k].mX), std::min(low.mY, mPolygon[k].mY)};
         high = {std::max(high.mX, mPolygon[k].mX), std::max(high.mY, mPolygon[k].mY)};
         arriving = leaving;
@@ -90,19 +98,19 @@ void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
 {
     mEye = corner;
     mSweeps.trust();
-    const size_t start = visible.size();
-    if (mCut && look(visible) && !mSweeps.isDoubtful())
-        return;
-    visible.resize(start);
-    mSweeps.appendVisible(visible, corner);
+    if (mCut && look() && !mSweeps.isDoubtful())
+        visible.insert(visible.end(), mShown.begin(), mShown.begin() + mNumShown);
+    else
+        mSweeps.appendVisible(visible, corner);
 }
 
 /// Looks through all triangles of the eye, from one to the next. @return false where tolerances may decide otherwise.
-bool OutlineVisibility::look(Vector<int32>& visible)
+bool OutlineVisibility::look()
 {
+    mNumShown = 0;
     int32 side = mTriangles.sideAt(mEye);
     Line first = lineTo(mTriangles.from(OutlineTriangles::next(side)));
-    visible.push_back(first.mCorner);
+    show(first.mCorner);
     for (; side != NONE; side = mTriangles.beyond(side))
     {
         const int32 far = OutlineTriangles::next(side);
@@ -113,10 +121,9 @@ bool OutlineVisibility::look(Vector<int32>& visible)
             return false;
         if (first.mCorner > mEye)
         {
-            if (!lookThrough({far, first, second, NONE}, visible))
+            if (mTriangles.beyond(far) != NONE && !lookThrough(far, first, second))
                 return false;
-            if (second.mCorner > mEye)
-                visible.push_back(second.mCorner);
+            show(second.mCorner);
         }
         else if (!close) // no other one can hide the last bound
             return true;
@@ -153,59 +160,102 @@ inline OutlineVisibility::Hiding OutlineVisibility::findHiding(const Line& bound
     return (WAY == Way::FORWARD ? turn > 0.0f : turn < 0.0f) ? Hiding::BY_BOUND : Hiding::NOT;
 }
 
-/// Goes on to the earlier of the two sides behind that of a cone, or the only one in sight. @return false when unclear.
-inline bool OutlineVisibility::goThrough(Cone& cone, int32 entry)
+/// Goes on where the first bound of a cone hides the corner behind. @return the side in sight.
+inline int32 OutlineVisibility::passFirst(const Line& bound, int32 entry)
 {
     const int32 nearer = OutlineTriangles::next(entry);
-    const int32 farther = OutlineTriangles::next(nearer);
+    if (mTriangles.from(nearer) == bound.mCorner && mTriangles.beyond(nearer) != NONE)
+        lookBehind(Way::FORWARD, bound, nearer);
+    return OutlineTriangles::previous(entry);
+}
+
+/// The same for the second bound.
+inline int32 OutlineVisibility::passSecond(const Line& bound, int32 entry)
+{
+    const int32 farther = OutlineTriangles::previous(entry);
+    if (mTriangles.from(entry) == bound.mCorner && mTriangles.beyond(farther) != NONE)
+        lookBehind(Way::BACKWARD, bound, farther);
+    return OutlineTriangles::next(entry);
+}
+
+/// Goes on to the earlier of the two sides behind that of a cone, or the only one in sight, where tolerances may
+/// decide.
+/// @param open  receives the cone behind the later one.
+OutlineVisibility::Passage OutlineVisibility::goThrough(Cone& cone, Cone& open, int32 entry)
+{
+    const int32 farther = OutlineTriangles::previous(entry);
     Line corner = lineTo(mTriangles.from(farther));
     const Hiding first = findHiding<Way::FORWARD>(cone.mFirst, corner);
     if (first == Hiding::BY_BOUND)
     {
-        if (mTriangles.from(nearer) == cone.mFirst.mCorner)
-            lookBehind(Way::FORWARD, cone.mFirst, nearer);
-        cone.mSide = farther;
-        return true;
+        cone.mSide = passFirst(cone.mFirst, entry);
+        return Passage::NARROWER;
     }
     const Hiding second = findHiding<Way::BACKWARD>(cone.mSecond, corner);
-    cone.mSide = nearer;
+    if (first == Hiding::UNCLEAR || second == Hiding::UNCLEAR)
+        return Passage::UNCLEAR;
     if (second == Hiding::BY_BOUND)
     {
-        if (mTriangles.from(entry) == cone.mSecond.mCorner)
-            lookBehind(Way::BACKWARD, cone.mSecond, farther);
-        return first != Hiding::UNCLEAR;
+        cone.mSide = passSecond(cone.mSecond, entry);
+        return Passage::NARROWER;
     }
+    cone.mSide = OutlineTriangles::next(entry);
     if (first == Hiding::NOT && second == Hiding::NOT)
-        mOpen.push_back({farther, corner, cone.mSecond, corner.mCorner > mEye ? corner.mCorner : NONE});
+        open = {farther, corner, cone.mSecond, corner.mCorner};
     else
     {
-        mOpen.push_back({farther, cone.mFirst, cone.mSecond, NONE});
+        open = {farther, cone.mFirst, cone.mSecond, NONE};
         corner.mCorner = cone.mSecond.mCorner; // sweeps begin at one that is seen
     }
     cone.mSecond = corner;
-    return first != Hiding::UNCLEAR && second != Hiding::UNCLEAR;
+    return Passage::SPLIT;
 }
 
-bool OutlineVisibility::lookThrough(Cone cone, Vector<int32>& visible)
+/// Looks through a side, and through those behind it that come into sight between two bounds. @return false when
+/// unclear. The addresses of the bounds are not passed on, so that they stay in registers.
+bool OutlineVisibility::lookThrough(int32 side, Line first, Line second)
 {
-    mOpen.clear();
+    Cone* open = mOpen.data();
     while (true)
     {
-        const int32 entry = mTriangles.beyond(cone.mSide);
-        if (entry != NONE && isWantedBehind(mTriangles.from(cone.mSide)))
+        const int32 entry = mTriangles.beyond(side);
+        if (entry == NONE || !isWantedBehind(mTriangles.from(side)))
         {
-            if (!goThrough(cone, entry))
-                return false;
+            if (entry != NONE)
+                follow(first, entry);
+            if (open == mOpen.data())
+                return true;
+            --open;
+            show(open->mShown);
+            side = open->mSide;
+            first = open->mFirst;
+            second = open->mSecond;
             continue;
         }
-        if (entry != NONE)
-            follow(cone.mFirst, entry);
-        if (mOpen.empty())
-            return true;
-        cone = mOpen.back();
-        mOpen.pop_back();
-        if (cone.mShown != NONE)
-            visible.push_back(cone.mShown);
+        const Line corner = lineTo(mTriangles.apexBeyond(side));
+        const float turnFromFirst = cross(first.mWay, corner.mWay);
+        const float turnFromSecond = cross(second.mWay, corner.mWay);
+        if (isClose(first, corner, turnFromFirst) || isClose(second, corner, turnFromSecond))
+        {
+            Cone cone{side, first, second, NONE};
+            const Passage passage = goThrough(cone, *open, entry);
+            if (passage == Passage::UNCLEAR)
+                return false;
+            open += passage == Passage::SPLIT ? 1 : 0;
+            side = cone.mSide;
+            first = cone.mFirst;
+            second = cone.mSecond;
+        }
+        else if (turnFromFirst > 0.0f)
+            side = passFirst(first, entry);
+        else if (turnFromSecond < 0.0f)
+            side = passSecond(second, entry);
+        else
+        {
+            *open++ = {OutlineTriangles::previous(entry), corner, second, corner.mCorner};
+            side = OutlineTriangles::next(entry);
+            second = corner;
+        }
     }
 }
 
@@ -228,14 +278,14 @@ OutlineVisibility::Hiding OutlineVisibility::askSweep(Way way, const Line& bound
 }
 
 /// Makes sure that the shadow of the first bound lands, where it goes on behind a side that is not looked through.
-void OutlineVisibility::follow(const Line& bound, int32 entry)
+void OutlineVisibility::follow(Line bound, int32 entry)
 {
     if (bound.mCorner < mEye || !mSweeps.casts(Way::FORWARD, mEye, bound.mCorner))
         return;
     while (entry != NONE)
     {
         const int32 nearer = OutlineTriangles::next(entry);
-        const int32 farther = OutlineTriangles::next(nearer);
+        const int32 farther = OutlineTriangles::previous(entry);
         const Line corner = lineTo(mTriangles.from(farther));
         const float turn = cross(bound.mWay, corner.mWay);
         if (isClose(bound, corner, turn))
@@ -248,12 +298,12 @@ void OutlineVisibility::follow(const Line& bound, int32 entry)
 
 /// Casts the shadow of a bound where a corner lies close behind it, from one triangle at its corner to the next.
 /// @param side  the first one to look through.
-void OutlineVisibility::lookBehind(Way way, const Line& bound, int32 side)
+void OutlineVisibility::lookBehind(Way way, Line bound, int32 side)
 {
     for (int32 entry = mTriangles.beyond(side); entry != NONE;)
     {
         const int32 nearer = OutlineTriangles::next(entry);
-        const int32 farther = OutlineTriangles::next(nearer);
+        const int32 farther = OutlineTriangles::previous(entry);
         const Line corner = lineTo(mTriangles.from(farther));
         const float turn = cross(bound.mWay, corner.mWay);
         const float ahead = dot(bound.mWay, corner.mWay - bound.mWay);

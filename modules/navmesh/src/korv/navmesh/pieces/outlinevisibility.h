@@ -55,20 +55,36 @@ private:
         UNCLEAR
     };
 
+    /// What becomes of a cone in a triangle.
+    enum class Passage : uint8
+    {
+        NARROWER, ///< one side is in sight
+        SPLIT,    ///< both are
+        UNCLEAR
+    };
+
     using Way = OutlineSweeps::Way;
 
     bool measure();
-    bool look(Vector<int32>& visible);
+    bool look();
     bool areClose(const Line& first, const Line& second) const;
     bool areBothSeen(const Line& first, const Line& second);
-    bool lookThrough(Cone cone, Vector<int32>& visible);
-    bool goThrough(Cone& cone, int32 entry);
+    bool lookThrough(int32 side, Line first, Line second);
+    int32 passFirst(const Line& bound, int32 entry);
+    int32 passSecond(const Line& bound, int32 entry);
+    Passage goThrough(Cone& cone, Cone& open, int32 entry);
     template <Way WAY>
     Hiding findHiding(const Line& bound, const Line& corner);
     Hiding askSweep(Way way, const Line& bound, const Line& corner);
-    void follow(const Line& bound, int32 entry);
-    void lookBehind(Way way, const Line& bound, int32 side);
+    void follow(Line bound, int32 entry);
+    void lookBehind(Way way, Line bound, int32 side);
     void land(Way way, int32 corner);
+    /// Adds a corner that is seen, if it is wanted.
+    void show(int32 corner)
+    {
+        mShown[static_cast<size_t>(mNumShown)] = corner;
+        mNumShown += corner > mEye ? 1 : 0;
+    }
     Line lineTo(int32 corner) const
     {
         const Vec2<float> way = point(corner) - point(mEye);
@@ -96,5 +112,7 @@ private:
     float mSlope = 0.0f; // of a corner within reach of a line past its neighbour, at most
     int32 mEye = 0;      // corner that looks
     Vector<Cone> mOpen;
+    Vector<int32> mShown; // corners that the eye sees, in their order, and room for all
+    int32 mNumShown = 0;
 };
 } // namespace KORV::NavMesh
