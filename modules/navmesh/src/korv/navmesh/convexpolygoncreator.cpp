@@ -88,7 +88,8 @@ bool holdsAllAround(const Vector<Vec2<float>>& points, const int32* corners, siz
 } // namespace
 
 ConvexPolygonCreator::ConvexPolygonCreator(float shrinkDistance, Rules rules)
-    : mPolygon(getMemory()), mSolver(mPolygon, getMemory()), mShrinkDistance(shrinkDistance), mRules(rules)
+    : mPolygon(getMemory()), mSolver(mPolygon, getMemory()), mBatch(getMemory()), mDrawnIn(getMemory()),
+      mOutlines(getMemory()), mShrinkDistance(shrinkDistance), mRules(rules)
 {
 }
 
@@ -107,16 +108,59 @@ void ConvexPolygonCreator::createConvexPolygons(Common::Threading::SpinLock& loc
 ConvexPolygonCreator::Rescue ConvexPolygonCreator::decompose(ConvexPieces& pieces, const SurfacePolygon& polygon,
                                                              const Vec3<float>& axis, const std::atomic<bool>& stop)
 {
+    begin(Vector<const SurfacePolygon*>(1, &polygon, getMemory()), axis);
+    return decomposeNext(pieces, stop);
+}
+
+void ConvexPolygonCreator::begin(const Vector<const SurfacePolygon*>& polygons, const Vec3<float>& axis)
+{
+    mBatch.assign(polygons.begin(), polygons.end());
+    mAxis = axis;
+    mNext = 0;
+    if (mRules == Rules::SPECIFIED)
+        drawIn();
+}
+
+ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeNext(ConvexPieces& pieces, const std::atomic<bool>& stop)
+{
     pieces.clear();
     clear();
+    const SurfacePolygon& polygon = *mBatch[mNext];
     mN = static_cast<int32>(polygon.mPoints.size());
-    if (!KORV_ASSERT(mN >= 3, "mN >= 3", "mPolygon cannot have less than 3 nodes"))
-        return Rescue::EMPTY;
-
-    const Rescue rescue = mRules == Rules::REFINED ? decomposeRefined(pieces, polygon, axis, stop)
-                                                   : decomposeAsSpecified(pieces, polygon, axis, stop);
+    Rescue rescue = Rescue::EMPTY;
+    if (KORV_ASSERT(mN >= 3, "mN >= 3", "mPolygon cannot have less than 3 nodes"))
+        rescue = mRules == Rules::REFINED ? decomposeRefined(pieces, polygon, mAxis, stop)
+                                          : decomposeAsSpecified(pieces, polygon, mAxis, stop);
     clear();
+    ++mNext;
     return pieces.size() > 0 ? rescue : Rescue::EMPTY;
+}
+
+/// Moves all outlines of the batch into their plane, and draws them in.
+void ConvexPolygonCreator::drawIn()
+{
+    size_t numCorners = 0;
+    for (const SurfacePolygon* polygon : mBatch)
+        numCorners += polygon->mPoints.size();
+    mDrawnIn.resize(numCorners);
+    mOutlines.clear();
+    Vec2<float>* place = mDrawnIn.data();
+    for (const SurfacePolygon* polygon : mBatch)
+    {
+        project(place, polygon->mPoints);
+        mOutlines.push_back({place, polygon->mPoints.size()});
+        place += polygon->mPoints.size();
+    }
+    insetInPlace(mOutlines, mShrinkDistance);
+}
+
+/// Takes the next outline of the batch as it has been drawn in; one alone may be large and is not copied.
+void ConvexPolygonCreator::takeDrawnIn()
+{
+    if (mBatch.size() == 1)
+        return mPolygon.mPoints.swap(mDrawnIn);
+    const CornerRange& outline = mOutlines[mNext];
+    mPolygon.mPoints.assign(outline.mBegin, outline.mBegin + outline.mSize);
 }
 
 ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeAsSpecified(ConvexPieces& pieces,
@@ -124,8 +168,7 @@ ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeAsSpecified(ConvexPi
                                                                         const Vec3<float>& axis,
                                                                         const std::atomic<bool>& stop)
 {
-    project(polygon.mPoints, axis);
-    insetInPlace();
+    takeDrawnIn();
     if (solve(pieces, stop) && arePiecesSound(pieces, polygon.mPoints, axis, mShrinkDistance))
         return Rescue::NONE;
     projectInCubes(polygon.mPoints, axis);
@@ -172,13 +215,12 @@ void ConvexPolygonCreator::clear()
     mPolygon.mReflex.clear();
 }
 
-void ConvexPolygonCreator::project(const Vector<Vec3<float>>& points, const Vec3<float>& axis)
+void ConvexPolygonCreator::project(Vec2<float>* corners, const Vector<Vec3<float>>& points) const
 {
     Vec3<float> u;
     Vec3<float> v;
-    Common::Geom::computePlaneBasis(u, v, axis);
-    mPolygon.mPoints.resize(points.size());
-    std::transform(points.begin(), points.end(), mPolygon.mPoints.begin(),
+    Common::Geom::computePlaneBasis(u, v, mAxis);
+    std::transform(points.begin(), points.end(), corners,
                    [&](const Vec3<float>& point) { return Vec2<float>(dot(u, point), dot(v, point)); });
 }
 
@@ -197,19 +239,6 @@ void ConvexPolygonCreator::projectInCubes(const Vector<Vec3<float>>& points, con
                        const Vec3<float> relative = (point - first) * scale;
                        return Vec2<float>(dot(u, relative), dot(v, relative));
                    });
-}
-
-void ConvexPolygonCreator::insetInPlace()
-{
-    Vector<Vec2<float>>& points = mPolygon.mPoints;
-    const size_t n = points.size();
-    Vec2<float> before = points[n - 1];
-    for (size_t i = 0; i < n; ++i) // in place: the corner before has moved already, and later results depend on it
-    {
-        const Vec2<float>& after = points[i + 1 < n ? i + 1 : 0];
-        before = points[i] + inward(before, points[i], after) * mShrinkDistance;
-        points[i] = before;
-    }
 }
 
 void ConvexPolygonCreator::insetFromUnmoved(float distance)
@@ -248,13 +277,14 @@ void ConvexPolygonCreator::insetSides(float distance)
     Vector<Vec2<float>>& points = mPolygon.mPoints;
     const Vector<Vec2<float>>& unmoved = mPolygon.mUnmoved;
     const size_t n = points.size();
+    Vec2<float> arriving = normalised(unmoved[0] - unmoved[n - 1]);
     for (size_t i = 0; i < n; ++i)
     {
-        const Vec2<float> arriving = normalised(unmoved[i] - unmoved[i > 0 ? i - 1 : n - 1]);
         const Vec2<float> leaving = normalised(unmoved[i + 1 < n ? i + 1 : 0] - unmoved[i]);
         const Vec2<float> sum = arriving + leaving;
         const float share = std::max(1.0f + dot(arriving, leaving), 1.0f / MAX_MITRE);
         points[i] = unmoved[i] + Vec2<float>(sum.mY, -sum.mX) * (distance / share);
+        arriving = leaving;
     }
 }
 

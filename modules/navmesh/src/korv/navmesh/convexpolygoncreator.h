@@ -3,6 +3,7 @@
 #include "korv/common/memory/memorymanaged.h"
 #include "korv/common/threading/spinlock.h"
 #include "korv/navmesh/pieces/chordsolver.h"
+#include "korv/navmesh/pieces/outlineinset.h"
 #include "korv/navmesh/rules.h"
 
 namespace KORV::NavMesh
@@ -38,6 +39,10 @@ public:
     /// @param stop  may be raised by any thread; the work ends soon then.
     Rescue decompose(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
                      const std::atomic<bool>& stop);
+    /// Takes several outlines, which must not change until they have been split.
+    void begin(const Vector<const SurfacePolygon*>& polygons, const Vec3<float>& axis);
+    /// Splits the next one of them, as decompose does.
+    Rescue decomposeNext(ConvexPieces& pieces, const std::atomic<bool>& stop);
 
 private:
     Rescue decomposeAsSpecified(ConvexPieces& pieces, const SurfacePolygon& polygon, const Vec3<float>& axis,
@@ -48,9 +53,10 @@ private:
                       const std::atomic<bool>& stop);
     /// Cube units for the rescues; a shrink distance of 0, which only tests use, leaves the unit as it is.
     float cubeScale() const { return mShrinkDistance > 0.0f ? SHRINK_SHARE / mShrinkDistance : 1.0f; }
-    void project(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
+    void drawIn();
+    void takeDrawnIn();
+    void project(Vec2<float>* corners, const Vector<Vec3<float>>& points) const;
     void projectInCubes(const Vector<Vec3<float>>& points, const Vec3<float>& axis);
-    void insetInPlace();
     void insetFromUnmoved(float distance);
     void snapToHalfCubes();
     void insetSides(float distance);
@@ -70,6 +76,11 @@ private:
 
     PlaneOutline mPolygon;
     ChordSolver mSolver; // on mPolygon
+    Vector<const SurfacePolygon*> mBatch;
+    Vec3<float> mAxis;
+    size_t mNext = 0;              // of the batch
+    Vector<Vec2<float>> mDrawnIn;  // all outlines of the batch, as the specified rules have them
+    Vector<CornerRange> mOutlines; // in there
     int32 mN = 0;
     bool mHasReflex = false;
     bool mFinite = true; // no arithmetic on the outline has overflowed so far

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #ifdef __SSE__
 #include <xmmintrin.h>
@@ -33,6 +34,15 @@ inline FloatLanes sameLanes(float value)
 inline FloatLanes absoluteLanes(FloatLanes lanes)
 {
     return std::bit_cast<FloatLanes>(std::bit_cast<MaskLanes>(lanes) & 0x7fffffff);
+}
+
+inline FloatLanes squareRoots(FloatLanes lanes)
+{
+#ifdef __SSE__
+    return std::bit_cast<FloatLanes>(_mm_sqrt_ps(std::bit_cast<__m128>(lanes)));
+#else
+    return FloatLanes{std::sqrt(lanes[0]), std::sqrt(lanes[1]), std::sqrt(lanes[2]), std::sqrt(lanes[3])};
+#endif
 }
 
 /// A bit for each lane, those of @p low first.

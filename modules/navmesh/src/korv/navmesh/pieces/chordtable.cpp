@@ -39,15 +39,6 @@ uint64 laneBits(MaskLanes lanes)
 {
     return gatherBits(lanes, MaskLanes{});
 }
-
-FloatLanes squareRoots(FloatLanes lanes)
-{
-#ifdef __SSE__
-    return std::bit_cast<FloatLanes>(_mm_sqrt_ps(std::bit_cast<__m128>(lanes)));
-#else
-    return FloatLanes{std::sqrt(lanes[0]), std::sqrt(lanes[1]), std::sqrt(lanes[2]), std::sqrt(lanes[3])};
-#endif
-}
 } // namespace
 
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)

@@ -34,10 +34,10 @@ void PolygonCreateTask::split()
                                                             ConvexPolygonCreator(mCubeSize * SHRINK_SHARE, mRules));
     ConvexPieces pieces(allocator.get());
     PieceBatch batch(allocator.get());
+    creator->begin(mSurfacePolygons, mAxis);
     for (const SurfacePolygon* polygon : mSurfacePolygons)
     {
-        const ConvexPolygonCreator::Rescue rescue =
-            creator->decompose(pieces, *polygon, mAxis, mSequencer.getStopFlag());
+        const ConvexPolygonCreator::Rescue rescue = creator->decomposeNext(pieces, mSequencer.getStopFlag());
         if (mSequencer.isStopped())
             return;
         batch.add(*polygon, pieces, rescue);
