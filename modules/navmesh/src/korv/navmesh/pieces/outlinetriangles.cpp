@@ -7,9 +7,8 @@
 #include <cmath>
 #include <limits>
 
-// Ears are cut off in turns around the outline: an ear is a convex corner whose triangle no other corner lies in. A
-// turn leaves out the corner behind each ear, so that triangles stay compact. Where ears are few, as in a spiral, each
-// comes up beside the one before, and the search goes on there.
+// Ears are cut off in turns around the outline: an ear is a convex corner whose triangle no other corner lies in. Where
+// one has been, the corner before often is the next one, so the search goes on there.
 //
 // Flat triangles make sight a matter of tolerances, so ears keep clear of other corners where they can. Where all that
 // is left lies in a line there is no ear at all; then one is cut off that is one up to noise.
@@ -24,9 +23,7 @@ namespace
 constexpr size_t MAX_LISTED = 96;
 /// Ears keep clear of other corners by as much noise.
 constexpr float CLEARANCE = 4.0f;
-/// After as many tries a corner, ears are few.
-constexpr size_t PATIENCE = 8;
-/// After as many the cutting is given up.
+/// After as many tries a corner the cutting is given up.
 constexpr size_t MAX_TRIES = 64;
 } // namespace
 
@@ -52,9 +49,8 @@ bool OutlineTriangles::build(float noise)
         if (isEar(corner, depth))
         {
             const int32 before = left(corner).mPrevious;
-            const int32 after = left(corner).mNext;
             cut(corner);
-            corner = numTries < PATIENCE * n ? left(after).mNext : before;
+            corner = before;
             depth = std::min(depth, 0.0f);
             numMisses = 0;
             --numLeft;
