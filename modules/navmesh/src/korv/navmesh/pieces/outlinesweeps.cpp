@@ -15,8 +15,6 @@ namespace KORV::NavMesh
 {
 namespace
 {
-/// A chain that turns away by less still counts as turning around the corner.
-constexpr float TURN_TOLERANCE = 0.0001f;
 constexpr size_t WORD = 64;
 constexpr size_t STEP = 2 * NUM_LANES;
 constexpr uint64 ALL = ~uint64(0);
@@ -74,14 +72,14 @@ void OutlineSweeps::gatherCasters()
     }
 }
 
-bool OutlineSweeps::casts(Way way, int32 eye, int32 corner) const
+bool OutlineSweeps::casts(Way way, int32 eye, int32 corner, float turn) const
 {
     if (!mReflex[static_cast<size_t>(corner)])
         return false;
     const Vec2<float> d = point(corner) - point(eye);
     if (way == Way::FORWARD)
-        return cross(d, point(next(corner)) - point(corner)) > TURN_TOLERANCE;
-    return cross(d, point(previous(corner)) - point(corner)) < -TURN_TOLERANCE;
+        return cross(d, point(next(corner)) - point(corner)) > turn;
+    return cross(d, point(previous(corner)) - point(corner)) < -turn;
 }
 
 int32 OutlineSweeps::findHider(Way way, int32 eye, int32 from, int32 corner)

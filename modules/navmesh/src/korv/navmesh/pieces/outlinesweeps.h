@@ -20,6 +20,8 @@ public:
     };
 
     static constexpr int32 NONE = -1;
+    /// A chain that turns away by less still counts as turning around the corner. [square units]
+    static constexpr float TURN_TOLERANCE = 0.0001f;
 
     /// @param reflex  a flag for each corner.
     OutlineSweeps(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex, EdgeBoxes& boxes,
@@ -34,12 +36,18 @@ public:
     void appendVisible(Vector<int32>& visible, int32 eye);
 
     /// Whether the outline turns away from the eye at a corner that a sweep comes to.
-    bool casts(Way way, int32 eye, int32 corner) const;
+    /// @param turn  by more than that. [square units]
+    bool casts(Way way, int32 eye, int32 corner, float turn = TURN_TOLERANCE) const;
     /// The corner whose shadow hides another one, of those that a sweep on its way meets from one on; NONE for none.
     /// @param corner  after the eye, when the way is forward.
     int32 findHider(Way way, int32 eye, int32 from, int32 corner);
     /// Where a sweep goes on behind the shadow of a corner that casts one: a place; that of the corner for no shadow.
     int32 land(Way way, int32 eye, int32 corner);
+    /// Whether it has been asked where the shadow of a corner ends, for this eye.
+    bool hasLanded(Way way, int32 eye, int32 corner) const
+    {
+        return (way == Way::FORWARD ? mForwardShadows : mBackwardShadows)[static_cast<size_t>(corner)].mEye == eye;
+    }
     /// Whether some shadow so far has not ended as it should: its ray has met nothing at all, or it has ended at a
     /// corner behind the ray.
     bool isDoubtful() const { return mDoubtful; }

@@ -50,7 +50,7 @@ float convexReach(const Vec2<float>& arriving, const Vec2<float>& leaving, float
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSweeps(polygon, reflex, mBoxes, allocator),
-      mTriangles(polygon, mBoxes, allocator), mOpen(allocator), mShown(allocator)
+      mTriangles(polygon, mBoxes, allocator), mOpen(allocator), mUnasked(allocator), mShown(allocator)
 {
 }
 
@@ -98,7 +98,8 @@ void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
 {
     mEye = corner;
     mSweeps.trust();
-    if (mCut && look() && !mSweeps.isDoubtful())
+    mUnasked.clear();
+    if (mCut && look() && areUnaskedSound() && !mSweeps.isDoubtful())
         visible.insert(visible.end(), mShown.begin(), mShown.begin() + mNumShown);
     else
         mSweeps.appendVisible(visible, corner);
@@ -149,15 +150,38 @@ bool OutlineVisibility::areBothSeen(const Line& first, const Line& second)
     return true;
 }
 
+/// Whether the corner of a bound surely casts the shadow, and another corner is clear of it: then the sweep need not be
+/// asked, unless another corner makes it cast the ray.
+bool OutlineVisibility::isShadowClear(Way way, const Line& bound, const Line& corner, float turn) const
+{
+    return !isClose(bound, corner, turn, 0.0f) && bound.mWay == point(bound.mCorner) - point(mEye) &&
+           mSweeps.casts(way, mEye, bound.mCorner, TURN_ROOM) && !mSweeps.hasLanded(way, mEye, bound.mCorner);
+}
+
+/// Whether sweeps agree, as far as their rays have been cast meanwhile, with what they have not been asked.
+bool OutlineVisibility::areUnaskedSound()
+{
+    return std::all_of(mUnasked.begin(), mUnasked.end(),
+                       [this](const Unasked& question)
+                       {
+                           return !mSweeps.hasLanded(question.mWay, mEye, question.mBound.mCorner) ||
+                                  askSweep(question.mWay, question.mBound, question.mCorner) == question.mHiding;
+                       });
+}
+
 /// Whether a bound of a cone hides the corner behind its side: the first one as a forward sweep would have it, the
 /// second one as a backward sweep.
 template <OutlineSweeps::Way WAY>
 inline OutlineVisibility::Hiding OutlineVisibility::findHiding(const Line& bound, const Line& corner)
 {
     const float turn = cross(bound.mWay, corner.mWay);
-    if (isClose(bound, corner, turn))
+    const bool close = isClose(bound, corner, turn);
+    if (close && !isShadowClear(WAY, bound, corner, turn))
         return askSweep(WAY, bound, corner);
-    return (WAY == Way::FORWARD ? turn > 0.0f : turn < 0.0f) ? Hiding::BY_BOUND : Hiding::NOT;
+    const Hiding hiding = (WAY == Way::FORWARD ? turn > 0.0f : turn < 0.0f) ? Hiding::BY_BOUND : Hiding::NOT;
+    if (close)
+        mUnasked.push_back({WAY, hiding, bound, corner});
+    return hiding;
 }
 
 /// Goes on where the first bound of a cone hides the corner behind. @return the side in sight.

@@ -26,8 +26,8 @@ public:
 
 private:
     static constexpr int32 NONE = -1;
-    /// A chain that turns away by less than an area still counts as turning around the corner. With room for several.
-    static constexpr float TURN_ROOM = 0.0003f;
+    /// The tolerance of turns, with room for several.
+    static constexpr float TURN_ROOM = 3.0f * OutlineSweeps::TURN_TOLERANCE;
 
     /// A line of sight from the eye.
     struct Line
@@ -55,6 +55,15 @@ private:
         UNCLEAR
     };
 
+    /// A question that tolerances could decide, but for which no ray has been cast.
+    struct Unasked
+    {
+        OutlineSweeps::Way mWay;
+        Hiding mHiding; // as the triangles have it
+        Line mBound;
+        Line mCorner;
+    };
+
     /// What becomes of a cone in a triangle.
     enum class Passage : uint8
     {
@@ -73,8 +82,10 @@ private:
     int32 passFirst(const Line& bound, int32 entry);
     int32 passSecond(const Line& bound, int32 entry);
     Passage goThrough(Cone& cone, Cone& open, int32 entry);
+    bool isShadowClear(Way way, const Line& bound, const Line& corner, float turn) const;
     template <Way WAY>
     Hiding findHiding(const Line& bound, const Line& corner);
+    bool areUnaskedSound();
     Hiding askSweep(Way way, const Line& bound, const Line& corner);
     void follow(Line bound, int32 entry);
     void lookBehind(Way way, Line bound, int32 side);
@@ -92,10 +103,11 @@ private:
     }
     /// Whether a corner is so close to a bound that tolerances decide.
     /// @param turn  cross product of their ways.
-    bool isClose(const Line& bound, const Line& corner, float turn) const
+    /// @param room  of the turn at the bound's corner.
+    bool isClose(const Line& bound, const Line& corner, float turn, float room = TURN_ROOM) const
     {
         // the tolerance of turns over the length of the bound is a distance; both grow with that of the corner
-        return std::fabs(turn) * bound.mSize <= (TURN_ROOM + mReach * bound.mSize) * (bound.mSize + corner.mSize);
+        return std::fabs(turn) * bound.mSize <= (room + mReach * bound.mSize) * (bound.mSize + corner.mSize);
     }
     /// Whether a corner after the eye lies behind a side from that corner to a later one, apart from its ends.
     bool isWantedBehind(int32 from) const { return from >= mEye && from + 1 < mN; }
@@ -112,7 +124,8 @@ private:
     float mSlope = 0.0f; // of a corner within reach of a line past its neighbour, at most
     int32 mEye = 0;      // corner that looks
     Vector<Cone> mOpen;
-    Vector<int32> mShown; // corners that the eye sees, in their order, and room for all
+    Vector<Unasked> mUnasked; // of this eye
+    Vector<int32> mShown;     // corners that the eye sees, in their order, and room for all
     int32 mNumShown = 0;
 };
 } // namespace KORV::NavMesh
