@@ -1,4 +1,4 @@
-#include "korv/navmesh/voxels/childoverlaps.h"
+#include "korv/navmesh/voxels/brickoverlaps.h"
 
 #include "korv/common/geom/geomutility.h"
 #include "korv/navmesh/voxels/leafcursor.h"
@@ -61,6 +61,31 @@ public:
         }
     }
 
+    /// Moves a triangle to where it just touches one of the equal cubes that fill the octant, or just does not.
+    void moveToContact(Corners& corners, uint32 cubesAcross)
+    {
+        const float edge = mEdge / static_cast<float>(cubesAcross);
+        Vec3<float> cube;
+        Vec3<float> step;
+        for (int i = 0; i < 3; ++i)
+        {
+            cube[i] = mCentre[i] + (static_cast<float>(pick(cubesAcross)) + 0.5f) * edge - mEdge / 2.0f;
+            step[i] = uniform(-mEdge, mEdge);
+        }
+        const Corners start = {corners[0], corners[1], corners[2]};
+        float touching = 0.0f;
+        float apart = 8.0f;
+        for (int i = 0; i < 40; ++i)
+        {
+            const float middle = (touching + apart) / 2.0f;
+            for (int k = 0; k < 3; ++k)
+                corners[k] = start[k] + step * middle;
+            const bool touches =
+                Common::Geom::TriangleBoxOverlap(corners[0], corners[1], corners[2], cube, edge + 0.0001f);
+            (touches ? touching : apart) = middle;
+        }
+    }
+
     uint32 pick(size_t count) { return static_cast<uint32>(mRandom() % count); }
 
     Vec3<float> mCentre;
@@ -96,6 +121,43 @@ uint32 findTouchedOneByOne(const Vec3<float>& centre, float edge, const Corners&
     }
     return touched;
 }
+
+/// The way down a brick, octant by octant.
+class LiteralBrick
+{
+public:
+    LiteralBrick(const PlaneLayout& layout, const Corners& corners) : mLayout(layout), mCorners(corners) {}
+
+    void descend(const Vec3<float>& centre, float edge, uint32 levels, uint32 rank)
+    {
+        const uint32 touched = findTouchedOneByOne(centre, edge, mCorners);
+        ChildCubes cubes(centre, edge);
+        for (uint32 k = 0; k < NUM_CHILDREN; ++k)
+        {
+            if (((touched >> k) & 1u) == 0)
+                continue;
+            const uint32 child = rank * NUM_CHILDREN + k;
+            const uint32 cell = mLayout.getCell(child << (3 * (levels - 1)));
+            const uint32 u = cell % 8;
+            const uint32 v = cell / 8 % 8;
+            const uint32 w = cell / 64;
+            if (levels == 1)
+                mFound.mVoxels[w] |= uint64{1} << (8 * v + u);
+            else if (levels == 2)
+                mFound.mParents |= uint64{1} << (16 * (w / 2) + 4 * (v / 2) + u / 2);
+            else
+                mFound.mChildren |= uint64{1} << (16 * (w / 4 * 2) + 4 * (v / 4 * 2) + u / 4 * 2);
+            if (levels > 1)
+                descend(cubes.getCentre(k), edge / 2.0f, levels - 1, child);
+        }
+    }
+
+    BrickOverlaps mFound;
+
+private:
+    const PlaneLayout& mLayout;
+    const Corners& mCorners;
+};
 
 /// Checks an octant and some way down, where a triangle may be known to span the octant.
 void expectSameBelow(const VoxelTriangle& triangle, const Corners& corners, const Vec3<float>& centre, float edge,
@@ -135,4 +197,32 @@ KORV_TEST(ChildOverlaps, agreeWithTheTestOfOneCube)
     }
     EXPECT_GT(touched, 20000u);
     EXPECT_GT(counts[1], 1000u) << "octants that a triangle covers";
+}
+
+// All levels of a brick at once, for every direction that may be up; many triangles are at the very edge of touching.
+KORV_TEST(BrickOverlaps, agreeWithTheWayDown)
+{
+    uint32 numTouching = 0;
+    for (uint32 seed = 0; seed < 1500; ++seed)
+    {
+        KORV_CONTEXT("seed " << seed);
+        TriangleSource source(seed);
+        const PlaneLayout layout(PlaneLayout::BRICK_LEVELS, seed % NUM_MAIN_AXES);
+        const BrickCubes cubes(layout, source.mCentre, source.mEdge);
+        for (uint32 n = 0; n < 20; ++n)
+        {
+            Corners corners;
+            source.makeTriangle(corners);
+            if (n % 2 == 0)
+                source.moveToContact(corners, 2u << n % 3);
+            LiteralBrick expected(layout, corners);
+            expected.descend(source.mCentre, source.mEdge, PlaneLayout::BRICK_LEVELS, 0);
+            const BrickOverlaps found = cubes.find(VoxelTriangle({}, corners, source.mOrdinary), false);
+            ASSERT_EQ(found.mChildren, expected.mFound.mChildren);
+            ASSERT_EQ(found.mParents, expected.mFound.mParents);
+            ASSERT_TRUE(std::equal(std::begin(found.mVoxels), std::end(found.mVoxels), expected.mFound.mVoxels));
+            numTouching += found.mChildren != 0 ? 1 : 0;
+        }
+    }
+    EXPECT_GT(numTouching, 10000u);
 }

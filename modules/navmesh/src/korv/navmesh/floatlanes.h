@@ -45,6 +45,26 @@ inline FloatLanes squareRoots(FloatLanes lanes)
 #endif
 }
 
+/// p where it is smaller, else q: also where one is not a number.
+inline FloatLanes smallerLanes(FloatLanes p, FloatLanes q)
+{
+#ifdef __SSE__
+    return _mm_min_ps(p, q);
+#else
+    return p < q ? p : q;
+#endif
+}
+
+/// q where it is larger, else p.
+inline FloatLanes largerLanes(FloatLanes p, FloatLanes q)
+{
+#ifdef __SSE__
+    return _mm_max_ps(q, p);
+#else
+    return p < q ? q : p;
+#endif
+}
+
 /// A bit for each lane, those of @p low first.
 inline uint32 gatherBits(MaskLanes low, MaskLanes high)
 {

@@ -51,16 +51,6 @@ constexpr float MAX_COORDINATE = 1e12f;
 /// Of the distance that edges are sorted out by; more than its rounding.
 constexpr float BOUND_SLACK = 1.0001f;
 
-FloatLanes smaller(FloatLanes a, FloatLanes b)
-{
-    return a < b ? a : b;
-}
-
-FloatLanes larger(FloatLanes a, FloatLanes b)
-{
-    return a > b ? a : b;
-}
-
 float smallest(FloatLanes lanes)
 {
     return std::min(std::min(lanes[0], lanes[1]), std::min(lanes[2], lanes[3]));
@@ -201,11 +191,11 @@ EdgeBoxes::Box EdgeBoxes::boxOfRun(size_t run) const
             const FloatLanes start = loadLanes(starts[axis]);
             const FloatLanes way = loadLanes(ways[axis]);
             const FloatLanes slack = END_SLACK * absoluteLanes(way);
-            low[axis] = smaller(low[axis], smaller(start, start + way) - slack);
-            high[axis] = larger(high[axis], larger(start, start + way) + slack);
+            low[axis] = smallerLanes(low[axis], smallerLanes(start, start + way) - slack);
+            high[axis] = largerLanes(high[axis], largerLanes(start, start + way) + slack);
             length += absoluteLanes(way);
         }
-        longest = larger(longest, length);
+        longest = largerLanes(longest, length);
     }
     return {smallest(low[0]), smallest(low[1]), largest(high[0]), largest(high[1]), largest(longest)};
 }

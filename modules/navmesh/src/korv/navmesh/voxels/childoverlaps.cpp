@@ -25,19 +25,6 @@ namespace KORV::NavMesh
 {
 namespace
 {
-constexpr float OVERLAP_MARGIN = 0.0001f; // [world units] a triangle on a cube's face never falls between two
-
-// For a not-a-number these differ in what they return, and the scalar test uses each where it stands here.
-FloatLanes smaller(FloatLanes p, FloatLanes q)
-{
-    return p < q ? p : q;
-}
-
-FloatLanes larger(FloatLanes p, FloatLanes q)
-{
-    return p < q ? q : p;
-}
-
 uint32 orLanes(MaskLanes bits)
 {
     return static_cast<uint32>(bits[0] | bits[1] | bits[2] | bits[3]);
@@ -45,13 +32,13 @@ uint32 orLanes(MaskLanes bits)
 
 MaskLanes separates(FloatLanes p, FloatLanes q, FloatLanes radius)
 {
-    return (smaller(p, q) > radius) | (larger(p, q) < -radius);
+    return (smallerLanes(p, q) > radius) | (largerLanes(p, q) < -radius);
 }
 
 MaskLanes extentSeparates(FloatLanes a, FloatLanes b, FloatLanes c, FloatLanes half)
 {
-    const auto min = [](FloatLanes p, FloatLanes q) { return q < p ? q : p; };
-    return (min(min(a, b), c) > half) | (larger(larger(a, b), c) < -half);
+    // for a not-a-number the order matters, and the scalar test has it as it stands here
+    return (smallerLanes(c, smallerLanes(b, a)) > half) | (largerLanes(largerLanes(a, b), c) < -half);
 }
 
 /// A corner or an edge of the triangle, seen from the cubes' centres.
@@ -166,7 +153,9 @@ VoxelTriangle::VoxelTriangle(const TriangleClass& triangleClass, const Vec3<floa
             p[corner] = corners[corner][axis];
             ordinary = ordinary && std::fabs(p[corner]) <= ORDINARY_REACH;
         }
-        mExtent = std::max(mExtent, std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]}));
+        mMin[axis] = std::min({p[0], p[1], p[2]});
+        mMax[axis] = std::max({p[0], p[1], p[2]});
+        mExtent = std::max(mExtent, mMax[axis] - mMin[axis]);
         if (p[0] == p[1] && p[0] == p[2])
             flatAxis = static_cast<uint32>(axis);
     }
@@ -251,9 +240,9 @@ ChildCubes::Overlaps ChildCubes::findFlat(const VoxelTriangle& triangle) const
         u[i] = sameLanes(us[i]) - mOuter[axes.mOuter];
         v[i] = sameLanes(vs[i]) - mInner[axes.mInner];
     }
-    const FloatLanes lengthU = larger(larger(absoluteLanes(u[0]), absoluteLanes(u[1])), absoluteLanes(u[2]));
-    const FloatLanes lengthV = larger(larger(absoluteLanes(v[0]), absoluteLanes(v[1])), absoluteLanes(v[2]));
-    const FloatLanes length = larger(lengthU, lengthV);
+    const FloatLanes lengthU = largerLanes(largerLanes(absoluteLanes(u[0]), absoluteLanes(u[1])), absoluteLanes(u[2]));
+    const FloatLanes lengthV = largerLanes(largerLanes(absoluteLanes(v[0]), absoluteLanes(v[1])), absoluteLanes(v[2]));
+    const FloatLanes length = largerLanes(lengthU, lengthV);
     const FloatLanes error = length * (length + mReach) * ERROR_BOUND + 1e-30f;
 
     MaskLanes separated = extentSeparates(u[0], u[1], u[2], half) | extentSeparates(v[0], v[1], v[2], half);
@@ -310,7 +299,7 @@ uint32 ChildCubes::findOnlyChild(const VoxelTriangle& triangle) const
     uint32 child = 0;
     for (int axis = 0; axis < 3; ++axis)
     {
-        const uint32 half = findHalves(triangle.mPositions[axis], axis);
+        const uint32 half = findHalf(triangle, axis);
         if (half == NOT_ONE)
             return ALL_CHILDREN;
         child = 2 * child + half;
@@ -320,10 +309,10 @@ uint32 ChildCubes::findOnlyChild(const VoxelTriangle& triangle) const
 
 /// The half of the octant along an axis that the corners lie in, enlarged as the cubes are: 0 or 1, when all do and the
 /// other half is out of their reach. Else 2.
-uint32 ChildCubes::findHalves(const float (&positions)[3], int axis) const
+uint32 ChildCubes::findHalf(const VoxelTriangle& triangle, int axis) const
 {
-    const float low = std::min({positions[0], positions[1], positions[2]});
-    const float high = std::max({positions[0], positions[1], positions[2]});
+    const float low = triangle.mMin[axis];
+    const float high = triangle.mMax[axis];
     for (uint32 side = 0; side < 2; ++side)
     {
         const float centre = mCentres[axis][side];

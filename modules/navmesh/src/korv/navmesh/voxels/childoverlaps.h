@@ -14,10 +14,15 @@ struct VoxelTriangle
     VoxelTriangle(const TriangleClass& triangleClass, const Vec3<float> (&corners)[3], bool ordinary);
 
     float mPositions[3][3]; ///< [axis][corner]
-    float mExtent;          ///< largest of the three, infinite when the triangle isn't ordinary
-    uint32 mFlatAxis;       ///< along which all corners of an ordinary triangle have one position, or NOT_FLAT
+    float mMin[3];          ///< along each axis
+    float mMax[3];
+    float mExtent;    ///< largest of the three, infinite when the triangle isn't ordinary
+    uint32 mFlatAxis; ///< along which all corners of an ordinary triangle have one position, or NOT_FLAT
     TriangleClass mClass;
 };
+
+/// What the edge of a cube is enlarged by, so that a triangle on a face never falls between two. [world units]
+inline constexpr float OVERLAP_MARGIN = 0.0001f;
 
 /// No product of the overlap tests overflows when coordinates are up to this. [world units]
 inline constexpr float ORDINARY_REACH = 1e9f;
@@ -63,7 +68,7 @@ private:
     Overlaps findFlat(const VoxelTriangle& triangle) const;
     Overlaps findCovered(const VoxelTriangle& triangle) const;
     uint32 findOnlyChild(const VoxelTriangle& triangle) const;
-    uint32 findHalves(const float (&positions)[3], int axis) const;
+    uint32 findHalf(const VoxelTriangle& triangle, int axis) const;
 
     // Along each axis the children's centres have two positions. A lane stands for a pair of positions on two axes:
     // on the outer axis the second comes after two lanes, on the inner axis after one.

@@ -28,6 +28,14 @@ uint32 countChildren(uint32 mask)
     const uint64 spread = (mask * uint64{0x0002000400080010}) & ONE_BIT_EACH; // each bit of the mask to its own place
     return static_cast<uint32>((spread * ONE_BIT_EACH) >> 60);
 }
+
+uint32 countBits(uint64 bits)
+{
+    bits -= (bits >> 1) & 0x5555555555555555;
+    bits = (bits & 0x3333333333333333) + ((bits >> 2) & 0x3333333333333333);
+    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return static_cast<uint32>((bits * 0x0101010101010101) >> 56);
+}
 } // namespace
 
 VoxelBlock::VoxelBlock(Common::Memory::Allocator* allocator)
@@ -175,6 +183,12 @@ void VoxelBlock::fillBricks(const Octant& octant, uint32 rank)
     const bool isBrick = octant.mDepth == mLayout->getBrickLevels();
     if (isBrick)
         startBrick(rank);
+    if (isBrick && octant.mDepth == PlaneLayout::BRICK_LEVELS)
+    {
+        fillBrick(octant);
+        endBrick();
+        return;
+    }
     ChildCubes cubes(octant.mCentre, octant.mEdge);
     const uint32 childMask = findOverlaps(octant, cubes);
     if (octant.mDepth == 1)
@@ -192,6 +206,50 @@ void VoxelBlock::fillBricks(const Octant& octant, uint32 rank)
     }
     if (isBrick)
         endBrick();
+}
+
+/// The same for a whole brick, with all levels of a triangle at once.
+void VoxelBlock::fillBrick(const Octant& octant)
+{
+    const BrickCubes cubes(*mLayout, octant.mCentre, octant.mEdge);
+    uint64 children = 0;
+    uint64 parents = 0;
+    for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
+    {
+        const VoxelTriangle& triangle = mTriangles[mStack[i] & ~COVERS];
+        const BrickOverlaps found = cubes.find(triangle, (mStack[i] & COVERS) != 0);
+        children |= found.mChildren;
+        parents |= found.mParents;
+        addVoxelPlanes(found, triangle.mClass);
+    }
+    mNumInnerOctants += countBits(children) + countBits(parents);
+    for (const uint64 plane : mBricks.back().mOccupied)
+        mNumVoxels += countBits(plane);
+}
+
+/// Adds the voxels that a triangle touches. The first walkable triangle decides about a voxel.
+void VoxelBlock::addVoxelPlanes(const BrickOverlaps& found, const TriangleClass& triangleClass)
+{
+    VoxelBrick& brick = mBricks.back();
+    uint64 decided[PlaneLayout::BRICK_EDGE];
+    uint64 any = 0;
+    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
+    {
+        brick.mOccupied[w] |= found.mVoxels[w];
+        decided[w] = found.mVoxels[w] & ~brick.mWalkable[w];
+        any |= decided[w];
+    }
+    if (!triangleClass.mWalkable || any == 0)
+        return;
+    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
+        brick.mWalkable[w] |= decided[w];
+    if (!hasManyTypesWith(triangleClass.mSurfaceTypeID))
+        return;
+    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
+    {
+        for (uint64 bits = decided[w]; bits != 0; bits &= bits - 1)
+            mTypesOfCells[64 * w + static_cast<uint32>(std::countr_zero(bits))] = triangleClass.mSurfaceTypeID;
+    }
 }
 
 void VoxelBlock::startBrick(uint32 rank)
@@ -240,19 +298,24 @@ void VoxelBlock::addVoxelBits(const Octant& octant, uint32 childMask, uint32 ran
 
 void VoxelBlock::addType(uint32 rank, uint32 children, uint16 type)
 {
+    if (!hasManyTypesWith(type))
+        return;
+    for (; children != 0; children &= children - 1)
+        mTypesOfCells[mLayout->getCell(rank + static_cast<uint32>(std::countr_zero(children)))] = type;
+}
+
+/// Whether types must be kept cell by cell, now that the brick at work gets voxels of a type.
+bool VoxelBlock::hasManyTypesWith(uint16 type)
+{
     uint32& common = mBricks.back().mTypes;
     if (!mHasType)
         common = type;
     mHasType = true;
-    if (!mHasManyTypes)
-    {
-        if (common == type)
-            return;
-        mHasManyTypes = true;
-        std::fill(std::begin(mTypesOfCells), std::end(mTypesOfCells), static_cast<uint16>(common));
-    }
-    for (; children != 0; children &= children - 1)
-        mTypesOfCells[mLayout->getCell(rank + static_cast<uint32>(std::countr_zero(children)))] = type;
+    if (mHasManyTypes || common == type)
+        return mHasManyTypes;
+    mHasManyTypes = true;
+    std::fill(std::begin(mTypesOfCells), std::end(mTypesOfCells), static_cast<uint16>(common));
+    return true;
 }
 
 /// Makes the stack long enough for a number of entries, and one more that is written but not kept.

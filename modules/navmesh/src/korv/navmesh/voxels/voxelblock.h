@@ -1,8 +1,7 @@
 #pragma once
 
 #include "korv/navmesh/navmeshoctree.h"
-#include "korv/navmesh/voxels/childoverlaps.h"
-#include "korv/navmesh/voxels/voxelbricks.h"
+#include "korv/navmesh/voxels/brickoverlaps.h"
 
 namespace KORV::NavMesh
 {
@@ -62,6 +61,8 @@ private:
     void buildVoxel(const Octant& octant);
     InnerOctant fill(const Octant& octant);
     void fillBricks(const Octant& octant, uint32 rank);
+    void fillBrick(const Octant& octant);
+    void addVoxelPlanes(const BrickOverlaps& found, const TriangleClass& triangleClass);
     uint32 findOverlaps(const Octant& octant, ChildCubes& cubes);
     InnerOctant addVoxels(const Octant& octant, uint32 childMask);
     void addVoxelBits(const Octant& octant, uint32 childMask, uint32 rank);
@@ -70,6 +71,7 @@ private:
     void startBrick(uint32 rank);
     void endBrick();
     void addType(uint32 rank, uint32 children, uint16 type);
+    bool hasManyTypesWith(uint16 type);
     size_t pushTriangles(const Octant& octant, uint32 child);
     void makeRoom(size_t numEntries);
 

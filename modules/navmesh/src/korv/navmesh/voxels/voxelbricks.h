@@ -34,6 +34,10 @@ public:
     /// The same turn for a grid of another size.
     Vec3<int32> toPlane(const Vec3<int32>& position, uint32 dimension) const;
 
+    /// The grid's axis that u, v or w runs along, and whether backwards.
+    int getAxis(int i) const { return mAxes[i]; }
+    bool isFlipped(int i) const { return mFlip[i]; }
+
     /// Cells of a brick: 64 * w + 8 * v + u. The rank is the cell's place in the order of the octree.
     uint32 getCell(uint32 rank) const { return mCells[rank]; }
     uint32 getRank(uint32 cell) const { return mRanks[cell]; }

@@ -1,0 +1,425 @@
+// Which voxels of a brick a triangle touches, all 512 tests together.
+//
+// Idea: by real numbers the separating-axis test is cheap for many equal cubes. A test along an edge times a coordinate
+// axis looks at two coordinates of a cube only, so 64 answers in each of three planes serve all 512 cubes; the
+// triangle's plane is asked for what is left, a slab about it. Rounding makes the literal test (childoverlaps) differ
+// from that by very little, so the cubes are tested twice: shrunk and grown by more than all rounding errors come to.
+// Where both find the same voxels, that is what the literal test finds; a triangle for which they differ goes down the
+// octree by the literal test.
+//
+// The octants above are settled with the voxels. One with a shrunk voxel that the triangle touches is touched by the
+// literal test, too; and where the literal test finds it touched, the triangle has a point in it or next to it, so it
+// touches one of the grown voxels.
+//
+// Numbers: u is the unit roundoff 6e-8, L the largest distance along an axis from a cube's centre to a corner, E the
+// largest component of an edge. A corner seen from a centre is off by r <= u L, and by nothing along an axis where both
+// are so far from the origin that their difference is no larger than either (Sterbenz); R is the sum of r over the
+// axes. The literal test's edges are then off by 2 r + u E. Its projections on an axis made of edge components that add
+// up to e are off by 6 u L e + 3 L R, compared with half a cube times e; here, where edges are as exact as the input,
+// by 10 u L e. With the plane's normal, whose components add up to n, it is 8 u L n + 12 L E R + 32 u L E^2, compared
+// with half a cube times n; here 10 u L n + 27 u L E^2. The centres of octants are off by u times the largest
+// coordinate from one level to the next, of which there are two.
+
+#include "korv/navmesh/voxels/brickoverlaps.h"
+
+#include "korv/navmesh/voxels/leafcursor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace KORV::NavMesh
+{
+namespace
+{
+constexpr int U = 0;
+constexpr int V = 1;
+constexpr int W = 2;
+constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
+constexpr uint64 COLUMN = 0x0101010101010101;
+constexpr uint32 ROW = 0xFF;
+constexpr uint64 FIRST_PARTS = 0x0000050500000505; // of the octants of 4 voxels a side
+
+/// Rows of a plane as a whole.
+uint64 toRows(uint32 rows)
+{
+    constexpr uint32 ROWS[16] = {0x00000000, 0x000000FF, 0x0000FF00, 0x0000FFFF, 0x00FF0000, 0x00FF00FF,
+                                 0x00FFFF00, 0x00FFFFFF, 0xFF000000, 0xFF0000FF, 0xFF00FF00, 0xFF00FFFF,
+                                 0xFFFF0000, 0xFFFF00FF, 0xFFFFFF00, 0xFFFFFFFF};
+    return ROWS[rows % 16] | uint64{ROWS[rows / 16]} << 32;
+}
+
+/// The octants of 2 voxels a side that have voxels in two planes, bit 4 * v + u.
+uint64 toParents(uint64 low, uint64 high)
+{
+    uint64 bits = low | high;
+    bits |= bits >> 8;
+    bits = (bits | bits >> 1) & 0x0055005500550055;
+    bits = (bits | bits >> 1) & 0x0033003300330033;
+    bits = (bits | bits >> 2) & 0x000F000F000F000F;
+    return (bits | bits >> 12 | bits >> 24 | bits >> 36) & 0xFFFF;
+}
+
+uint64 toChildren(uint64 parents)
+{
+    parents |= parents >> 1;
+    parents |= parents >> 4;
+    parents |= parents >> 16;
+    return parents & FIRST_PARTS;
+}
+
+/// Sets of cubes: what the triangle touches when they are shrunk, and when they are grown.
+template <class Bits>
+struct Touched
+{
+    Bits mShrunk = 0;
+    Bits mGrown = 0;
+
+    void addRow(uint32 row, const Touched<uint32>& columns)
+    {
+        mShrunk |= Bits{columns.mShrunk} << (EDGE * row);
+        mGrown |= Bits{columns.mGrown} << (EDGE * row);
+    }
+};
+
+/// What eight cubes in a row lack or have too much to be touched, compared with half their edge.
+struct Limits
+{
+    FloatLanes mShrunk;
+    FloatLanes mGrown;
+
+    Touched<uint32> compare(const FloatLanes (&distances)[2]) const
+    {
+        return {gatherBits(distances[0] <= mShrunk, distances[1] <= mShrunk),
+                gatherBits(distances[0] <= mGrown, distances[1] <= mGrown)};
+    }
+};
+
+/// Corners or edges of a triangle along an axis, a lane each; the last is not used.
+FloatLanes nextCorners(FloatLanes corners)
+{
+    return __builtin_shufflevector(corners, corners, 1, 2, 0, 3);
+}
+
+/// A triangle along an axis of the plane, seen from the brick's centre.
+struct AxisLanes
+{
+    /// @param centre,edge  of the brick.
+    AxisLanes(const float (&positions)[3], float centre, float edge)
+    {
+        const FloatLanes corners = {positions[0], positions[1], positions[2], centre};
+        mCorners = corners - centre;
+        mEdges = nextCorners(corners) - corners;
+        const FloatLanes lengths = absoluteLanes(mCorners);
+        mFarthest = std::max({lengths[0], lengths[1], lengths[2]}) + edge / 2.0f;
+        mRounded = 2.0f * mFarthest <= std::fabs(centre) ? 0.0f : mFarthest;
+    }
+
+    /// The test along the axis.
+    Touched<uint32> find(const float (&offsets)[EDGE], const Limits& limits) const
+    {
+        const float min = std::min({mCorners[0], mCorners[1], mCorners[2]});
+        const float max = std::max({mCorners[0], mCorners[1], mCorners[2]});
+        const FloatLanes middle = sameLanes((min + max) * 0.5f);
+        const FloatLanes spread = sameLanes((max - min) * 0.5f);
+        return limits.compare({absoluteLanes(middle - loadLanes(offsets)) - spread,
+                               absoluteLanes(middle - loadLanes(offsets + NUM_LANES)) - spread});
+    }
+
+    FloatLanes mCorners;
+    FloatLanes mEdges; // from each corner to the next
+    float mFarthest;   // distance of a corner from the centre of a cube, at most
+    float mRounded;    // the same where it may be rounded, 0 where it is exact
+};
+
+/// The tests in one of the planes that two axes span, along the normals of the three edges there. Distances are divided
+/// by the sums of the edges' components, so that half a cube's edge is the limit of all.
+class EdgeTests
+{
+public:
+    EdgeTests(const AxisLanes& x, const AxisLanes& y)
+    {
+        const FloatLanes length = absoluteLanes(x.mEdges) + absoluteLanes(y.mEdges);
+        const MaskLanes isEdge = length > 0.0f; // one along the third axis separates nothing
+        const FloatLanes scale = isEdge ? 1.0f / length : FloatLanes{};
+        mAlongX = x.mEdges * scale;
+        mAlongY = y.mEdges * scale;
+        const FloatLanes here = mAlongX * y.mCorners - mAlongY * x.mCorners;
+        const FloatLanes opposite =
+            mAlongX * nextCorners(nextCorners(y.mCorners)) - mAlongY * nextCorners(nextCorners(x.mCorners));
+        mMiddle = (here + opposite) * 0.5f;
+        mSpread = absoluteLanes(here - opposite) * 0.5f;
+        mLength = isEdge ? length : sameLanes(std::numeric_limits<float>::max());
+    }
+
+    /// The sum of the components of the shortest edge.
+    float getShortest() const { return std::min({mLength[0], mLength[1], mLength[2]}); }
+
+    /// @param columns,rows  positions of the cubes.
+    /// @param wanted  the rows to look at, which have no gaps.
+    /// @return bit 8 * row + column.
+    Touched<uint64> find(const float (&columns)[EDGE], const float (&rows)[EDGE], uint32 wanted,
+                         const Limits& limits) const
+    {
+        FloatLanes ofColumns[3][2];
+        for (uint32 edge = 0; edge < 3; ++edge)
+        {
+            for (uint32 half = 0; half < 2; ++half)
+                ofColumns[edge][half] =
+                    sameLanes(mMiddle[edge]) + sameLanes(mAlongY[edge]) * loadLanes(columns + NUM_LANES * half);
+        }
+        Touched<uint64> result;
+        const uint32 end = static_cast<uint32>(std::bit_width(wanted));
+        for (uint32 row = static_cast<uint32>(std::countr_zero(wanted)); row < end; ++row)
+        {
+            FloatLanes distances[2] = {};
+            for (uint32 edge = 0; edge < 3; ++edge)
+            {
+                const FloatLanes ofRow = sameLanes(mAlongX[edge] * rows[row]);
+                const FloatLanes spread = sameLanes(mSpread[edge]);
+                for (uint32 half = 0; half < 2; ++half)
+                    distances[half] =
+                        largerLanes(distances[half], absoluteLanes(ofColumns[edge][half] - ofRow) - spread);
+            }
+            result.addRow(row, limits.compare(distances));
+        }
+        return result;
+    }
+
+private:
+    FloatLanes mAlongX; // a lane for each edge
+    FloatLanes mAlongY;
+    FloatLanes mMiddle; // of the triangle's projection
+    FloatLanes mSpread; // half its extent
+    FloatLanes mLength;
+};
+
+/// The test along the triangle's normal, in the same units.
+class PlaneTest
+{
+public:
+    explicit PlaneTest(const AxisLanes (&axes)[3])
+    {
+        float distance = 0.0f;
+        for (uint32 i = 0; i < 3; ++i)
+        {
+            const FloatLanes& x = axes[(i + 1) % 3].mEdges;
+            const FloatLanes& y = axes[(i + 2) % 3].mEdges;
+            mNormal[i] = x[0] * y[1] - y[0] * x[1];
+            mLength += std::fabs(mNormal[i]);
+            distance += mNormal[i] * axes[i].mCorners[0];
+        }
+        for (float& component : mNormal)
+            component /= mLength;
+        mDistance = distance / mLength;
+    }
+
+    /// The sum of the normal's components.
+    float getLength() const { return mLength; }
+
+    /// @return bit 8 * row + column, of those rows of plane w that have cubes.
+    Touched<uint64> find(const float (&offsets)[3][EDGE], uint32 w, uint64 cubes, const Limits& limits) const
+    {
+        const FloatLanes ofColumns[2] = {mDistance - mNormal[W] * offsets[W][w] - mNormal[U] * loadLanes(offsets[U]),
+                                         mDistance - mNormal[W] * offsets[W][w] -
+                                             mNormal[U] * loadLanes(offsets[U] + NUM_LANES)};
+        Touched<uint64> result;
+        for (uint32 row = 0; row < EDGE; ++row)
+        {
+            if (((cubes >> (EDGE * row)) & ROW) == 0)
+                continue;
+            const FloatLanes ofRow = sameLanes(mNormal[V] * offsets[V][row]);
+            const FloatLanes distances[2] = {absoluteLanes(ofColumns[0] - ofRow), absoluteLanes(ofColumns[1] - ofRow)};
+            result.addRow(row, limits.compare(distances));
+        }
+        return result;
+    }
+
+private:
+    float mNormal[3];
+    float mLength = 0.0f;
+    float mDistance; // of the plane from the brick's centre
+};
+
+/// A triangle against all voxels of a brick, by real numbers as far as floats go.
+class BrickTests
+{
+public:
+    BrickTests(const VoxelTriangle& triangle, const PlaneLayout& layout, const Vec3<float>& centre, float edge)
+        : mAxes{project(triangle, layout.getAxis(U), centre, edge), project(triangle, layout.getAxis(V), centre, edge),
+                project(triangle, layout.getAxis(W), centre, edge)},
+          mUV(mAxes[U], mAxes[V]), mUW(mAxes[U], mAxes[W]), mVW(mAxes[V], mAxes[W]), mPlane(mAxes),
+          mExtent(triangle.mExtent)
+    {
+    }
+
+    /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
+    /// by a third. Not a number, or none that is small, for a triangle without area.
+    /// @param reach  largest coordinate of the brick.
+    float boundErrors(float reach) const
+    {
+        constexpr float UNIT = 8e-8f;
+        const float farthest = std::max({mAxes[U].mFarthest, mAxes[V].mFarthest, mAxes[W].mFarthest});
+        const float rounded = mAxes[U].mRounded + mAxes[V].mRounded + mAxes[W].mRounded;
+        const float shortest = std::min({mUV.getShortest(), mUW.getShortest(), mVW.getShortest()});
+        const float ofEdges = 4.0f * rounded / shortest;
+        const float ofPlane = (60.0f * mExtent + 12.0f * rounded) * mExtent / mPlane.getLength();
+        return UNIT * (farthest * (20.0f + ofEdges + ofPlane) + 2.0f * reach);
+    }
+
+    /// @param offsets  of the voxels from the brick's centre, along u, v and w.
+    /// @param planes  gets the voxels touched.
+    /// @return whether shrunk and grown voxels agree.
+    bool find(const float (&offsets)[3][EDGE], const Limits& limits, uint64 (&planes)[EDGE]) const
+    {
+        Touched<uint32> extents[3];
+        for (uint32 i = 0; i < 3; ++i)
+        {
+            extents[i] = mAxes[i].find(offsets[i], limits);
+            if (extents[i].mGrown == 0)
+                return true;
+        }
+        const auto uv = mUV.find(offsets[U], offsets[V], extents[V].mGrown, limits);
+        const auto uw = mUW.find(offsets[U], offsets[W], extents[W].mGrown, limits);
+        const auto vw = mVW.find(offsets[V], offsets[W], extents[W].mGrown, limits);
+        const uint64 shrunk = uv.mShrunk & COLUMN * extents[U].mShrunk & toRows(extents[V].mShrunk);
+        const uint64 grown = uv.mGrown & COLUMN * extents[U].mGrown & toRows(extents[V].mGrown);
+        for (uint32 w = 0; w < EDGE; ++w)
+        {
+            if (((extents[W].mGrown >> w) & 1u) == 0)
+                continue;
+            const uint64 all = grown & atLevel(uw.mGrown, vw.mGrown, w);
+            if (all == 0)
+                continue;
+            const Touched<uint64> touched = mPlane.find(offsets, w, all, limits);
+            planes[w] = touched.mGrown & all;
+            const uint64 certain = touched.mShrunk & shrunk & atLevel(uw.mShrunk, vw.mShrunk, w);
+            if (planes[w] != (((extents[W].mShrunk >> w) & 1u) != 0 ? certain : 0))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    static AxisLanes project(const VoxelTriangle& triangle, int axis, const Vec3<float>& centre, float edge)
+    {
+        return {triangle.mPositions[axis], centre[axis], edge};
+    }
+
+    /// What the tests across the plane leave of a level.
+    static uint64 atLevel(uint64 uw, uint64 vw, uint32 w)
+    {
+        return COLUMN * ((uw >> (EDGE * w)) & ROW) & toRows(static_cast<uint32>(vw >> (EDGE * w)) & ROW);
+    }
+
+    AxisLanes mAxes[3];
+    EdgeTests mUV;
+    EdgeTests mUW;
+    EdgeTests mVW;
+    PlaneTest mPlane;
+    float mExtent;
+};
+
+/// The centres of an octant's halves along an axis.
+template <uint32 NUM>
+void halve(const float* centres, float edge, float (&halves)[NUM])
+{
+    for (uint32 i = 0; i < NUM; ++i)
+        halves[i] = centres[i / 2] + (i % 2 == 0 ? -(edge / 4.0f) : edge / 4.0f);
+}
+
+/// Half of the edge of an octant's children, which are a little enlarged.
+float getHalf(float edge)
+{
+    return (edge / 2.0f + OVERLAP_MARGIN) * 0.5f;
+}
+
+/// The bit that an octant of 2 voxels a side has among those of the brick. @param cell  of any of its voxels.
+uint64 toParentBit(uint32 cell)
+{
+    return uint64{1} << (cell / 128 * 16 + cell % 64 / 16 * 4 + cell % 8 / 2);
+}
+
+/// An octant of a brick, at a place in the order of the octree among those of its size.
+struct BrickOctant
+{
+    Vec3<float> mCentre;
+    float mEdge;
+    uint32 mLevels; // below it
+    uint32 mRank;
+};
+
+/// The literal test, down to the voxels.
+void descend(const PlaneLayout& layout, const VoxelTriangle& triangle, bool covers, const BrickOctant& octant,
+             BrickOverlaps& result)
+{
+    ChildCubes cubes(octant.mCentre, octant.mEdge);
+    const ChildCubes::Overlaps found = cubes.find(triangle, covers);
+    if (octant.mLevels == 1)
+    {
+        layout.addChildren(result.mVoxels, octant.mRank * NUM_CHILDREN, found.mTouched);
+        return;
+    }
+    for (uint32 rest = found.mTouched; rest != 0; rest &= rest - 1)
+    {
+        const uint32 k = static_cast<uint32>(std::countr_zero(rest));
+        const BrickOctant child = {cubes.getCentre(k), octant.mEdge / 2.0f, octant.mLevels - 1,
+                                   octant.mRank * NUM_CHILDREN + k};
+        const uint64 bit = toParentBit(layout.getCell(child.mRank << (3 * child.mLevels)));
+        if (child.mLevels == 1)
+            result.mParents |= bit;
+        else
+            result.mChildren |= toChildren(bit);
+        descend(layout, triangle, ((found.mCovered >> k) & 1u) != 0, child, result);
+    }
+}
+} // namespace
+
+BrickCubes::BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, float edge)
+    : mLayout(layout), mCentre(centre), mEdge(edge),
+      mReach(std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge)
+{
+    for (int i = 0; i < 3; ++i)
+    {
+        const float middle = centre[layout.getAxis(i)];
+        float children[2];
+        float parents[4];
+        halve(&middle, edge, children);
+        halve(children, edge / 2.0f, parents);
+        halve(parents, edge / 4.0f, mOffsets[i]);
+        for (float& offset : mOffsets[i])
+            offset -= middle;
+        if (layout.isFlipped(i))
+            std::reverse(std::begin(mOffsets[i]), std::end(mOffsets[i]));
+    }
+}
+
+BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
+{
+    BrickOverlaps result;
+    if (!covers && findCertain(triangle, result))
+        return result;
+    result = BrickOverlaps();
+    descend(mLayout, triangle, covers, {mCentre, mEdge, PlaneLayout::BRICK_LEVELS, 0}, result);
+    return result;
+}
+
+/// @return whether the result is certain.
+bool BrickCubes::findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const
+{
+    constexpr float LARGEST_SHARE = 0.1f; // of half a voxel; with more, most triangles would be uncertain
+    if (!std::isfinite(triangle.mExtent))
+        return false;
+    const BrickTests tests(triangle, mLayout, mCentre, mEdge);
+    const float half = getHalf(mEdge / 4.0f);
+    const float errors = tests.boundErrors(mReach);
+    if (!(errors < half * LARGEST_SHARE))
+        return false;
+    if (!tests.find(mOffsets, {sameLanes(half - errors), sameLanes(half + errors)}, result.mVoxels))
+        return false;
+    for (uint32 w = 0; w < EDGE; w += 2)
+        result.mParents |= toParents(result.mVoxels[w], result.mVoxels[w + 1]) << (EDGE * w);
+    result.mChildren = toChildren(result.mParents);
+    return true;
+}
+} // namespace KORV::NavMesh

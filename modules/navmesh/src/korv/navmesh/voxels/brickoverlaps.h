@@ -1,0 +1,40 @@
+#pragma once
+
+#include "korv/navmesh/voxels/childoverlaps.h"
+#include "korv/navmesh/voxels/voxelbricks.h"
+
+namespace KORV::NavMesh
+{
+/// The octants of a brick that a triangle touches.
+struct BrickOverlaps
+{
+    uint64 mVoxels[PlaneLayout::BRICK_EDGE] = {}; ///< planes, as those of a VoxelBrick
+    uint64 mParents = 0;                          ///< octants of 2 voxels a side, bit 16 * w + 4 * v + u
+    uint64 mChildren = 0;                         ///< octants of 4 voxels a side, at the bit of their first part
+};
+
+/// The cubes of a brick's octants down to the voxels, each a little enlarged, for testing which of them a triangle
+/// touches. The answers are those of ChildCubes on the way down, bit for bit.
+class BrickCubes
+{
+public:
+    /// @param layout  of bricks of full size; must outlive the object.
+    /// @param edge  of the brick's cube. [world units]
+    BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, float edge);
+
+    /// @param triangle  one that touches the brick.
+    /// @param covers  that it is known to span the whole brick, see ChildCubes.
+    BrickOverlaps find(const VoxelTriangle& triangle, bool covers) const;
+
+private:
+    static constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
+
+    bool findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const;
+
+    const PlaneLayout& mLayout;
+    Vec3<float> mCentre;
+    float mEdge;
+    float mReach;                        // about the largest coordinate of the brick
+    alignas(16) float mOffsets[3][EDGE]; // of the voxels' centres from the brick's, along u, v and w
+};
+} // namespace KORV::NavMesh
