@@ -308,12 +308,17 @@ void NavMeshConnector::splitSide(uint32 side, const Match& split)
     lists = {mSplitCorners.data(), mSplitNeighbours.data(), static_cast<uint32>(mSplitCorners.size())};
 }
 
-/// Lets others find a piece of a side; what they have found ahead may not hold any more.
+/// Lets others find a piece of a side. What they have found ahead may not hold any more if it decides about them.
 void NavMeshConnector::insertPiece(uint32 side, uint32 edge)
 {
+    const GridEdge piece = getEdge(side);
     mSidesNearby.clear();
-    mGrid->insertPiece(edge, getEdge(side), mSidesNearby);
+    mGrid->insertPiece(edge, piece, mSidesNearby);
+    const Side measured(*mGrid, piece);
     for (const uint32 nearby : mSidesNearby)
-        mAhead[nearby] = Ahead(Outcome::UNKNOWN, 0);
+    {
+        if (judge(Side(*mGrid, mGrid->getEdge(nearby)), measured, 0).mOutcome != Outcome::NOTHING)
+            mAhead[nearby] = Ahead(Outcome::UNKNOWN, 0);
+    }
 }
 } // namespace KORV::NavMesh
