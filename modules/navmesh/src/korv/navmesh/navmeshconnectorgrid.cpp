@@ -192,19 +192,44 @@ void NavMeshConnector::Grid::insertOpenSides(RangeRunner& runner, uint32 numPart
 void NavMeshConnector::Grid::countEntries(uint32 begin, uint32 end, Vector<uint32>& counts)
 {
     counts.resize(mCells.size());
-    for (uint32 edge = begin; edge < end; ++edge)
+    visitAllCells(begin, end,
+                  [&](uint32, const Segment&, const Position& position)
+                  {
+                      const uint32 cell = getCellNumber(position);
+                      if (cell == counts.size())
+                          counts.push_back(0);
+                      ++counts[cell];
+                  });
+}
+
+/// Calls the visitor with each of a range of sides, its segment, and each cell that this crosses.
+template <class Visitor>
+void NavMeshConnector::Grid::visitAllCells(uint32 begin, uint32 end, const Visitor& visitor) const
+{
+    // measured some at a time: a wrong guess of how many cells a side crosses would else wait for its divisions
+    constexpr uint32 BATCH = 64;
+    uint32 edges[BATCH];
+    Crossing crossings[BATCH];
+    for (uint32 edge = begin; edge < end;)
     {
-        if (mEdges[edge].isRemoved())
-            continue;
-        visitCells(getSegment(mEdges[edge]),
-                   [&](const Position& position)
-                   {
-                       const uint32 cell = getCellNumber(position);
-                       if (cell == counts.size())
-                           counts.push_back(0);
-                       ++counts[cell];
-                       return false;
-                   });
+        uint32 count = 0;
+        for (; count < BATCH && edge < end; ++edge)
+        {
+            if (mEdges[edge].isRemoved())
+                continue;
+            const Segment segment = getSegment(mEdges[edge]);
+            edges[count] = edge;
+            crossings[count++] = {segment, toCell(segment.mA), toCell(segment.mB)};
+        }
+        for (uint32 i = 0; i < count; ++i)
+        {
+            visitCells(crossings[i],
+                       [&](const Position& position)
+                       {
+                           visitor(edges[i], crossings[i].mSegment, position);
+                           return false;
+                       });
+        }
     }
 }
 
@@ -234,18 +259,10 @@ void NavMeshConnector::Grid::layEntriesOut(RangeResults<uint32>& counts)
 /// @param free  the next free place of each cell.
 void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32>& free)
 {
-    for (uint32 edge = begin; edge < end; ++edge)
-    {
-        if (mEdges[edge].isRemoved())
-            continue;
-        const Segment segment = getSegment(mEdges[edge]);
-        visitCells(segment,
-                   [&](const Position& position)
-                   {
-                       mEntries[free[getCellNumber(position)]++] = {edge, segment.getCoarseBox(position)};
-                       return false;
-                   });
-    }
+    visitAllCells(begin, end,
+                  [&](uint32 edge, const Segment& segment, const Position& position) {
+                      mEntries[free[getCellNumber(position)]++] = {edge, segment.getCoarseBox(position)};
+                  });
 }
 
 /// Sides that could not be registered do not matter, and may be counted in.

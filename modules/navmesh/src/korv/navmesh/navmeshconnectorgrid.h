@@ -1,10 +1,14 @@
 #pragma once
 
 #include "korv/common/platform/prefetch.h"
+#include "korv/navmesh/floatlanes.h"
 #include "korv/navmesh/navmeshconnector.h"
 #include "korv/navmesh/rangetask.h"
 
 #include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdlib>
 #include <limits>
 #include <span>
 #include <unordered_map>
@@ -35,12 +39,16 @@ public:
         static constexpr uint32 MOST = 127;
 
         CoarseBox() = default;
-        /// @param low, high  in grid coordinates.
-        CoarseBox(const Position& cell, const Vec2<float>& low, const Vec2<float>& high)
+        /// @param box  lower and upper ends in grid coordinates. What is not a number becomes 0.
+        CoarseBox(const Position& cell, FloatLanes box)
         {
-            const uint32 lower = toSteps(low.mX, cell.mX) | (toSteps(low.mY, cell.mY) << 8);
-            const uint32 upper = toSteps(high.mX, cell.mX) | (toSteps(high.mY, cell.mY) << 8);
-            mBytes = (lower | (upper << 16)) ^ (MAX_STEPS << 16);
+            const auto x = static_cast<float>(cell.mX - 1);
+            const auto y = static_cast<float>(cell.mY - 1);
+            const FloatLanes steps = (box - FloatLanes{x, y, x, y}) * STEPS;
+            const FloatLanes above = steps > 0.0f ? steps : sameLanes(0.0f);
+            const FloatLanes inside = above < float{MOST} ? above : sameLanes(float{MOST});
+            mBytes = std::bit_cast<uint32>(__builtin_convertvector(__builtin_convertvector(inside, MaskLanes), Bytes)) ^
+                     UPPER_ENDS;
         }
 
         /// Whether both ends lie in the cell and nowhere else.
@@ -58,19 +66,15 @@ public:
         bool meets(uint32 limits) const { return ((limits - mBytes) & GUARDS) == GUARDS; }
 
     private:
-        /// @return 0 also for what is not a number.
-        static uint32 toSteps(float coordinate, int32 cell)
-        {
-            const float steps = (coordinate - static_cast<float>(cell - 1)) * STEPS;
-            return static_cast<uint32>(static_cast<int32>(std::min(std::max(0.0f, steps), float{MOST})));
-        }
+        using Bytes = uint8 __attribute__((vector_size(4)));
 
         static constexpr uint32 EACH = 0x01010101;
         static constexpr uint32 GUARDS = 0x80808080;
         static constexpr uint32 MAX_STEPS = 0x7F7F7F7F;
         // the bits that tell cells apart: the cell itself has the steps from 32 to 63, counted downwards from 64 to 95
         static constexpr uint32 OTHER_CELLS = 0x60606060;
-        static constexpr uint32 IN_CELL = 0x40402020;
+        static constexpr auto IN_CELL = std::bit_cast<uint32>(std::array<uint8, 4>{0x20, 0x20, 0x40, 0x40});
+        static constexpr auto UPPER_ENDS = std::bit_cast<uint32>(std::array<uint8, 4>{0, 0, 0x7F, 0x7F});
 
         uint32 mBytes = 0;
     };
@@ -167,12 +171,22 @@ private:
     {
         CoarseBox getCoarseBox(const Position& cell) const
         {
-            return CoarseBox(cell, {std::min(mA.mX, mB.mX), std::min(mA.mY, mB.mY)},
-                             {std::max(mA.mX, mB.mX), std::max(mA.mY, mB.mY)});
+            const FloatLanes ends{mA.mX, mA.mY, mB.mX, mB.mY};
+            const FloatLanes others{mB.mX, mB.mY, mA.mX, mA.mY};
+            const FloatLanes smaller = ends < others ? ends : others;
+            const FloatLanes larger = ends < others ? others : ends;
+            return CoarseBox(cell, __builtin_shufflevector(smaller, larger, 0, 1, 6, 7));
         }
 
         Vec2<float> mA;
         Vec2<float> mB;
+    };
+    /// A segment with the cells of its ends.
+    struct Crossing
+    {
+        Segment mSegment;
+        Position mFirst;
+        Position mLast;
     };
     struct Cell
     {
@@ -213,7 +227,10 @@ private:
     }
     Segment getSegment(const GridEdge& edge) const
     {
-        return {toGridCoords(getEnd(edge, 0)), toGridCoords(getEnd(edge, 1))};
+        const Vec2<float> a = getEnd(edge, 0);
+        const Vec2<float> b = getEnd(edge, 1);
+        const FloatLanes origin{mOrigin.mX, mOrigin.mY, mOrigin.mX, mOrigin.mY};
+        return std::bit_cast<Segment>((FloatLanes{a.mX, a.mY, b.mX, b.mY} - origin) / mCellSize);
     }
     bool isInside(const Position& position) const
     {
@@ -247,8 +264,13 @@ private:
     void layEntriesOut(RangeResults<uint32>& counts);
     void fillEntries(uint32 begin, uint32 end, Vector<uint32>& free);
     void appendPiece(Cell& cell, const Entry& entry);
+    static bool isStraight(const Segment& segment, const Position& begin, const Position& end);
+    template <class Visitor>
+    void visitAllCells(uint32 begin, uint32 end, const Visitor& visitor) const;
     template <class Visitor>
     void visitCells(const Segment& segment, const Visitor& visitor) const;
+    template <class Visitor>
+    void visitCells(const Crossing& crossing, const Visitor& visitor) const;
     template <class Visitor>
     bool visitCell(const Cell& cell, const EdgeRange& own, uint32 limits, const Visitor& visitor) const;
     template <class Visitor>
@@ -349,14 +371,38 @@ void NavMeshConnector::Grid::findCandidates(const GridEdge& edge, const EdgeRang
                });
 }
 
+/// Whether a segment surely stays in its row or column of cells.
+inline bool NavMeshConnector::Grid::isStraight(const Segment& segment, const Position& begin, const Position& end)
+{
+    if (segment.mA.mX == segment.mB.mX || segment.mA.mY == segment.mB.mY)
+        return true;
+    // into the next cell: a walk would have to round a lot before it left the row close to the end
+    const auto isInside = [](float coordinate, int32 cell)
+    {
+        constexpr float MARGIN = 1.0f / 1024.0f;
+        const float place = coordinate - static_cast<float>(cell);
+        return place >= MARGIN && place <= 1.0f - MARGIN;
+    };
+    if (begin.mY == end.mY)
+        return std::abs(end.mX - begin.mX) == 1 && isInside(segment.mB.mY, end.mY);
+    return begin.mX == end.mX && std::abs(end.mY - begin.mY) == 1 && isInside(segment.mB.mX, end.mX);
+}
+
 /// Calls the visitor with the cells that a segment crosses, in the order met, until it returns true.
 template <class Visitor>
 void NavMeshConnector::Grid::visitCells(const Segment& segment, const Visitor& visitor) const
 {
-    Position cell = toCell(segment.mA);
-    const Position end = toCell(segment.mB);
-    const bool isStraight = segment.mA.mX == segment.mB.mX || segment.mA.mY == segment.mB.mY;
-    if (!isStraight && cell != end)
+    visitCells(Crossing{segment, toCell(segment.mA), toCell(segment.mB)}, visitor);
+}
+
+/// The same for a segment whose end cells are known.
+template <class Visitor>
+void NavMeshConnector::Grid::visitCells(const Crossing& crossing, const Visitor& visitor) const
+{
+    const Segment& segment = crossing.mSegment;
+    const Position& end = crossing.mLast;
+    Position cell = crossing.mFirst;
+    if (cell != end && !isStraight(segment, cell, end))
     {
         for (CellWalk walk(*this, segment, cell, end); !walk.isDone() && !visitor(walk.getCell());)
             walk.advance();
