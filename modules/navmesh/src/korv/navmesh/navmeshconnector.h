@@ -36,6 +36,7 @@ public:
 
 private:
     class Grid;
+    class CellSides;
     struct Side;
     struct Match;
     struct Overlap;
@@ -100,8 +101,8 @@ private:
 
     void searchAhead(const RangeRunner& runner);
     void searchCells(uint32 begin, uint32 end);
-    void searchCell(uint32 cell, const Vector<Side>& sides);
-    Match findInCell(uint32 cell, const Vector<Side>& sides, uint32 side, const EdgeRange& own) const;
+    void searchCell(uint32 cell, const CellSides& sides);
+    Match findInCell(const CellSides& sides, uint32 side, const EdgeRange& own) const;
     void reportMissingCorners() const;
     void connectNodes(const RunControl& control);
     void connectNode(MeshDraft::Block& block, size_t piece);

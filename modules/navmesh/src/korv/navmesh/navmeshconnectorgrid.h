@@ -9,6 +9,7 @@
 #include <array>
 #include <bit>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <span>
 #include <unordered_map>
@@ -64,9 +65,17 @@ public:
             return (MAX_STEPS - ((widened >> 16) | (widened << 16))) | GUARDS;
         }
         bool meets(uint32 limits) const { return ((limits - mBytes) & GUARDS) == GUARDS; }
+        /// The same for four boxes at once.
+        static MaskLanes meetLanes(const CoarseBox* boxes, uint32 limits)
+        {
+            WordLanes bytes;
+            std::memcpy(&bytes, boxes, sizeof bytes);
+            return ((limits - bytes) & GUARDS) == GUARDS;
+        }
 
     private:
         using Bytes = uint8 __attribute__((vector_size(4)));
+        using WordLanes = uint32 __attribute__((vector_size(16)));
 
         static constexpr uint32 EACH = 0x01010101;
         static constexpr uint32 GUARDS = 0x80808080;
