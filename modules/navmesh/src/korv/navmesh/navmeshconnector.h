@@ -101,8 +101,8 @@ private:
 
     void searchAhead(const RangeRunner& runner);
     void searchCells(uint32 begin, uint32 end);
-    void searchCell(uint32 cell, const CellSides& sides);
-    Match findInCell(const CellSides& sides, uint32 side, const EdgeRange& own) const;
+    void searchCell(const CellSides& sides);
+    Match findInCell(const CellSides& sides, uint32 side) const;
     void reportMissingCorners() const;
     void connectNodes(const RunControl& control);
     void connectNode(MeshDraft::Block& block, size_t piece);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 
 namespace KORV::NavMesh
 {
@@ -34,7 +35,7 @@ class NavMeshConnector::CellSides
 {
 public:
     explicit CellSides(Common::Memory::Allocator* allocator)
-        : mSides(allocator), mBoxes(allocator), mDirX(allocator), mDirY(allocator)
+        : mSides(allocator), mNodes(allocator), mBoxes(allocator), mDirX(allocator), mDirY(allocator)
     {
     }
 
@@ -44,6 +45,7 @@ public:
         mEntries = grid.getEntries(cell);
         const size_t numLanes = (mEntries.size() + PER_STEP - 1) / PER_STEP * PER_STEP;
         mBoxes.resize(std::max(mBoxes.size(), numLanes));
+        mNodes.resize(mBoxes.size());
         mDirX.resize(mBoxes.size());
         mDirY.resize(mBoxes.size());
         mSides.clear();
@@ -51,7 +53,8 @@ public:
         {
             grid.fetchAhead(entry);
             const size_t place = mSides.size();
-            const Side& side = mSides.emplace_back(grid, grid.getEdge(entry.mEdge));
+            const Side& side = mSides.emplace_back(grid, grid.getEdge(entry.getEdge()));
+            mNodes[place] = side.mEdge.mNode;
             mBoxes[place] = entry.mBox;
             mDirX[place] = side.mDir.mX;
             mDirY[place] = side.mDir.mY;
@@ -62,16 +65,27 @@ public:
     const Side& operator[](uint32 place) const { return mSides[place]; }
     const Grid::Entry& getEntry(uint32 place) const { return mEntries[place]; }
 
-    /// Calls a function with the places in a range, in ascending order, whose sides run along one of them and meet its
-    /// box, until it returns true.
-    /// @param limits  of the box.
+    /// What the candidates of a side have: another node, a direction along the side's, a box that meets its box.
+    struct Wanted
+    {
+        int32 mOtherNode;
+        float mDirX;
+        float mDirY;
+        uint32 mLimits;
+        bool mIsOpposite; ///< not the same direction
+    };
+    Wanted getWanted(uint32 place, uint32 limits, Rules rules) const
+    {
+        return {mNodes[place], mDirX[place], mDirY[place], limits, rules == Rules::REFINED};
+    }
+
+    /// Calls a function with the places of candidates in a range, in ascending order, until it returns true.
     template <class Function>
-    bool visitCandidates(const EdgeRange& range, uint32 place, uint32 limits, Rules rules,
-                         const Function& function) const
+    bool visitCandidates(const EdgeRange& range, const Wanted& wanted, const Function& function) const
     {
         for (uint32 step = range.mBegin / PER_STEP * PER_STEP; step < range.mEnd; step += PER_STEP)
         {
-            uint32 bits = findCandidates(step, place, limits, rules);
+            uint32 bits = gatherBits(findCandidates(step, wanted), findCandidates(step + NUM_LANES, wanted));
             bits &= ~0u << (std::max(range.mBegin, step) - step);
             for (; bits != 0; bits &= bits - 1)
             {
@@ -88,20 +102,19 @@ public:
 private:
     static constexpr uint32 PER_STEP = 2 * NUM_LANES;
 
-    /// A bit for each candidate among the next ones.
-    uint32 findCandidates(uint32 first, uint32 place, uint32 limits, Rules rules) const
+    MaskLanes findCandidates(uint32 at, const Wanted& wanted) const
     {
-        const auto find = [&](uint32 at)
-        {
-            const FloatLanes cosines = loadLanes(&mDirX[at]) * mDirX[place] + loadLanes(&mDirY[at]) * mDirY[place];
-            const FloatLanes along = rules == Rules::REFINED ? -cosines : absoluteLanes(cosines);
-            return (along >= MIN_COSINE) & Grid::CoarseBox::meetLanes(&mBoxes[at], limits);
-        };
-        return gatherBits(find(first), find(first + NUM_LANES));
+        const FloatLanes cosines = loadLanes(&mDirX[at]) * wanted.mDirX + loadLanes(&mDirY[at]) * wanted.mDirY;
+        const FloatLanes along = wanted.mIsOpposite ? -cosines : absoluteLanes(cosines);
+        MaskLanes nodes;
+        std::memcpy(&nodes, &mNodes[at], sizeof nodes);
+        return (along >= MIN_COSINE) & (nodes != wanted.mOtherNode) &
+               Grid::CoarseBox::meetLanes(&mBoxes[at], wanted.mLimits);
     }
 
     std::span<const Grid::Entry> mEntries;
     Vector<Side> mSides;
+    Vector<int32> mNodes;
     Vector<Grid::CoarseBox> mBoxes;
     Vector<float> mDirX;
     Vector<float> mDirY;
@@ -113,44 +126,37 @@ void NavMeshConnector::searchCells(uint32 begin, uint32 end)
     for (uint32 cell = begin; cell < end; ++cell)
     {
         sides.assign(*mGrid, cell);
-        searchCell(cell, sides);
+        searchCell(sides);
     }
 }
 
-/// @param sides  those of the cell.
-void NavMeshConnector::searchCell(uint32 cell, const CellSides& sides)
+/// Searches for those sides of a cell that start there.
+void NavMeshConnector::searchCell(const CellSides& sides)
 {
-    for (EdgeRange own; own.mBegin < sides.size(); own.mBegin = own.mEnd)
+    for (uint32 side = 0; side < sides.size(); ++side)
     {
-        while (own.mEnd < sides.size() && sides[own.mEnd].mEdge.mNode == sides[own.mBegin].mEdge.mNode)
-            ++own.mEnd;
-        for (uint32 side = own.mBegin; side < own.mEnd; ++side)
-        {
-            const uint32 edge = sides.getEntry(side).mEdge;
-            const bool isWithin = sides.getEntry(side).mBox.isWithinCell();
-            if (!isWithin && !mGrid->isFirstCell(cell, sides[side].mStart))
-                continue;
-            Match match = findInCell(sides, side, own);
-            if (!isWithin && match.mOutcome == Outcome::NOTHING)
-                match = search(sides[side].mEdge, mGrid->getOwnEdges(edge));
-            mAhead[edge] = Ahead(match.mOutcome, match.mEdge);
-        }
+        const Grid::Entry& entry = sides.getEntry(side);
+        if (!entry.isFirst())
+            continue;
+        Match match = findInCell(sides, side);
+        if (match.mOutcome == Outcome::NOTHING && !entry.mBox.isWithinCell())
+            match = search(sides[side].mEdge, mGrid->getOwnEdges(entry.getEdge()));
+        mAhead[entry.getEdge()] = Ahead(match.mOutcome, match.mEdge);
     }
 }
 
 /// The first of the cell's sides that decides about one of them.
-/// @param own  the sides of the same node, which are left out.
-NavMeshConnector::Match NavMeshConnector::findInCell(const CellSides& sides, uint32 side, const EdgeRange& own) const
+NavMeshConnector::Match NavMeshConnector::findInCell(const CellSides& sides, uint32 side) const
 {
-    const uint32 limits = mGrid->getLimits(sides.getEntry(side).mBox);
     Match match;
     const auto decides = [&](uint32 other)
     {
-        match = judgeParallel(sides[side], sides[other], sides.getEntry(other).mEdge);
+        match = judgeParallel(sides[side], sides[other], sides.getEntry(other).getEdge());
         return match.mOutcome != Outcome::NOTHING;
     };
-    if (!sides.visitCandidates({own.mEnd, sides.size()}, side, limits, mRules, decides))
-        sides.visitCandidates({0, own.mBegin}, side, limits, mRules, decides);
+    const CellSides::Wanted wanted = sides.getWanted(side, mGrid->getLimits(sides.getEntry(side).mBox), mRules);
+    if (!sides.visitCandidates({side + 1, sides.size()}, wanted, decides))
+        sides.visitCandidates({0, side}, wanted, decides);
     return match;
 }
 } // namespace KORV::NavMesh

@@ -61,6 +61,8 @@ void NavMeshConnector::Grid::listEdges(MeshDraft& draft)
     for (const MeshDraft::Block& block : draft.getBlocks())
         numOpen +=
             static_cast<size_t>(std::count(block.mPieces.mNeighbours.begin(), block.mPieces.mNeighbours.end(), OPEN));
+    if (numOpen > MOST_EDGES)
+        Common::Memory::throwOutOfMemory();
     mEdges.reserve(numOpen);
     mNodeHeights.reserve(draft.size());
     for (MeshDraft::Block& block : draft.getBlocks())
@@ -193,7 +195,7 @@ void NavMeshConnector::Grid::countEntries(uint32 begin, uint32 end, Vector<uint3
 {
     counts.resize(mCells.size());
     visitAllCells(begin, end,
-                  [&](uint32, const Segment&, const Position& position)
+                  [&](uint32, const Crossing&, const Position& position)
                   {
                       const uint32 cell = getCellNumber(position);
                       if (cell == counts.size())
@@ -202,7 +204,7 @@ void NavMeshConnector::Grid::countEntries(uint32 begin, uint32 end, Vector<uint3
                   });
 }
 
-/// Calls the visitor with each of a range of sides, its segment, and each cell that this crosses.
+/// Calls the visitor with each of a range of sides, how it lies, and each cell that it crosses.
 template <class Visitor>
 void NavMeshConnector::Grid::visitAllCells(uint32 begin, uint32 end, const Visitor& visitor) const
 {
@@ -226,7 +228,7 @@ void NavMeshConnector::Grid::visitAllCells(uint32 begin, uint32 end, const Visit
             visitCells(crossings[i],
                        [&](const Position& position)
                        {
-                           visitor(edges[i], crossings[i].mSegment, position);
+                           visitor(edges[i], crossings[i], position);
                            return false;
                        });
         }
@@ -260,8 +262,10 @@ void NavMeshConnector::Grid::layEntriesOut(RangeResults<uint32>& counts)
 void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32>& free)
 {
     visitAllCells(begin, end,
-                  [&](uint32 edge, const Segment& segment, const Position& position) {
-                      mEntries[free[getCellNumber(position)]++] = {edge, segment.getCoarseBox(position)};
+                  [&](uint32 edge, const Crossing& crossing, const Position& position)
+                  {
+                      const CoarseBox box = crossing.mSegment.getCoarseBox(position);
+                      mEntries[free[getCellNumber(position)]++] = {edge, position == crossing.mFirst, box};
                   });
 }
 
@@ -287,12 +291,12 @@ void NavMeshConnector::Grid::insertPiece(uint32 origin, const GridEdge& piece, V
                {
                    Cell& cell = mCells[getCellNumber(position)];
                    const CoarseBox box = segment.getCoarseBox(position);
-                   appendPiece(cell, {number, box});
+                   appendPiece(cell, {number, false, box});
                    const uint32 limits = getLimits(box);
-                   for (uint32 at = cell.mEnd; at > cell.mBegin && mEntries[at - 1].mEdge > origin; --at)
+                   for (uint32 at = cell.mEnd; at > cell.mBegin && mEntries[at - 1].getEdge() > origin; --at)
                    {
                        if (mEntries[at - 1].mBox.meets(limits))
-                           sidesNearby.push_back(mEntries[at - 1].mEdge);
+                           sidesNearby.push_back(mEntries[at - 1].getEdge());
                    }
                    return false;
                });

@@ -88,10 +88,22 @@ public:
         uint32 mBytes = 0;
     };
     /// A side in a cell.
-    struct Entry
+    class Entry
     {
-        uint32 mEdge;
+    public:
+        Entry() = default;
+        Entry(uint32 edge, bool isFirst, CoarseBox box) : mBox(box), mBits(edge | (isFirst ? FIRST : 0)) {}
+
+        uint32 getEdge() const { return mBits & ~FIRST; }
+        /// Whether the side starts in the cell.
+        bool isFirst() const { return (mBits & FIRST) != 0; }
+
         CoarseBox mBox;
+
+    private:
+        static constexpr uint32 FIRST = 1u << 31;
+
+        uint32 mBits = 0;
     };
 
     /// Sets the cells up for the open sides of a mesh, which must outlive the grid, and numbers them.
@@ -137,17 +149,12 @@ public:
         const ptrdiff_t left = mEntries.data() + mEntries.size() - &entry;
         if (left > 2 * TURNS)
         {
-            Common::Platform::prefetch(&mEdges[(&entry)[2 * TURNS].mEdge]);
-            Common::Platform::prefetch(&mVertices[mEdges[(&entry)[TURNS].mEdge].mVertices[0]]);
+            Common::Platform::prefetch(&mEdges[(&entry)[2 * TURNS].getEdge()]);
+            Common::Platform::prefetch(&mVertices[mEdges[(&entry)[TURNS].getEdge()].mVertices[0]]);
         }
     }
     /// Limits of the boxes in a cell that can touch another one.
     uint32 getLimits(const CoarseBox& box) const { return box.getLimits(mReach); }
-    /// Whether a side that starts there has a cell as its first.
-    bool isFirstCell(uint32 cell, const Vec2<float>& start) const
-    {
-        return findCell(toCell(toGridCoords(start))) == &mCells[cell];
-    }
     /// The sides of the node that a side belongs to, while none has been removed.
     EdgeRange getOwnEdges(uint32 edge) const;
 
@@ -174,6 +181,7 @@ public:
 
 private:
     static constexpr uint32 NONE = 0xFFFFFFFF;
+    static constexpr uint32 MOST_EDGES = 0x7FFFFFFF; ///< and pieces
 
     /// A side in grid coordinates.
     struct Segment
@@ -428,24 +436,24 @@ template <class Visitor>
 bool NavMeshConnector::Grid::visitCell(const Cell& cell, const EdgeRange& own, uint32 limits,
                                        const Visitor& visitor) const
 {
-    const auto isBefore = [](const Entry& entry, uint32 edge) { return entry.mEdge < edge; };
+    const auto isBefore = [](const Entry& entry, uint32 edge) { return entry.getEdge() < edge; };
     const Entry* const begin = mEntries.data() + cell.mBegin;
     const Entry* const end = mEntries.data() + cell.mEnd;
     const Entry* const behind = std::lower_bound(begin, end, own.mEnd, isBefore);
     const Entry* before = behind; // their end
-    while (before != begin && before[-1].mEdge >= own.mBegin)
+    while (before != begin && before[-1].getEdge() >= own.mBegin)
         --before;
     for (const Entry* entry = behind; entry != end; ++entry)
     {
-        if (entry->mBox.meets(limits) && visitor(entry->mEdge))
+        if (entry->mBox.meets(limits) && visitor(entry->getEdge()))
             return true;
     }
     uint32 piece = cell.mFirstPiece;
     for (const Entry* entry = begin; entry != before; ++entry)
     {
-        if (!entry->mBox.meets(limits) || mEdges[entry->mEdge].isRemoved())
+        if (!entry->mBox.meets(limits) || mEdges[entry->getEdge()].isRemoved())
             continue;
-        if (visitPieces(piece, entry->mEdge, limits, visitor) || visitor(entry->mEdge))
+        if (visitPieces(piece, entry->getEdge(), limits, visitor) || visitor(entry->getEdge()))
             return true;
     }
     return visitPieces(piece, own.mBegin, limits, visitor);
@@ -458,9 +466,9 @@ bool NavMeshConnector::Grid::visitPieces(uint32& piece, uint32 end, uint32 limit
     for (; piece != NONE; piece = mPieceEntries[piece].mNext)
     {
         const Entry& entry = mPieceEntries[piece].mEntry;
-        if (mPieces[entry.mEdge].mOrigin >= end)
+        if (mPieces[entry.getEdge()].mOrigin >= end)
             return false;
-        if (entry.mBox.meets(limits) && visitor(static_cast<uint32>(mEdges.size()) + entry.mEdge))
+        if (entry.mBox.meets(limits) && visitor(static_cast<uint32>(mEdges.size()) + entry.getEdge()))
             return true;
     }
     return false;
