@@ -30,11 +30,6 @@ uint64 growPart(const SurfaceSheet& sheet, uint64 voxels)
     }
     return voxels;
 }
-
-int countBits(uint64 bits)
-{
-    return std::popcount(bits);
-}
 } // namespace
 
 SurfaceParts::SurfaceParts(SurfaceSheets& sheets, Common::Memory::Allocator* allocator)
@@ -95,6 +90,7 @@ int16 SurfaceParts::computeEuler(const SurfaceSheet& sheet, uint64 voxels) const
         eastJoinsNorth |= PlaneBits::neighboursBeside(mSheets[sheet.mBeside[1]].mJoins[2], 1);
     // what joins east and north joins the fourth as well: joins go by kind and branch, and both are transitive
     const uint64 squares = joinsEast & joinsNorth & eastJoinsNorth;
+    // a sum below zero wraps, and the cast brings it back
     return static_cast<int16>(countBits(voxels) - countBits(joinsEast) - countBits(joinsNorth) + countBits(squares));
 }
 
@@ -176,20 +172,18 @@ uint32 SurfaceParts::getRank(uint32 sheet, uint32 bit) const
 
 void SurfaceParts::sortSurfaces()
 {
-    mOrder.resize(mSurfaces.size());
-    for (uint32 i = 0; i < mOrder.size(); ++i)
-        mOrder[i] = i;
-    const auto isBefore = [this](uint32 a, uint32 b)
+    using Start = std::pair<uint64, uint32>; // place in the order of the octree, surface
+    Vector<Start> starts(mOrder.get_allocator());
+    starts.reserve(mSurfaces.size());
+    for (uint32 i = 0; i < mSurfaces.size(); ++i)
     {
-        const Surface& first = mSurfaces[a];
-        const Surface& second = mSurfaces[b];
-        const uint32 brickA = mSheets[first.mStartSheet].mBrick;
-        const uint32 brickB = mSheets[second.mStartSheet].mBrick;
-        if (brickA != brickB)
-            return brickA < brickB;
-        return getRank(first.mStartSheet, first.mStartBit) < getRank(second.mStartSheet, second.mStartBit);
-    };
-    std::sort(mOrder.begin(), mOrder.end(), isBefore);
+        const Surface& surface = mSurfaces[i];
+        const uint64 brick = mSheets[surface.mStartSheet].mBrick;
+        starts.emplace_back(brick * PlaneLayout::BRICK_VOXELS + getRank(surface.mStartSheet, surface.mStartBit), i);
+    }
+    std::sort(starts.begin(), starts.end());
+    mOrder.resize(starts.size());
+    std::transform(starts.begin(), starts.end(), mOrder.begin(), [](const Start& start) { return start.second; });
 }
 
 void SurfaceParts::gatherParts()

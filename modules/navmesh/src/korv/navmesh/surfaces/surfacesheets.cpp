@@ -304,7 +304,7 @@ uint64 SurfaceSheets::countVoxels() const
 {
     uint64 count = 0;
     for (const SurfaceSheet& sheet : mSheets)
-        count += static_cast<uint64>(std::popcount(sheet.mVoxels));
+        count += countBits(sheet.mVoxels);
     return count;
 }
 } // namespace KORV::NavMesh

@@ -28,14 +28,6 @@ uint32 countChildren(uint32 mask)
     const uint64 spread = (mask * uint64{0x0002000400080010}) & ONE_BIT_EACH; // each bit of the mask to its own place
     return static_cast<uint32>((spread * ONE_BIT_EACH) >> 60);
 }
-
-uint32 countBits(uint64 bits)
-{
-    bits -= (bits >> 1) & 0x5555555555555555;
-    bits = (bits & 0x3333333333333333) + ((bits >> 2) & 0x3333333333333333);
-    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0F;
-    return static_cast<uint32>((bits * 0x0101010101010101) >> 56);
-}
 } // namespace
 
 VoxelBlock::VoxelBlock(Common::Memory::Allocator* allocator)

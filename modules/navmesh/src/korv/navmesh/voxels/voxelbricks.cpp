@@ -61,7 +61,7 @@ void VoxelBricks::append(const VoxelBrick& brick, const Vector<uint16>& types)
         return;
     uint32 numTypes = 0;
     for (const uint64 plane : brick.mWalkable)
-        numTypes += static_cast<uint32>(std::popcount(plane));
+        numTypes += countBits(plane);
     if (mTypes.size() > ~VoxelBrick::MANY_TYPES)
         Common::Memory::throwOutOfMemory();
     const uint32 first = brick.mTypes & ~VoxelBrick::MANY_TYPES;

@@ -6,6 +6,15 @@
 
 namespace KORV::NavMesh
 {
+/// The number of bits set. (std::popcount is a call on the oldest processors that we build for.)
+inline uint32 countBits(uint64 bits)
+{
+    bits -= (bits >> 1) & 0x5555555555555555;
+    bits = (bits & 0x3333333333333333) + ((bits >> 2) & 0x3333333333333333);
+    bits = (bits + (bits >> 4)) & 0x0F0F0F0F0F0F0F0F;
+    return static_cast<uint32>((bits * 0x0101010101010101) >> 56);
+}
+
 /// Grid positions seen from the main surface axis: u along side 1, v along side 2, w upwards, each from 0 on.
 class PlaneLayout
 {
