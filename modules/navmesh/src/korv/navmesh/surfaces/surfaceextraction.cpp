@@ -59,19 +59,17 @@ void SurfaceExtraction::traceOutlines(SurfacePolygonList& polygons, float begin,
     const uint32 numBatches = static_cast<uint32>(batches.size()) - 1;
     RangeResults<Vec3<float>> points(numBatches, 1, memory);
     Vector<uint32> numPoints(mParts.getNumSurfaces(), 0, memory);
-    mRunner.setSpan(begin, end);
-    mRunner.run(numBatches, 1,
-                [&](uint32 batch, uint32)
-                {
-                    Points& ofBatch = points.getPart(batch);
-                    for (uint32 surface = batches[batch]; surface < batches[batch + 1]; ++surface)
-                    {
-                        const size_t before = ofBatch.size();
-                        trace(surface, ofBatch);
-                        numPoints[surface] = static_cast<uint32>(ofBatch.size() - before);
-                    }
-                });
-    for (uint32 batch = 0; batch < numBatches; ++batch)
+    const auto traceBatch = [&](uint32 batch, uint32)
+    {
+        Points& ofBatch = points.getPart(batch);
+        for (uint32 surface = batches[batch]; surface < batches[batch + 1]; ++surface)
+        {
+            const size_t before = ofBatch.size();
+            trace(surface, ofBatch);
+            numPoints[surface] = static_cast<uint32>(ofBatch.size() - before);
+        }
+    };
+    const auto addPolygons = [&](uint32 batch, uint32)
     {
         const Vec3<float>* next = points.getPart(batch).data();
         for (uint32 surface = batches[batch]; surface < batches[batch + 1]; ++surface)
@@ -80,7 +78,9 @@ void SurfaceExtraction::traceOutlines(SurfacePolygonList& polygons, float begin,
             next += numPoints[surface];
         }
         Points(memory).swap(points.getPart(batch)); // given back at once
-    }
+    };
+    mRunner.setSpan(begin, end);
+    mRunner.run(numBatches, 1, traceBatch, addPolygons);
 }
 
 void SurfaceExtraction::listBatches(Vector<uint32>& batches) const
