@@ -82,7 +82,8 @@ struct Touched
     }
 };
 
-/// What eight cubes in a row lack or have too much to be touched, compared with half their edge.
+/// How far the centre of a cube may be from the triangle's projection on an axis to be touched: half of its edge, less
+/// or more what rounding may come to.
 struct Limits
 {
     FloatLanes mShrunk;
@@ -95,7 +96,7 @@ struct Limits
     }
 };
 
-/// Corners or edges of a triangle along an axis, a lane each; the last is not used.
+/// Turns the lanes of a triangle's corners, of which the last is not used: each gets the next one's.
 FloatLanes nextCorners(FloatLanes corners)
 {
     return __builtin_shufflevector(corners, corners, 1, 2, 0, 3);
