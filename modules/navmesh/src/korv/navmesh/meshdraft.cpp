@@ -4,6 +4,7 @@
 #include "korv/navmesh/trim.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace KORV::NavMesh
 {
@@ -57,6 +58,13 @@ MeshDraft::Node MeshDraft::getNode(Block& block, size_t piece)
     const size_t begin = pieces.begin(piece);
     return {pieces.mCorners.data() + begin, pieces.mNeighbours.data() + begin,
             static_cast<uint32>(pieces.end(piece) - begin)};
+}
+
+MeshDraft::Node MeshDraft::getNode(int32 node)
+{
+    const auto isBefore = [](int32 number, const Block& block) { return number < block.mFirstNode; };
+    Block& block = *std::prev(std::upper_bound(mBlocks.begin(), mBlocks.end(), node, isBefore));
+    return getNode(block, static_cast<size_t>(node - block.mFirstNode));
 }
 
 MeshDraft::Node MeshDraft::getSplitNode(size_t split)

@@ -69,6 +69,7 @@ public:
     Vector<Block>& getBlocks() { return mBlocks; }
     const Vector<Block>& getBlocks() const { return mBlocks; }
     static Node getNode(Block& block, size_t piece);
+    Node getNode(int32 node);
 
     /// Appends the nodes to the container, and gives each block back behind them.
     /// @param control  is told the fraction of the stage, from @p begin on. Throws what it throws; container and draft

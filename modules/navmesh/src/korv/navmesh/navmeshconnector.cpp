@@ -38,13 +38,16 @@ constexpr const char* STAGE = "Build Vertical Connections";
 // Parts of the stage's time, about.
 constexpr float INSERTION_DONE = 0.3f;
 constexpr float SEARCH_DONE = 0.7f;
+constexpr float SETTLING_DONE = 0.85f;
 
 // Ranges of sides that are put into the grid on their own; each takes a word for every cell.
 constexpr uint32 PARTS_PER_WORKER = 2;
 constexpr uint32 MANY_WORKERS = 4;
 
-/// Nodes between two reports.
-constexpr uint32 NODES_PER_STEP = 4096;
+/// Sides between two reports.
+constexpr uint32 SIDES_PER_STEP = 16384;
+/// A task.
+constexpr uint32 STRETCHES_PER_STEP = 2;
 } // namespace
 
 /// Creates the grid of a call of buildConnections and takes it away again, whichever way the call ends.
@@ -61,7 +64,7 @@ public:
         delete mConnector.mGrid;
         mConnector.mGrid = nullptr;
         mConnector.mDraft = nullptr;
-        Vector<Ahead>(mConnector.getMemory()).swap(mConnector.mAhead);
+        Vector<Found>(mConnector.getMemory()).swap(mConnector.mFound);
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
@@ -71,8 +74,8 @@ private:
 };
 
 NavMeshConnector::NavMeshConnector(float overlapTolerance, float distanceTolerance, Rules rules)
-    : mOverlapTolerance(overlapTolerance), mDistanceTolerance(distanceTolerance), mRules(rules), mAhead(getMemory()),
-      mSplitCorners(getMemory()), mSplitNeighbours(getMemory()), mSidesNearby(getMemory())
+    : mOverlapTolerance(overlapTolerance), mDistanceTolerance(distanceTolerance), mRules(rules), mFound(getMemory()),
+      mCorners(getMemory()), mNeighbours(getMemory()), mSidesNearby(getMemory())
 {
 }
 
@@ -94,6 +97,8 @@ void NavMeshConnector::buildConnections(MeshDraft& draft, float maxJumpHeight, f
     searchAhead(runner);
     reportMissingCorners();
     connectNodes(control);
+    runner.setSpan(SETTLING_DONE, SHARE_OF_STAGE);
+    writeLinks(runner);
 }
 
 /// One report for each open side that starts at a corner which does not exist.
@@ -105,45 +110,61 @@ void NavMeshConnector::reportMissingCorners() const
 
 void NavMeshConnector::connectNodes(const RunControl& control)
 {
-    mNode.mEdges.mEnd = 0;
-    for (MeshDraft::Block& block : mDraft->getBlocks())
+    const uint32 numEdges = mGrid->getNumEdges();
+    for (uint32 edge = 0; edge < numEdges; ++edge)
     {
-        for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
-        {
-            const auto node = static_cast<uint32>(block.mFirstNode) + static_cast<uint32>(piece);
-            if (node % NODES_PER_STEP == 0)
-                control.report(STAGE, SEARCH_DONE + (SHARE_OF_STAGE - SEARCH_DONE) * static_cast<float>(node) /
-                                                        static_cast<float>(mDraft->size()));
-            connectNode(block, piece);
-        }
-    }
-}
-
-/// Links the node behind the last one.
-void NavMeshConnector::connectNode(MeshDraft::Block& block, size_t piece)
-{
-    const MeshDraft::Node lists = MeshDraft::getNode(block, piece);
-    const auto numOpen = static_cast<uint32>(std::count(lists.mNeighbours, lists.mNeighbours + lists.mSize, OPEN));
-    uint32 edge = mNode.mEdges.mEnd;
-    mNode = {block.mFirstNode + static_cast<int32>(piece), lists, {edge, edge + numOpen}};
-    mIsSplit = false;
-    for (uint32 side = 0; edge != mNode.mEdges.mEnd; ++side)
-    {
-        if (mNode.mLists.mNeighbours[side] != OPEN)
-            continue;
+        if (edge % SIDES_PER_STEP == 0)
+            control.report(STAGE, SEARCH_DONE + (SETTLING_DONE - SEARCH_DONE) * static_cast<float>(edge) /
+                                                    static_cast<float>(numEdges));
         fetchAhead(edge);
-        side += connectSide(side, edge++) - 1;
+        if (isSettled(edge))
+            continue;
+        connectNode(edge);
+        edge = mNode.mEdges.mEnd - 1;
     }
-    if (mIsSplit)
-        mDraft->setSplitNode(mNode.mNode, mSplitCorners, mSplitNeighbours);
 }
 
-/// Has what a side some turns later has found brought to the cache.
+/// Has what decides about a side some turns later brought to the cache.
 void NavMeshConnector::fetchAhead(uint32 edge) const
 {
     constexpr size_t TURNS = 16;
-    if (edge + TURNS < mAhead.size())
-        Common::Platform::prefetch(&mGrid->getEdge(mAhead[edge + TURNS].getEdge()));
+    if (edge + TURNS < mFound.size())
+        Common::Platform::prefetch(&mFound[mFound[edge + TURNS].getEdge()]);
+}
+
+/// Whether a side finds what it has found ahead when its turn comes, and is not split.
+bool NavMeshConnector::isSettled(uint32 edge) const
+{
+    const Found found = mFound[edge];
+    if (found.getOutcome() == Outcome::NOTHING)
+        return true;
+    const bool isOpen = found.getOutcome() == Outcome::UNKNOWN || found.getOutcome() == Outcome::SPLIT;
+    return !isOpen && !(found.getEdge() < edge && hasLeft(found.getEdge()));
+}
+
+/// Whether a side that has had its turn is not in the grid any more.
+bool NavMeshConnector::hasLeft(uint32 edge) const
+{
+    const Outcome outcome = mFound[edge].getOutcome();
+    return outcome == Outcome::SPLIT || (outcome == Outcome::NOTHING && mRules != Rules::REFINED);
+}
+
+/// Searches again for those sides of a node that need it, and splits those that are covered in part.
+void NavMeshConnector::connectNode(uint32 edge)
+{
+    const int32 node = mGrid->getEdge(edge).mNode;
+    const MeshDraft::Node lists = mDraft->getNode(node);
+    mCorners.assign(lists.mCorners, lists.mCorners + lists.mSize);
+    mNeighbours.assign(lists.mNeighbours, lists.mNeighbours + lists.mSize);
+    mNode = {node, {mCorners.data(), mNeighbours.data(), lists.mSize}, mGrid->getOwnEdges(edge)};
+    uint32 own = mNode.mEdges.mBegin;
+    for (uint32 side = 0; own != mNode.mEdges.mEnd; ++side)
+    {
+        if (mNode.mLists.mNeighbours[side] == OPEN)
+            side += connectSide(side, own++) - 1;
+    }
+    if (mNode.mLists.mSize > lists.mSize)
+        mDraft->setSplitNode(node, mCorners, mNeighbours);
 }
 
 /// @param edge  the side's number.
@@ -151,17 +172,16 @@ void NavMeshConnector::fetchAhead(uint32 edge) const
 uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
 {
     Match match = recall(edge);
+    mFound[edge] = Found(match.mOutcome, mGrid->getOrigin(match.mEdge));
     if (match.mOutcome != Outcome::SPLIT)
     {
-        if (!settle(side, match))
-            mGrid->removeEdge(edge);
+        settle(side, match);
         return 1;
     }
-    mGrid->removeEdge(edge);
     uint32 end = side + 1; // of the pieces
     for (uint32 piece = side; piece < end; ++piece)
     {
-        for (; match.mOutcome == Outcome::SPLIT; match = search(getEdge(piece), mNode.mEdges))
+        for (; match.mOutcome == Outcome::SPLIT; match = searchNow(getEdge(piece)))
         {
             splitSide(piece, match);
             end += match.mNumCuts;
@@ -169,7 +189,7 @@ uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
         if (settle(piece, match))
             insertPiece(piece, edge);
         if (piece + 1 < end)
-            match = search(getEdge(piece + 1), mNode.mEdges);
+            match = searchNow(getEdge(piece + 1));
     }
     return end - side;
 }
@@ -177,30 +197,21 @@ uint32 NavMeshConnector::connectSide(uint32 side, uint32 edge)
 /// What a side finds now: what it has found ahead, where that still holds.
 NavMeshConnector::Match NavMeshConnector::recall(uint32 edge) const
 {
-    const Ahead ahead = mAhead[edge];
-    const Outcome outcome = ahead.getOutcome();
-    if (outcome == Outcome::NOTHING)
+    const Found found = mFound[edge];
+    const uint32 other = found.getEdge();
+    if (found.getOutcome() == Outcome::NOTHING)
         return Match();
-    if (outcome == Outcome::UNKNOWN || mGrid->getEdge(ahead.getEdge()).isRemoved())
-        return search(mGrid->getEdge(edge), mNode.mEdges);
-    if (outcome != Outcome::SPLIT)
-        return {outcome, ahead.getEdge()};
-    return judge(Side(*mGrid, mGrid->getEdge(edge)), Side(*mGrid, mGrid->getEdge(ahead.getEdge())), ahead.getEdge());
+    if (found.getOutcome() == Outcome::UNKNOWN || (other < edge && hasLeft(other)))
+        return searchNow(mGrid->getEdge(edge));
+    if (found.getOutcome() != Outcome::SPLIT)
+        return {found.getOutcome(), other};
+    return judge(Side(*mGrid, mGrid->getEdge(edge)), Side(*mGrid, mGrid->getEdge(other)), other);
 }
 
-/// The first side in the grid that decides about another one.
-/// @param own  the sides of the same node, which are left out.
-NavMeshConnector::Match NavMeshConnector::search(const GridEdge& edge, const EdgeRange& own) const
+/// What a side of the node in progress finds.
+NavMeshConnector::Match NavMeshConnector::searchNow(const GridEdge& edge) const
 {
-    Match match;
-    const Side side(*mGrid, edge);
-    mGrid->findCandidates(edge, own,
-                          [&](uint32 other)
-                          {
-                              match = judge(side, Side(*mGrid, mGrid->getEdge(other)), other);
-                              return match.mOutcome != Outcome::NOTHING;
-                          });
-    return match;
+    return search(edge, mNode.mEdges, [this](uint32 other) { return hasLeft(other); });
 }
 
 /// A side of the node in progress.
@@ -288,12 +299,6 @@ bool NavMeshConnector::settle(uint32 side, const Match& match)
 void NavMeshConnector::splitSide(uint32 side, const Match& split)
 {
     MeshDraft::Node& lists = mNode.mLists;
-    if (!mIsSplit)
-    {
-        mSplitCorners.assign(lists.mCorners, lists.mCorners + lists.mSize);
-        mSplitNeighbours.assign(lists.mNeighbours, lists.mNeighbours + lists.mSize);
-        mIsSplit = true;
-    }
     Vector<Vec3<float>>& vertices = mDraft->getVertices();
     mDraft->reserveVertices(split.mNumCuts);
     const Vec3<float> start = vertices[static_cast<uint32>(lists.mCorners[side])];
@@ -301,11 +306,11 @@ void NavMeshConnector::splitSide(uint32 side, const Match& split)
     for (uint32 i = 0; i < split.mNumCuts; ++i)
     {
         const ptrdiff_t place = static_cast<ptrdiff_t>(side + 1 + i);
-        mSplitCorners.insert(mSplitCorners.begin() + place, static_cast<int32>(vertices.size()));
-        mSplitNeighbours.insert(mSplitNeighbours.begin() + place, OPEN);
+        mCorners.insert(mCorners.begin() + place, static_cast<int32>(vertices.size()));
+        mNeighbours.insert(mNeighbours.begin() + place, OPEN);
         vertices.push_back(start + (end - start) * split.mCuts[i]);
     }
-    lists = {mSplitCorners.data(), mSplitNeighbours.data(), static_cast<uint32>(mSplitCorners.size())};
+    lists = {mCorners.data(), mNeighbours.data(), static_cast<uint32>(mCorners.size())};
 }
 
 /// Lets others find a piece of a side. What they have found ahead may not hold any more if it decides about them.
@@ -318,7 +323,29 @@ void NavMeshConnector::insertPiece(uint32 side, uint32 edge)
     for (const uint32 nearby : mSidesNearby)
     {
         if (judge(Side(*mGrid, mGrid->getEdge(nearby)), measured, 0).mOutcome != Outcome::NOTHING)
-            mAhead[nearby] = Ahead(Outcome::UNKNOWN, 0);
+            mFound[nearby] = Found(Outcome::UNKNOWN, 0);
     }
+}
+
+/// Sets the neighbours of all sides that are linked as a whole.
+void NavMeshConnector::writeLinks(const RangeRunner& runner)
+{
+    const Vector<Grid::Stretch>& stretches = mGrid->getStretches();
+    const auto writeStretch = [&](const Grid::Stretch& stretch)
+    {
+        Vector<int32>& neighbours = stretch.mBlock->mPieces.mNeighbours;
+        uint32 edge = stretch.mFirstEdge;
+        for (size_t side = stretch.mBegin; side < stretch.mEnd; ++side)
+        {
+            if (neighbours[side] != OPEN)
+                continue;
+            const Found found = mFound[edge++];
+            if (found.getOutcome() == Outcome::LINK)
+                neighbours[side] = mGrid->getEdge(found.getEdge()).mNode;
+        }
+    };
+    runner.run(static_cast<uint32>(stretches.size()), STRETCHES_PER_STEP,
+               [&](uint32 begin, uint32 end)
+               { std::for_each(stretches.begin() + begin, stretches.begin() + end, writeStretch); });
 }
 } // namespace KORV::NavMesh

@@ -57,24 +57,22 @@ private:
         LINK,
         SPLIT
     };
-    /// What a side has found ahead of its turn, in one word.
-    class Ahead
+    /// Open sides of a mesh, at most.
+    static constexpr uint32 EDGE_BITS = 29;
+    static constexpr uint32 MOST_EDGES = (1u << EDGE_BITS) - 1;
+
+    /// What a side has found, ahead of its turn or then, in one word.
+    class Found
     {
     public:
-        Ahead() = default;
-        Ahead(Outcome outcome, uint32 edge)
-            : mBits(edge >> EDGE_BITS == 0 ? edge | (static_cast<uint32>(outcome) << EDGE_BITS)
-                                           : static_cast<uint32>(Outcome::UNKNOWN) << EDGE_BITS)
-        {
-        }
+        Found() = default;
+        Found(Outcome outcome, uint32 edge) : mBits(edge | (static_cast<uint32>(outcome) << EDGE_BITS)) {}
 
         Outcome getOutcome() const { return static_cast<Outcome>(mBits >> EDGE_BITS); }
-        /// Of the grid.
-        uint32 getEdge() const { return mBits & ((1u << EDGE_BITS) - 1); }
+        /// A side of the mesh, by its number in the grid.
+        uint32 getEdge() const { return mBits & MOST_EDGES; }
 
     private:
-        static constexpr uint32 EDGE_BITS = 29;
-
         uint32 mBits = 0;
     };
     /// One open side.
@@ -83,7 +81,10 @@ private:
         int32 mNode = -1;
         uint32 mVertices[2] = {};
 
-        bool isRemoved() const { return mNode < 0; }
+        /// Whether others may find it.
+        bool isUsable() const { return mVertices[0] != UNUSABLE; }
+
+        static constexpr uint32 UNUSABLE = 0xFFFFFFFF;
     };
     /// Numbers of sides in the grid.
     struct EdgeRange
@@ -105,11 +106,15 @@ private:
     Match findInCell(const CellSides& sides, uint32 side) const;
     void reportMissingCorners() const;
     void connectNodes(const RunControl& control);
-    void connectNode(MeshDraft::Block& block, size_t piece);
     void fetchAhead(uint32 edge) const;
+    bool isSettled(uint32 edge) const;
+    bool hasLeft(uint32 edge) const;
+    void connectNode(uint32 edge);
     uint32 connectSide(uint32 side, uint32 edge);
     Match recall(uint32 edge) const;
-    Match search(const GridEdge& edge, const EdgeRange& own) const;
+    Match searchNow(const GridEdge& edge) const;
+    template <class HasLeft>
+    Match search(const GridEdge& edge, const EdgeRange& own, const HasLeft& hasLeft) const;
     GridEdge getEdge(uint32 side) const;
     Match judge(const Side& side, const Side& other, uint32 edge) const;
     bool runsAlong(const Side& side, const Side& other) const;
@@ -121,6 +126,7 @@ private:
     bool settle(uint32 side, const Match& match);
     void splitSide(uint32 side, const Match& split);
     void insertPiece(uint32 side, uint32 edge);
+    void writeLinks(const RangeRunner& runner);
 
     Grid* mGrid = nullptr;
     float mOverlapTolerance;
@@ -132,13 +138,12 @@ private:
     float mMaxJumpHeight = 0.0f;
     float mMaxFallHeight = 0.0f;
     float mAxisValue = 1.0f;
-    Vector<Ahead> mAhead; ///< by edge of the grid
+    Vector<Found> mFound; ///< by edge of the grid
 
-    // The node in progress, and its lists once it has been split.
+    // The node in progress, and its lists.
     NodeSides mNode;
-    bool mIsSplit = false;
-    Vector<int32> mSplitCorners;
-    Vector<int32> mSplitNeighbours;
+    Vector<int32> mCorners;
+    Vector<int32> mNeighbours;
     Vector<uint32> mSidesNearby;
 };
 } // namespace KORV::NavMesh

@@ -23,7 +23,7 @@ constexpr uint32 SIDES_PER_STEP = 8192;
 
 void NavMeshConnector::searchAhead(const RangeRunner& runner)
 {
-    mAhead.resize(mGrid->getNumEdges());
+    mFound.resize(mGrid->getNumEdges());
     const uint32 numCells = mGrid->getNumCells();
     const uint64 sidesPerCell = mGrid->getNumEdges() / numCells + 1;
     const auto cellsPerTask = static_cast<uint32>(SIDES_PER_STEP / sidesPerCell + 1);
@@ -140,8 +140,8 @@ void NavMeshConnector::searchCell(const CellSides& sides)
             continue;
         Match match = findInCell(sides, side);
         if (match.mOutcome == Outcome::NOTHING && !entry.mBox.isWithinCell())
-            match = search(sides[side].mEdge, mGrid->getOwnEdges(entry.getEdge()));
-        mAhead[entry.getEdge()] = Ahead(match.mOutcome, match.mEdge);
+            match = search(sides[side].mEdge, mGrid->getOwnEdges(entry.getEdge()), [](uint32) { return false; });
+        mFound[entry.getEdge()] = Found(match.mOutcome, match.mEdge);
     }
 }
 

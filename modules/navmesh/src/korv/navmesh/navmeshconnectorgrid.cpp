@@ -10,6 +10,7 @@
 #include "korv/navmesh/navmeshconnectorgrid.h"
 
 #include "korv/common/debug/assert.h"
+#include "korv/common/exceptions/exception.h"
 
 #include <cmath>
 #include <cstdlib>
@@ -22,6 +23,8 @@ namespace
 // Up to so many cells the grid is a table.
 constexpr uint64 CELLS_PER_SIDE = 1;
 constexpr uint64 FEW_CELLS = 1024;
+
+constexpr size_t NODES_PER_STRETCH = 4096;
 
 /// So many sides are not worth waking a worker.
 constexpr uint32 FEW_EDGES = 4096;
@@ -42,8 +45,8 @@ bool isFinite(const Vec2<float>& p)
 
 NavMeshConnector::Grid::Grid(MeshDraft& draft, int32 vertComp, float tolerance)
     : mVertComp(vertComp), mVertices(draft.getVertices()), mEdges(getMemory()), mNodeHeights(getMemory()),
-      mCells(getMemory()), mUsedCells(CellNumbers::allocator_type(getMemory())), mEntries(getMemory()),
-      mPieces(getMemory()), mPieceEntries(getMemory())
+      mStretches(getMemory()), mCells(getMemory()), mUsedCells(CellNumbers::allocator_type(getMemory())),
+      mEntries(getMemory()), mPieces(getMemory()), mPieceEntries(getMemory())
 {
     if (!KORV_ASSERT(mVertComp == 0 || mVertComp == 1 || mVertComp == 2,
                      "mVertComp == 0 || mVertComp == 1 || mVertComp == 2",
@@ -62,14 +65,25 @@ void NavMeshConnector::Grid::listEdges(MeshDraft& draft)
         numOpen +=
             static_cast<size_t>(std::count(block.mPieces.mNeighbours.begin(), block.mPieces.mNeighbours.end(), OPEN));
     if (numOpen > MOST_EDGES)
-        Common::Memory::throwOutOfMemory();
+        throw new Common::Exceptions::InvalidStateException("The navigation mesh has too many open sides.");
     mEdges.reserve(numOpen);
     mNodeHeights.reserve(draft.size());
     for (MeshDraft::Block& block : draft.getBlocks())
     {
         for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
+        {
+            if (piece % NODES_PER_STRETCH == 0)
+                listStretch(block, piece);
             listNode(block.mFirstNode + static_cast<int32>(piece), MeshDraft::getNode(block, piece));
+        }
     }
+}
+
+/// Begins a stretch of nodes.
+void NavMeshConnector::Grid::listStretch(MeshDraft::Block& block, size_t piece)
+{
+    const size_t end = std::min(piece + NODES_PER_STRETCH, block.mPieces.size());
+    mStretches.push_back({&block, block.mPieces.begin(piece), block.mPieces.end(end - 1), getNumEdges()});
 }
 
 void NavMeshConnector::Grid::listNode(int32 number, const MeshDraft::Node& node)
@@ -123,7 +137,7 @@ void NavMeshConnector::Grid::setReach(float cells)
     mReach = steps < static_cast<float>(CoarseBox::MOST) ? static_cast<uint32>(steps) : CoarseBox::MOST;
 }
 
-/// Average length of the open sides, those that can't be measured left out; 0 when there are none. Takes back those
+/// Average length of the open sides, those that can't be measured left out; 0 when there are none. Marks those
 /// that can't be registered.
 float NavMeshConnector::Grid::averageLength()
 {
@@ -142,7 +156,7 @@ float NavMeshConnector::Grid::averageLength()
             ++numMeasured;
         }
         if (!isMeasured || !(length > 0.0f))
-            edge.mNode = -1;
+            edge.mVertices[0] = GridEdge::UNUSABLE;
     }
     return numMeasured > 0 ? sum / static_cast<float>(numMeasured) : 0.0f;
 }
@@ -217,7 +231,7 @@ void NavMeshConnector::Grid::visitAllCells(uint32 begin, uint32 end, const Visit
         uint32 count = 0;
         for (; count < BATCH && edge < end; ++edge)
         {
-            if (mEdges[edge].isRemoved())
+            if (!mEdges[edge].isUsable())
                 continue;
             const Segment segment = getSegment(mEdges[edge]);
             edges[count] = edge;
@@ -269,10 +283,9 @@ void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32
                   });
 }
 
-/// Sides that could not be registered do not matter, and may be counted in.
 NavMeshConnector::EdgeRange NavMeshConnector::Grid::getOwnEdges(uint32 edge) const
 {
-    const auto isOwn = [&](const GridEdge& other) { return other.isRemoved() || other.mNode == mEdges[edge].mNode; };
+    const auto isOwn = [&](const GridEdge& other) { return other.mNode == mEdges[edge].mNode; };
     EdgeRange own{edge, edge + 1};
     while (own.mBegin > 0 && isOwn(mEdges[own.mBegin - 1]))
         --own.mBegin;

@@ -106,6 +106,15 @@ public:
         uint32 mBits = 0;
     };
 
+    /// A part of a block of nodes, about as much work as others.
+    struct Stretch
+    {
+        MeshDraft::Block* mBlock;
+        size_t mBegin; ///< in the lists of the block
+        size_t mEnd;
+        uint32 mFirstEdge;
+    };
+
     /// Sets the cells up for the open sides of a mesh, which must outlive the grid, and numbers them.
     /// @param tolerance  distance at which sides touch.
     Grid(MeshDraft& draft, int32 vertComp, float tolerance);
@@ -123,9 +132,7 @@ public:
     /// @param numParts  that workers may take.
     /// @param end  fraction of the stage that is done then.
     void insertOpenSides(RangeRunner& runner, uint32 numParts, float end);
-    /// Takes a side of the mesh back.
-    void removeEdge(uint32 edge) { mEdges[edge].mNode = -1; }
-    /// Registers what is left of a side that has been taken back: a piece of it. Origins must come in ascending order.
+    /// Registers what is left of a side that has left: a piece of it. Origins must come in ascending order.
     /// Appends the sides behind the origin in the cells that it crosses, all that can touch it, and some beyond.
     void insertPiece(uint32 origin, const GridEdge& piece, Vector<uint32>& sidesNearby);
 
@@ -133,11 +140,13 @@ public:
     /// nodes behind, then those of nodes before, in ascending order; some of them more than once. The numbers of pieces
     /// follow those of the mesh's sides.
     /// @param own  the sides of the same node, which are left out.
-    template <class Visitor>
-    void findCandidates(const GridEdge& edge, const EdgeRange& own, const Visitor& visitor) const;
+    /// @param hasLeft  tells of a side of a node before whether it is not there any more.
+    template <class HasLeft, class Visitor>
+    void findCandidates(const GridEdge& edge, const EdgeRange& own, const HasLeft& hasLeft,
+                        const Visitor& visitor) const;
 
     uint32 getNumCells() const { return static_cast<uint32>(mCells.size()); }
-    /// The sides of the mesh in a cell, in ascending order, removed ones among them.
+    /// The sides of the mesh in a cell, in ascending order, those that have left among them.
     std::span<const Entry> getEntries(uint32 cell) const
     {
         return {mEntries.data() + mCells[cell].mBegin, mEntries.data() + mCells[cell].mEnd};
@@ -155,8 +164,11 @@ public:
     }
     /// Limits of the boxes in a cell that can touch another one.
     uint32 getLimits(const CoarseBox& box) const { return box.getLimits(mReach); }
-    /// The sides of the node that a side belongs to, while none has been removed.
+    /// The sides of the node that a side belongs to.
     EdgeRange getOwnEdges(uint32 edge) const;
+    /// The side of the mesh that a side is, or is a piece of.
+    uint32 getOrigin(uint32 edge) const { return edge < mEdges.size() ? edge : mPieces[edge - mEdges.size()].mOrigin; }
+    const Vector<Stretch>& getStretches() const { return mStretches; }
 
     const GridEdge& getEdge(uint32 edge) const
     {
@@ -181,7 +193,6 @@ public:
 
 private:
     static constexpr uint32 NONE = 0xFFFFFFFF;
-    static constexpr uint32 MOST_EDGES = 0x7FFFFFFF; ///< and pieces
 
     /// A side in grid coordinates.
     struct Segment
@@ -227,6 +238,7 @@ private:
     class CellWalk;
 
     void listEdges(MeshDraft& draft);
+    void listStretch(MeshDraft::Block& block, size_t piece);
     void listNode(int32 number, const MeshDraft::Node& node);
     void measure(float tolerance);
     void setReach(float cells);
@@ -288,14 +300,16 @@ private:
     void visitCells(const Segment& segment, const Visitor& visitor) const;
     template <class Visitor>
     void visitCells(const Crossing& crossing, const Visitor& visitor) const;
-    template <class Visitor>
-    bool visitCell(const Cell& cell, const EdgeRange& own, uint32 limits, const Visitor& visitor) const;
+    template <class HasLeft, class Visitor>
+    bool visitCell(const Cell& cell, const EdgeRange& own, uint32 limits, const HasLeft& hasLeft,
+                   const Visitor& visitor) const;
     template <class Visitor>
     bool visitPieces(uint32& piece, uint32 end, uint32 limits, const Visitor& visitor) const;
 
     const Vector<Vec3<float>>& mVertices;
     Vector<GridEdge> mEdges;
     Vector<float> mNodeHeights;
+    Vector<Stretch> mStretches; ///< all nodes in order
     uint32 mNumMissing = 0;
     uint32 mReach = 0; ///< of a search beyond a side's coarse box [steps]
     bool mIsSparse = false;
@@ -376,15 +390,17 @@ private:
     bool mDone = false;
 };
 
-template <class Visitor>
-void NavMeshConnector::Grid::findCandidates(const GridEdge& edge, const EdgeRange& own, const Visitor& visitor) const
+template <class HasLeft, class Visitor>
+void NavMeshConnector::Grid::findCandidates(const GridEdge& edge, const EdgeRange& own, const HasLeft& hasLeft,
+                                            const Visitor& visitor) const
 {
     const Segment segment = getSegment(edge);
     visitCells(segment,
                [&](const Position& position)
                {
                    const Cell* cell = findCell(position);
-                   return cell != nullptr && visitCell(*cell, own, getLimits(segment.getCoarseBox(position)), visitor);
+                   return cell != nullptr &&
+                          visitCell(*cell, own, getLimits(segment.getCoarseBox(position)), hasLeft, visitor);
                });
 }
 
@@ -432,8 +448,8 @@ void NavMeshConnector::Grid::visitCells(const Crossing& crossing, const Visitor&
 }
 
 /// @return whether the visitor wants no more.
-template <class Visitor>
-bool NavMeshConnector::Grid::visitCell(const Cell& cell, const EdgeRange& own, uint32 limits,
+template <class HasLeft, class Visitor>
+bool NavMeshConnector::Grid::visitCell(const Cell& cell, const EdgeRange& own, uint32 limits, const HasLeft& hasLeft,
                                        const Visitor& visitor) const
 {
     const auto isBefore = [](const Entry& entry, uint32 edge) { return entry.getEdge() < edge; };
@@ -451,7 +467,7 @@ bool NavMeshConnector::Grid::visitCell(const Cell& cell, const EdgeRange& own, u
     uint32 piece = cell.mFirstPiece;
     for (const Entry* entry = begin; entry != before; ++entry)
     {
-        if (!entry->mBox.meets(limits) || mEdges[entry->getEdge()].isRemoved())
+        if (!entry->mBox.meets(limits) || hasLeft(entry->getEdge()))
             continue;
         if (visitPieces(piece, entry->getEdge(), limits, visitor) || visitor(entry->getEdge()))
             return true;

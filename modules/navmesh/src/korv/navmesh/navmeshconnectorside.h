@@ -65,6 +65,24 @@ inline NavMeshConnector::Match NavMeshConnector::judge(const Side& side, const S
     return runsAlong(side, other) ? judgeParallel(side, other, edge) : Match();
 }
 
+/// The first side in the grid that decides about another one.
+/// @param own  the sides of the same node, which are left out.
+/// @param hasLeft  as the grid takes it.
+template <class HasLeft>
+NavMeshConnector::Match NavMeshConnector::search(const GridEdge& edge, const EdgeRange& own,
+                                                 const HasLeft& hasLeft) const
+{
+    Match match;
+    const Side side(*mGrid, edge);
+    mGrid->findCandidates(edge, own, hasLeft,
+                          [&](uint32 other)
+                          {
+                              match = judge(side, Side(*mGrid, mGrid->getEdge(other)), other);
+                              return match.mOutcome != Outcome::NOTHING;
+                          });
+    return match;
+}
+
 /// Whether a candidate's direction is that of the side, or opposite to it. Refined rules want it opposite: then the two
 /// nodes face each other, and the ground beyond the side is not the one beneath it.
 inline bool NavMeshConnector::runsAlong(const Side& side, const Side& other) const
