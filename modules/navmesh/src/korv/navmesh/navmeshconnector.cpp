@@ -7,10 +7,13 @@
 // reach. Sides that were linked or refused for their height go back into the grid, others stay out.
 //
 // Most of that does not depend on the nodes taken before: what a side finds while all sides of the mesh are in the grid
-// is what it finds when its turn comes, unless that side has left since, or pieces of split sides have come into its
-// cells. So workers search for all sides ahead, cell by cell, and few are searched for again.
+// is what it finds when its turn comes, unless that side has left since, or pieces of split sides that decide about it
+// have come into its cells. So workers search for all sides ahead, cell by cell; then only nodes with a side that is
+// split or searched for again are taken in order; and workers write what has been found in the end. Whether a side has
+// left is told by what it has found.
 //
-// Invariants: a node changes only while it is taken, when none of its sides are found, so the grid's sides stay true.
+// Invariants: the lists of the blocks do not change before all is found, so that the open sides of a node keep their
+// numbers; a node in progress has lists of its own.
 // Pieces come into the grid in the order of the sides that they are pieces of.
 //
 // Numbers: sides run along each other when the cosine of their angle is at least 0.99, in either direction. Heights are
@@ -36,6 +39,7 @@ namespace
 constexpr const char* STAGE = "Build Vertical Connections";
 
 // Parts of the stage's time, about.
+constexpr float LISTING_DONE = 0.06f;
 constexpr float INSERTION_DONE = 0.3f;
 constexpr float SEARCH_DONE = 0.7f;
 constexpr float SETTLING_DONE = 0.85f;
@@ -46,8 +50,6 @@ constexpr uint32 MANY_WORKERS = 4;
 
 /// Sides between two reports.
 constexpr uint32 SIDES_PER_STEP = 16384;
-/// A task.
-constexpr uint32 STRETCHES_PER_STEP = 2;
 } // namespace
 
 /// Creates the grid of a call of buildConnections and takes it away again, whichever way the call ends.
@@ -56,7 +58,7 @@ class NavMeshConnector::Run
 public:
     Run(NavMeshConnector& connector, MeshDraft& draft, int32 vertComp) : mConnector(connector)
     {
-        mConnector.mGrid = new (connector.getAllocator()) Grid(draft, vertComp, connector.mDistanceTolerance);
+        mConnector.mGrid = new (connector.getAllocator()) Grid(draft.getVertices(), vertComp);
         mConnector.mDraft = &draft;
     }
     ~Run()
@@ -85,13 +87,15 @@ void NavMeshConnector::buildConnections(MeshDraft& draft, float maxJumpHeight, f
                                         int32 vertComp, Common::Threading::ThreadPool& pool, const RunControl& control)
 {
     const Run run(*this, draft, vertComp);
+    RangeRunner runner(pool, control, STAGE);
+    runner.setSpan(0.0f, LISTING_DONE);
+    mGrid->listOpenSides(draft, mDistanceTolerance, runner);
     if (!mGrid->isUsable())
         return;
     mMaxJumpHeight = maxJumpHeight;
     mMaxFallHeight = maxFallHeight;
     mAxisValue = axisValue;
-    RangeRunner runner(pool, control, STAGE);
-    mGrid->insertOpenSides(runner, PARTS_PER_WORKER * std::clamp(pool.getNumThreads(), 1u, MANY_WORKERS),
+    mGrid->insertOpenSides(runner, PARTS_PER_WORKER * std::clamp(pool.getNumThreads(), 1u, MANY_WORKERS), LISTING_DONE,
                            INSERTION_DONE);
     runner.setSpan(INSERTION_DONE, SEARCH_DONE);
     searchAhead(runner);
@@ -335,7 +339,7 @@ void NavMeshConnector::writeLinks(const RangeRunner& runner)
     {
         Vector<int32>& neighbours = stretch.mBlock->mPieces.mNeighbours;
         uint32 edge = stretch.mFirstEdge;
-        for (size_t side = stretch.mBegin; side < stretch.mEnd; ++side)
+        for (size_t side = stretch.begin(); side < stretch.end(); ++side)
         {
             if (neighbours[side] != OPEN)
                 continue;
@@ -344,7 +348,7 @@ void NavMeshConnector::writeLinks(const RangeRunner& runner)
                 neighbours[side] = mGrid->getEdge(found.getEdge()).mNode;
         }
     };
-    runner.run(static_cast<uint32>(stretches.size()), STRETCHES_PER_STEP,
+    runner.run(static_cast<uint32>(stretches.size()), mGrid->getStretchesPerTask(),
                [&](uint32 begin, uint32 end)
                { std::for_each(stretches.begin() + begin, stretches.begin() + end, writeStretch); });
 }

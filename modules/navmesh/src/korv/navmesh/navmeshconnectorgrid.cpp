@@ -37,70 +37,120 @@ float searchDistance(float tolerance, float extent)
     return 2.0f * std::fabs(tolerance) + ROUNDING_SHARE * extent;
 }
 
+/// Average of those that are finite; 0 when there are none.
+float average(const Vector<float>& lengths)
+{
+    float sum = 0.0f;
+    uint64 numMeasured = 0;
+    for (const float length : lengths)
+    {
+        if (!std::isfinite(length))
+            continue;
+        sum += length;
+        ++numMeasured;
+    }
+    return numMeasured > 0 ? sum / static_cast<float>(numMeasured) : 0.0f;
+}
+
 bool isFinite(const Vec2<float>& p)
 {
     return std::isfinite(p.mX) && std::isfinite(p.mY);
 }
 } // namespace
 
-NavMeshConnector::Grid::Grid(MeshDraft& draft, int32 vertComp, float tolerance)
-    : mVertComp(vertComp), mVertices(draft.getVertices()), mEdges(getMemory()), mNodeHeights(getMemory()),
-      mStretches(getMemory()), mCells(getMemory()), mUsedCells(CellNumbers::allocator_type(getMemory())),
-      mEntries(getMemory()), mPieces(getMemory()), mPieceEntries(getMemory())
+NavMeshConnector::Grid::Grid(const Vector<Vec3<float>>& vertices, int32 vertComp)
+    : mVertComp(vertComp), mVertices(vertices), mEdges(getMemory()), mNodeHeights(getMemory()), mStretches(getMemory()),
+      mCells(getMemory()), mUsedCells(CellNumbers::allocator_type(getMemory())), mEntries(getMemory()),
+      mPieces(getMemory()), mPieceEntries(getMemory())
 {
     if (!KORV_ASSERT(mVertComp == 0 || mVertComp == 1 || mVertComp == 2,
                      "mVertComp == 0 || mVertComp == 1 || mVertComp == 2",
                      "vertical component must be in range of [0 .. 2]"))
         mVertComp = 2;
-    listEdges(draft);
-    measure(tolerance);
 }
 
 NavMeshConnector::Grid::~Grid() = default;
 
-void NavMeshConnector::Grid::listEdges(MeshDraft& draft)
+void NavMeshConnector::Grid::listOpenSides(MeshDraft& draft, float tolerance, const RangeRunner& runner)
+{
+    layStretchesOut(draft);
+    Vector<float> lengths(mEdges.size(), 0.0f, getMemory());
+    runner.run(static_cast<uint32>(mStretches.size()), getStretchesPerTask(),
+               [&](uint32 begin, uint32 end)
+               {
+                   for (uint32 stretch = begin; stretch < end; ++stretch)
+                       listStretch(mStretches[stretch], lengths);
+               });
+    measure(2.0f * average(lengths), tolerance);
+}
+
+/// Splits the nodes into stretches, and makes room for their sides.
+void NavMeshConnector::Grid::layStretchesOut(MeshDraft& draft)
 {
     size_t numOpen = 0;
-    for (const MeshDraft::Block& block : draft.getBlocks())
-        numOpen +=
-            static_cast<size_t>(std::count(block.mPieces.mNeighbours.begin(), block.mPieces.mNeighbours.end(), OPEN));
-    if (numOpen > MOST_EDGES)
-        throw new Common::Exceptions::InvalidStateException("The navigation mesh has too many open sides.");
-    mEdges.reserve(numOpen);
-    mNodeHeights.reserve(draft.size());
     for (MeshDraft::Block& block : draft.getBlocks())
     {
-        for (size_t piece = 0; piece < block.mPieces.size(); ++piece)
+        for (size_t piece = 0; piece < block.mPieces.size(); piece += NODES_PER_STRETCH)
         {
-            if (piece % NODES_PER_STRETCH == 0)
-                listStretch(block, piece);
-            listNode(block.mFirstNode + static_cast<int32>(piece), MeshDraft::getNode(block, piece));
+            const size_t end = std::min(piece + NODES_PER_STRETCH, block.mPieces.size());
+            const Stretch& stretch = mStretches.emplace_back(&block, piece, end, static_cast<uint32>(numOpen));
+            const auto neighbours = block.mPieces.mNeighbours.begin();
+            numOpen += static_cast<size_t>(std::count(neighbours + static_cast<ptrdiff_t>(stretch.begin()),
+                                                      neighbours + static_cast<ptrdiff_t>(stretch.end()), OPEN));
+            if (numOpen > MOST_EDGES)
+                throw new Common::Exceptions::InvalidStateException("The navigation mesh has too many open sides.");
+        }
+    }
+    mEdges.resize(numOpen);
+    mNodeHeights.resize(draft.size());
+}
+
+uint32 NavMeshConnector::Grid::getStretchesPerTask() const
+{
+    constexpr uint32 MANY_TASKS = 32;
+    const auto numStretches = static_cast<uint32>(mStretches.size());
+    return getNumEdges() <= FEW_EDGES ? numStretches : numStretches / MANY_TASKS + 1;
+}
+
+void NavMeshConnector::Grid::listStretch(const Stretch& stretch, Vector<float>& lengths)
+{
+    uint32 edge = stretch.mFirstEdge;
+    for (size_t piece = stretch.mPiece; piece < stretch.mEndPiece; ++piece)
+    {
+        const MeshDraft::Node node = MeshDraft::getNode(*stretch.mBlock, piece);
+        const int32 number = stretch.mBlock->mFirstNode + static_cast<int32>(piece);
+        const bool hasHeight = node.mSize > 0 && static_cast<uint32>(node.mCorners[0]) < mVertices.size();
+        mNodeHeights[static_cast<uint32>(number)] =
+            hasHeight ? getHeight(mVertices[static_cast<uint32>(node.mCorners[0])]) : 0.0f;
+        for (uint32 side = 0; side < node.mSize; ++side)
+        {
+            if (node.mNeighbours[side] != OPEN)
+                continue;
+            mEdges[edge] = {
+                number,
+                {static_cast<uint32>(node.mCorners[side]), static_cast<uint32>(node.mCorners[node.getNext(side)])}};
+            lengths[edge] = measureEdge(mEdges[edge]);
+            ++edge;
         }
     }
 }
 
-/// Begins a stretch of nodes.
-void NavMeshConnector::Grid::listStretch(MeshDraft::Block& block, size_t piece)
+/// The length of a side. Marks one that can't be registered.
+/// @return not finite when it can't be measured.
+float NavMeshConnector::Grid::measureEdge(GridEdge& edge)
 {
-    const size_t end = std::min(piece + NODES_PER_STRETCH, block.mPieces.size());
-    mStretches.push_back({&block, block.mPieces.begin(piece), block.mPieces.end(end - 1), getNumEdges()});
+    if (edge.mVertices[0] >= mVertices.size())
+        mNumMissing.fetch_add(1, std::memory_order_relaxed);
+    const bool exists = edge.mVertices[0] < mVertices.size() && edge.mVertices[1] < mVertices.size();
+    const float length =
+        exists ? (getEnd(edge, 1) - getEnd(edge, 0)).getLength() : std::numeric_limits<float>::infinity();
+    if (!std::isfinite(length) || !(length > 0.0f))
+        edge.mVertices[0] = GridEdge::UNUSABLE;
+    return length;
 }
 
-void NavMeshConnector::Grid::listNode(int32 number, const MeshDraft::Node& node)
-{
-    const bool hasHeight = node.mSize > 0 && static_cast<uint32>(node.mCorners[0]) < mVertices.size();
-    mNodeHeights.push_back(hasHeight ? getHeight(mVertices[static_cast<uint32>(node.mCorners[0])]) : 0.0f);
-    for (uint32 side = 0; side < node.mSize; ++side)
-    {
-        if (node.mNeighbours[side] == OPEN)
-            mEdges.push_back(
-                {number,
-                 {static_cast<uint32>(node.mCorners[side]), static_cast<uint32>(node.mCorners[node.getNext(side)])}});
-    }
-}
-
-/// Finds cell size, origin and cell counts. Without a usable cell size, mCellSize stays negative.
-void NavMeshConnector::Grid::measure(float tolerance)
+/// Finds origin and cell counts. Without a usable cell size, mCellSize stays negative.
+void NavMeshConnector::Grid::measure(float cellSize, float tolerance)
 {
     Vec2<float> low(3.4028235e+38f, 3.4028235e+38f);
     Vec2<float> high(-3.4028235e+38f, -3.4028235e+38f);
@@ -112,7 +162,6 @@ void NavMeshConnector::Grid::measure(float tolerance)
         low = {std::min(low.mX, p.mX), std::min(low.mY, p.mY)};
         high = {std::max(high.mX, p.mX), std::max(high.mY, p.mY)};
     }
-    const float cellSize = 2.0f * averageLength();
     if (!(cellSize > 0.0f) || !isFinite(high - low) || !std::isfinite(cellSize))
         return;
     // at least the largest coordinate and the length of a side together
@@ -135,30 +184,6 @@ void NavMeshConnector::Grid::setReach(float cells)
 {
     const float steps = cells * CoarseBox::STEPS + 1.0f;
     mReach = steps < static_cast<float>(CoarseBox::MOST) ? static_cast<uint32>(steps) : CoarseBox::MOST;
-}
-
-/// Average length of the open sides, those that can't be measured left out; 0 when there are none. Marks those
-/// that can't be registered.
-float NavMeshConnector::Grid::averageLength()
-{
-    float sum = 0.0f;
-    uint64 numMeasured = 0;
-    for (GridEdge& edge : mEdges)
-    {
-        if (edge.mVertices[0] >= mVertices.size())
-            ++mNumMissing;
-        const bool exists = edge.mVertices[0] < mVertices.size() && edge.mVertices[1] < mVertices.size();
-        const float length = exists ? (getEnd(edge, 1) - getEnd(edge, 0)).getLength() : 0.0f;
-        const bool isMeasured = exists && std::isfinite(length);
-        if (isMeasured)
-        {
-            sum += length;
-            ++numMeasured;
-        }
-        if (!isMeasured || !(length > 0.0f))
-            edge.mVertices[0] = GridEdge::UNUSABLE;
-    }
-    return numMeasured > 0 ? sum / static_cast<float>(numMeasured) : 0.0f;
 }
 
 int32 NavMeshConnector::Grid::countCells(float extent) const
@@ -189,17 +214,18 @@ const NavMeshConnector::Grid::Cell* NavMeshConnector::Grid::findSparseCell(uint6
     return place != mUsedCells.end() ? &mCells[place->second] : nullptr;
 }
 
-void NavMeshConnector::Grid::insertOpenSides(RangeRunner& runner, uint32 numParts, float end)
+void NavMeshConnector::Grid::insertOpenSides(RangeRunner& runner, uint32 numParts, float begin, float end)
 {
     const uint32 numEdges = getNumEdges();
     const bool isWhole = mIsSparse || numEdges <= FEW_EDGES; // new cells are for one thread
     const uint32 batch = isWhole ? numEdges : numEdges / numParts + 1;
     RangeResults<uint32> counts(numEdges, batch, getMemory());
-    runner.setSpan(0.0f, end / 2.0f);
+    const float middle = (begin + end) / 2.0f;
+    runner.setSpan(begin, middle);
     runner.run(numEdges, batch,
                [&](uint32 first, uint32 behind) { countEntries(first, behind, counts.getPart(first)); });
     layEntriesOut(counts);
-    runner.setSpan(end / 2.0f, end);
+    runner.setSpan(middle, end);
     runner.run(numEdges, batch,
                [&](uint32 first, uint32 behind) { fillEntries(first, behind, counts.getPart(first)); });
 }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <cstdlib>
 #include <cstring>
@@ -106,20 +107,32 @@ public:
         uint32 mBits = 0;
     };
 
-    /// A part of a block of nodes, about as much work as others.
+    /// Nodes of a block that are worked on together.
     struct Stretch
     {
+        Stretch(MeshDraft::Block* block, size_t piece, size_t endPiece, uint32 firstEdge)
+            : mBlock(block), mPiece(piece), mEndPiece(endPiece), mFirstEdge(firstEdge)
+        {
+        }
+
+        /// Their sides in the lists of the block.
+        size_t begin() const { return mBlock->mPieces.begin(mPiece); }
+        size_t end() const { return mBlock->mPieces.end(mEndPiece - 1); }
+
         MeshDraft::Block* mBlock;
-        size_t mBegin; ///< in the lists of the block
-        size_t mEnd;
+        size_t mPiece;
+        size_t mEndPiece;
         uint32 mFirstEdge;
     };
-
-    /// Sets the cells up for the open sides of a mesh, which must outlive the grid, and numbers them.
-    /// @param tolerance  distance at which sides touch.
-    Grid(MeshDraft& draft, int32 vertComp, float tolerance);
+    /// @param vertices  those of the mesh, which must outlive the grid.
+    Grid(const Vector<Vec3<float>>& vertices, int32 vertComp);
     ~Grid() override;
 
+    /// Numbers the open sides of a mesh, and sets the cells up for them. Throws what the runner throws, and
+    /// InvalidStateException when there are too many.
+    /// @param draft  must outlive the grid.
+    /// @param tolerance  distance at which sides touch.
+    void listOpenSides(MeshDraft& draft, float tolerance, const RangeRunner& runner);
     /// False when there is no side that could be registered.
     bool isUsable() const { return mCellSize > 0.0f; }
     /// The open sides of the mesh, registered or not.
@@ -130,8 +143,8 @@ public:
     /// Registers the open sides of all nodes. One with an invalid corner, or without a finite length above 0, can't be
     /// linked and is left out. Throws what the runner throws.
     /// @param numParts  that workers may take.
-    /// @param end  fraction of the stage that is done then.
-    void insertOpenSides(RangeRunner& runner, uint32 numParts, float end);
+    /// @param begin, end  fractions of the stage that are done before and then.
+    void insertOpenSides(RangeRunner& runner, uint32 numParts, float begin, float end);
     /// Registers what is left of a side that has left: a piece of it. Origins must come in ascending order.
     /// Appends the sides behind the origin in the cells that it crosses, all that can touch it, and some beyond.
     void insertPiece(uint32 origin, const GridEdge& piece, Vector<uint32>& sidesNearby);
@@ -169,6 +182,8 @@ public:
     /// The side of the mesh that a side is, or is a piece of.
     uint32 getOrigin(uint32 edge) const { return edge < mEdges.size() ? edge : mPieces[edge - mEdges.size()].mOrigin; }
     const Vector<Stretch>& getStretches() const { return mStretches; }
+    /// How many of them make a task.
+    uint32 getStretchesPerTask() const;
 
     const GridEdge& getEdge(uint32 edge) const
     {
@@ -237,12 +252,11 @@ private:
                                            Common::Memory::STLAllocator<std::pair<const uint64, uint32>>>;
     class CellWalk;
 
-    void listEdges(MeshDraft& draft);
-    void listStretch(MeshDraft::Block& block, size_t piece);
-    void listNode(int32 number, const MeshDraft::Node& node);
-    void measure(float tolerance);
+    void layStretchesOut(MeshDraft& draft);
+    void listStretch(const Stretch& stretch, Vector<float>& lengths);
+    float measureEdge(GridEdge& edge);
+    void measure(float cellSize, float tolerance);
     void setReach(float cells);
-    float averageLength();
     int32 countCells(float extent) const;
     /// @return 0 also for what is not a number.
     static int32 toCell(float coordinate, int32 numCells)
@@ -310,7 +324,7 @@ private:
     Vector<GridEdge> mEdges;
     Vector<float> mNodeHeights;
     Vector<Stretch> mStretches; ///< all nodes in order
-    uint32 mNumMissing = 0;
+    std::atomic<uint32> mNumMissing{0};
     uint32 mReach = 0; ///< of a search beyond a side's coarse box [steps]
     bool mIsSparse = false;
     Vector<Cell> mCells;    ///< by number, y * mGridX + x; only those used where a table of all cells would be huge
