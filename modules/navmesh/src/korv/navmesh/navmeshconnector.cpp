@@ -13,8 +13,7 @@
 // left is told by what it has found.
 //
 // Invariants: the lists of the blocks do not change before all is found, so that the open sides of a node keep their
-// numbers; a node in progress has lists of its own.
-// Pieces come into the grid in the order of the sides that they are pieces of.
+// numbers; a node in progress has lists of its own. Pieces come into the grid in the order of their sides.
 //
 // Numbers: sides run along each other when the cosine of their angle is at least 0.99, in either direction. Heights are
 // those of a node's first corner and of the other side's first corner; slopes play no part.

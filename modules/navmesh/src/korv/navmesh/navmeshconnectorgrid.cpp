@@ -1,9 +1,9 @@
 // Finds sides near a side in the ground plane.
 //
 // Idea: square cells of twice the average length of the open sides; a side is listed in every cell it crosses, and
-// meets the sides listed in its own cells. The lists are ranges of one array, and stay as they are: a side that leaves
-// is marked, and pieces of split sides, which are few, hang in chains of their own. A coarse box beside each entry
-// tells that a side is too far away, so that most sides need not be fetched.
+// meets the sides listed in its own cells. The lists are ranges of one array, and stay as they are: whoever searches
+// knows which sides have left, and pieces of split sides, which are few, hang in chains of their own. A coarse box
+// beside each entry tells that a side is too far away, so that most sides need not be fetched.
 //
 // Cost: a side crosses few cells, as the cell size follows the average. A side takes 12 bytes, and 8 for each cell that
 // it crosses; a cell takes 16, a node 4.
