@@ -26,6 +26,11 @@ inline FloatLanes loadLanes(const float* from)
     return lanes;
 }
 
+inline void storeLanes(float* to, FloatLanes lanes)
+{
+    std::memcpy(to, &lanes, sizeof lanes);
+}
+
 inline FloatLanes sameLanes(float value)
 {
     return FloatLanes{value, value, value, value};

@@ -1,7 +1,5 @@
 #include "korv/navmesh/pieces/chainsearch.h"
 
-#include <algorithm>
-
 namespace KORV::NavMesh
 {
 namespace
@@ -13,60 +11,155 @@ constexpr int32 MAX_SEARCHES = 1 << 30;
 } // namespace
 
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
-    : mTable(table), mPivots(allocator), mRecords(allocator)
+    : mTable(table), mPartOf(allocator), mChains(allocator)
 {
 }
 
 void ChainSearch::reset()
 {
-    const size_t n = mTable.getOutline().mPoints.size();
-    if (mSearch < MAX_SEARCHES && n <= mPivots.size())
-        return; // no search to come has the number of one before
-    mSearch = 0;
-    mPivots.assign(n, Pivot{});
+    mCleared = false;
 }
 
-/// Goes on along an edge of the outline whose ends don't see each other.
-ChainSearch::Run ChainSearch::passHiddenEdge(int32 corner, Run run)
+/// Makes all arrivals look as if no chain came by them, as those that are not open must.
+void ChainSearch::clear()
 {
-    const Vec2<float> direction = mTable.direction(corner, corner + 1);
-    run = advance(getPivot(corner), run, direction);
-    extend({direction, run.mBestCost, corner, static_cast<int32>(run.mBest)}, mPivots[static_cast<size_t>(corner) + 1]);
+    mCleared = true;
+    mChains.assign(mTable.getNumArrivals(), Chain{});
+    const size_t n = mTable.getOutline().mPoints.size();
+    if (mSearch < MAX_SEARCHES && n <= mPartOf.size())
+        return; // no search to come has the number of one before
+    mSearch = 0;
+    mPartOf.assign(n, 0);
+}
+
+/// The same where a run is empty, or not known.
+void ChainSearch::reachAnyhow(int32 corner)
+{
+    Chain best;
+    mLastReached = NONE;
+    const uint32 end = mTable.arrivalsEnd(corner);
+    for (uint32 arrival = firstArrival(corner); arrival < end; ++arrival)
+    {
+        const ChordTable::Arrival& side = mTable.arrivals()[arrival];
+        const uint32 previous = takesPart(side.mFrom) ? findPrevious(side, corner) : NONE;
+        const float cost = side.mCost + mChains[previous].mCost;
+        if (previous != NONE)
+            mLastReached = arrival;
+        if (previous != NONE && best.mBestCost >= cost)
+            best = {cost, previous, cost, arrival};
+        mChains[arrival] = {cost, previous, best.mBestCost, best.mBest};
+    }
+    mReached = best.mBest;
+}
+
+/// The cheapest chain to the corner reached last that turns back convex, when not all do.
+uint32 ChainSearch::findConvex(int32 corner, const Vec2<float>& back) const
+{
+    const uint32 begin = firstArrival(corner);
+    if (!mTable.isEdgeHidden(corner) && turnAllBack(begin, mTable.arrivalsEnd(corner), back) && mReached != NONE)
+        return mReached;
+    const uint32 end = findConvexEnd(corner, back);
+    uint32 best = NONE;
+    for (uint32 chain = begin; chain < end; ++chain)
+    {
+        if (mChains[chain].mCost < NEVER && mChains[best].mCost >= mChains[chain].mCost)
+            best = chain;
+    }
+    // the closing edge of the outline takes what there is
+    if (best == NONE && mTable.isRoot(mFirst, corner))
+        best = findFirstChain(begin, mTable.arrivedSidesEnd(corner));
+    return best;
+}
+
+/// Whether all of some chains turn back convex.
+bool ChainSearch::turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const
+{
+    bool all = true;
+    for (; chain < end; ++chain)
+        all = all & (!(mChains[chain].mCost < NEVER) | turnsConvex(mTable.arriving(chain), back));
+    return all;
+}
+
+/// End of the arrivals at a corner before the first chain that turns back too far to the left. A hidden edge is no side
+/// of a piece.
+uint32 ChainSearch::findConvexEnd(int32 corner, const Vec2<float>& back) const
+{
+    const uint32 end = mTable.arrivedSidesEnd(corner);
+    if (mTable.getTurns(corner) == ChordTable::Turns::ALL)
+        return end;
+    return advance(firstArrival(corner), end, back);
+}
+
+uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
+{
+    while (arrival < end && mChains[arrival].mCost == NEVER)
+        ++arrival;
+    return arrival < end ? arrival : NONE;
+}
+
+/// The chain that the cheapest one over a side goes on from.
+uint32 ChainSearch::findPrevious(const ChordTable::Arrival& side, int32 corner)
+{
+    const uint32 best = mTable.getTurns(side.mFrom) == ChordTable::Turns::UNORDERED
+                            ? findUnorderedBest(side.mFrom, corner)
+                            : mChains[side.mRun].mBest;
+    if (best != NONE)
+        return best;
+    const uint32 first = findFirstChain(mTable.arrivalsBegin(side.mFrom), mTable.arrivalsEnd(side.mFrom));
+    mForced = mForced || first != NONE; // else no piece reaches that corner, and it takes no part
+    return first;
+}
+
+/// Sides are taken in the order of their later corners: what may go on along one is not asked again for the next.
+uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner) const
+{
+    const uint32 end = mTable.arrivalsEnd(from);
+    uint32 run = mTable.arrivalsBegin(from);
+    if (mTable.isEdgeHidden(from + 1) && (from + 1 == corner || takesPart(from + 1)))
+        run = advance(run, end, mTable.direction(from, from + 1));
+    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);
+    for (const ChordTable::Side* side = mTable.sidesBegin(from); side != sidesEnd && side->mTo <= corner; ++side)
+    {
+        if (side->mTo == corner || takesPart(side->mTo))
+            run = advance(run, end, mTable.arriving(side->mArrival));
+    }
+    return mChains[run - 1].mBest;
+}
+
+/// Lets arrivals take part up to the first chain that must not go on along a side.
+uint32 ChainSearch::advance(uint32 run, uint32 end, const Vec2<float>& leaving) const
+{
+    while (run < end && (mChains[run].mCost == NEVER || turnsConvex(mTable.arriving(run), leaving)))
+        ++run;
     return run;
 }
 
-/// The costs known are lower bounds, as they take more chains into account; where the chain of a record is seen, its
-/// cost is exact. Else the records that may come before it are asked, as far as they can be cheaper than what is found.
+/// The costs known are lower bounds, as they take more chains into account; where a chain is seen, its cost is exact.
+/// Else the chains that may come before its last side are asked, as far as they can be cheaper than what is found.
 bool ChainSearch::priceSeenChains(float& cost, int32 corner, const Vec2<float>& back)
 {
     mClosing = corner;
     mStepsLeft = MAX_STEPS;
-    return priceSeen(cost, corner, back);
+    return !mTable.isEdgeHidden(corner) && priceSeen(cost, firstArrival(corner), findConvexEnd(corner, back));
 }
 
-/// The cheapest record of a corner that may go on to a side and whose chain is seen.
-bool ChainSearch::priceSeen(float& cost, int32 corner, const Vec2<float>& leaving)
+/// The cheapest of some chains to a corner that are seen.
+bool ChainSearch::priceSeen(float& cost, uint32 chain, uint32 end)
 {
-    const Pivot& pivot = getPivot(corner);
-    if (mTable.isEdgeHidden(corner))
-        return false;
     bool found = false;
-    for (uint32 record = pivot.mBegin; record < pivot.mEnd; ++record)
+    for (; chain < end; ++chain)
     {
-        if (!pivot.mAllTurns && !turnsConvex(mRecords[record].mDirection, leaving))
-            break;
+        const Chain& link = mChains[chain];
+        if (link.mCost == NEVER)
+            continue;
         if (--mStepsLeft < 0)
             return false;
-        if (found && mRecords[record].mCost >= cost)
+        if (found && link.mCost >= cost)
             continue;
-        if (corner != mClosing && mRecords[record].mPrevious != NONE && !mTable.sees(mRecords[record].mFrom, mClosing))
-        {
-            if (pivot.mAllTurns)
-                return false; // others that are seen have not been kept
+        if (link.mPrevious != NONE && !mTable.sees(mTable.arrivals()[chain].mFrom, mClosing))
             continue;
-        }
         float seenCost = 0.0f;
-        if (!priceSeenRecord(seenCost, corner, record))
+        if (!priceSeenChain(seenCost, chain))
             return false;
         cost = found ? std::min(cost, seenCost) : seenCost;
         found = true;
@@ -74,20 +167,15 @@ bool ChainSearch::priceSeen(float& cost, int32 corner, const Vec2<float>& leavin
     return found;
 }
 
-bool ChainSearch::priceSeenRecord(float& cost, int32 corner, uint32 record)
+bool ChainSearch::priceSeenChain(float& cost, uint32 chain)
 {
-    const Record& link = mRecords[record];
-    cost = link.mCost;
-    if (link.mPrevious == NONE)
+    cost = mChains[chain].mCost;
+    if (isChainSeen(chain, mClosing))
         return true;
-    const bool seen = isChainSeen(static_cast<int32>(record), mClosing);
-    if (seen || getPivot(corner).mAllTurns)
-        return seen;
-    if (!priceSeen(cost, link.mFrom, link.mDirection))
+    const ChordTable::Arrival& side = mTable.arrivals()[chain];
+    if (mTable.isEdgeHidden(side.mFrom) || !priceSeen(cost, mTable.openArrival(side.mFrom), side.mRun + 1))
         return false;
-    const ChordTable::Side* side = std::lower_bound(mTable.sidesBegin(link.mFrom), mTable.sidesEnd(link.mFrom), corner,
-                                                    [](const ChordTable::Side& a, int32 to) { return a.mTo < to; });
-    cost = side->mCost + cost;
+    cost = side.mCost + cost;
     return true;
 }
 } // namespace KORV::NavMesh

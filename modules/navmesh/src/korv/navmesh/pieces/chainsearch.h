@@ -2,215 +2,184 @@
 
 #include "korv/navmesh/pieces/chordtable.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace KORV::NavMesh
 {
-/// Searches the cheapest convex chains from one corner of an outline over others, in the order of the outline.
+/// Searches the cheapest convex chains from one corner of an outline over others, in the order of the outline. A chain
+/// is known by the arrival that its last side is.
 /// The costs of all sides after the first corner must be known.
 class ChainSearch
 {
 public:
-    /// A chain that ends with the side from mFrom to the corner that holds the record.
-    struct Record
-    {
-        Vec2<float> mDirection; ///< of that side
-        float mCost;            ///< total chord length of everything on the chain's side
-        int32 mFrom;
-        int32 mPrevious; ///< record of the chain up to mFrom, or NONE
-    };
-
-    static constexpr int32 NONE = -1;
+    static constexpr uint32 NONE = ChordTable::NO_ARRIVAL;
 
     ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator);
 
     /// Forgets everything, for another outline in the table.
     void reset();
 
-    /// Starts at a corner, over others in increasing order; what was found before is forgotten.
-    void begin(int32 first, const int32* corners, const int32* end);
-    /// Goes on from the next of the corners, to which all chains are known then, to all later ones.
-    void pass(int32 corner);
-    /// Makes the side from the first corner to another one a chain too, at that cost. Before that one is passed.
-    void addFirstSide(const ChordTable::Side& side)
-    {
-        Pivot& pivot = mPivots[static_cast<size_t>(side.mTo)];
-        mRecords[--pivot.mBegin] = {side.mDirection, side.mCost, mFirst, NONE};
-    }
+    /// Starts at a corner; what was found before is forgotten.
+    void begin(int32 first);
+    /// Finds the chains to a corner, from the first one over those that take part so far: all but the side from the
+    /// first corner itself.
+    void reach(int32 corner);
+    /// Lets a corner that has been reached take part; the side from the first corner is a chain to it, too.
+    /// @param arrival  of that side, or any other where it is none.
+    void enter(int32 corner, uint32 arrival);
 
-    /// The cheapest chain to a corner that closes a convex piece against the side back to the first corner; of equal
-    /// ones the one with the later last side. NONE if there is none. Before that corner is passed.
+    /// The cheapest chain to the corner reached last that closes a convex piece against the side back to the first
+    /// corner; of equal ones the one with the later last side. NONE if there is none.
     /// @param back  direction of that side.
-    int32 findClosing(int32 corner, const Vec2<float>& back) const;
-    /// Whether every corner of such a chain sees the corner it closes at.
-    bool isChainSeen(int32 record, int32 corner) const;
-    /// The cost of the cheapest of those chains of whose corners all see that corner, where a few steps find it. Turns
-    /// at all these corners must be in order, and no chain forced.
+    uint32 findClosing(int32 corner, const Vec2<float>& back) const
+    {
+        const bool clear = mTable.areAllClosing(corner, mLastReached, back) && !mTable.isRoot(mFirst, corner);
+        return clear ? mReached : findConvex(corner, back);
+    }
+    /// Total chord length of everything on the side of a chain.
+    float getCost(uint32 chain) const { return mChains[chain].mCost; }
+    /// Whether every corner of a chain sees the one that it closes at.
+    bool isChainSeen(uint32 chain, int32 corner) const;
+    /// Writes the sides of such a chain, from the last to the first. @return how many, or 0 when it is not seen.
+    size_t copyIfSeen(uint32* sides, uint32 chain, int32 corner) const;
+    /// The cost of the cheapest chain that closes at the corner reached last and of which all corners see it, where a
+    /// few steps find it. Turns at all these corners must be in order, and no chain forced.
     /// @return false when they don't.
     bool priceSeenChains(float& cost, int32 corner, const Vec2<float>& back);
-    /// Writes the corners that the sides of a chain start at, from the last to the first. @return how many.
-    size_t copyChain(int32* corners, int32 record) const;
-    const Record& getRecord(int32 record) const { return mRecords[static_cast<size_t>(record)]; }
     /// Whether some chain had to take a corner that is not convex, for want of another.
     bool wasForced() const { return mForced; }
-    /// Whether some chain reaches a corner.
-    bool isReached(int32 corner) const { return getPivot(corner).mBegin < getPivot(corner).mEnd; }
-    /// Whether a corner is one of those of this search.
-    bool takesPart(int32 corner) const { return getPivot(corner).mSearch == mSearch; }
+    /// Whether some chain reaches the corner reached last.
+    bool isReached() const { return mReached != NONE; }
 
 private:
-    /// What is known about a corner. Its records follow each other by their mFrom; a place is left before them for the
-    /// side from the first corner. Where all turns are convex only the cheapest of the others is kept.
-    struct Pivot
+    static constexpr float NEVER = std::numeric_limits<float>::infinity();
+
+    /// The cheapest chain whose last side is an arrival, and the cheapest one of those up to that arrival at its
+    /// corner; of equal ones the later.
+    struct Chain
     {
-        int32 mSearch; // that it last took part in
-        uint32 mBegin; // of its records
-        uint32 mEnd;
-        bool mAllTurns;
+        float mCost = NEVER; // of none
+        uint32 mPrevious = NONE;
+        float mBestCost = NEVER;
+        uint32 mBest = NONE;
     };
 
-    /// The leading records of a corner that may go on along a side.
-    struct Run
+    bool takesPart(int32 corner) const { return mPartOf[static_cast<size_t>(corner)] == mSearch; }
+    void clear();
+    /// The first arrival at a corner that is not the side from the first one.
+    uint32 firstArrival(int32 corner) const
     {
-        uint32 mNext; // behind them
-        uint32 mBest; // the cheapest of them, or the first record where there are none
-        float mBestCost;
-    };
-
-    const Pivot& getPivot(int32 corner) const { return mPivots[static_cast<size_t>(corner)]; }
-    bool priceSeen(float& cost, int32 corner, const Vec2<float>& leaving);
-    bool priceSeenRecord(float& cost, int32 corner, uint32 record);
-    Run advance(const Pivot& pivot, Run run, const Vec2<float>& leaving);
-    Run passHiddenEdge(int32 corner, Run run);
-    void extend(const Record& chain, Pivot& target);
-    uint32 endWithoutHidden(int32 corner) const;
+        const uint32 arrival = mTable.openArrival(corner);
+        return arrival + (mTable.arrivals()[arrival].mFrom == mFirst ? 1 : 0);
+    }
+    void reachAnyhow(int32 corner);
+    uint32 findConvex(int32 corner, const Vec2<float>& back) const;
+    bool turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const;
+    uint32 findConvexEnd(int32 corner, const Vec2<float>& back) const;
+    uint32 findFirstChain(uint32 arrival, uint32 end) const;
+    uint32 findPrevious(const ChordTable::Arrival& side, int32 corner);
+    uint32 findUnorderedBest(int32 from, int32 corner) const;
+    uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
+    bool priceSeen(float& cost, uint32 chain, uint32 end);
+    bool priceSeenChain(float& cost, uint32 chain);
 
     ChordTable& mTable;
     int32 mFirst = 0;
     int32 mSearch = 0;
     bool mForced = false;
-    int32 mClosing = 0;   // corner that others must see
-    int32 mStepsLeft = 0; // of pricing chains that do
-    Vector<Pivot> mPivots;
-    Vector<Record> mRecords;
+    bool mCleared = false;      // for the outline at hand
+    uint32 mReached = NONE;     // the cheapest chain to the corner reached last
+    uint32 mLastReached = NONE; // the last one
+    int32 mClosing = 0;         // corner that others must see
+    int32 mStepsLeft = 0;       // of pricing chains that do
+    Vector<int32> mPartOf;      // the last search of each corner
+    Vector<Chain> mChains;      // by arrival
 };
 
-// The steps of a search are short and taken for each pair of corners: calls would cost as much as they do.
+// The steps of a search are short and taken for each pair of corners: calls would cost as much as they do, and so would
+// branches that follow no pattern.
 
-inline void ChainSearch::begin(int32 first, const int32* corners, const int32* end)
+inline void ChainSearch::begin(int32 first)
 {
+    if (!mCleared)
+        clear();
     ++mSearch;
     mFirst = first;
     mForced = false;
-    uint32 place = 0;
-    for (; corners != end; ++corners)
+}
+
+inline void ChainSearch::reach(int32 corner)
+{
+    const ChordTable::Arrival* const arrivals = mTable.arrivals();
+    const int32* const partOf = mPartOf.data();
+    const int32 search = mSearch;
+    Chain* const chains = mChains.data();
+    const uint32 end = mTable.arrivalsEnd(corner);
+    uint32 best = NONE;
+    float bestCost = NEVER;
+    uint32 last = NONE;
+    uint32 missing = 0;
+    for (uint32 arrival = firstArrival(corner); arrival < end; ++arrival)
     {
-        const bool allTurns = mTable.getTurns(*corners) == ChordTable::Turns::ALL;
-        mPivots[static_cast<size_t>(*corners)] = {mSearch, place + 1, place + 1, allTurns};
-        place += mTable.numChains(*corners);
+        const ChordTable::Arrival& side = arrivals[arrival];
+        const uint32 taken = partOf[side.mFrom] == search ? 1 : 0;
+        const uint32 mask = 0 - taken; // all bits, or none: those of NONE
+        const Chain& before = chains[side.mRun & mask];
+        const float cost = side.mCost + before.mBestCost;
+        best = bestCost < cost ? best : arrival & mask;
+        bestCost = std::min(cost, bestCost);
+        last = std::max(last, arrival & mask);
+        missing |= taken & (before.mBest == NONE ? 1 : 0);
+        chains[arrival] = {cost, before.mBest, bestCost, best};
     }
-    if (mRecords.size() < place)
-        mRecords.resize(place);
+    mReached = best;
+    mLastReached = last;
+    if (missing != 0)
+        reachAnyhow(corner);
 }
 
-/// Goes on along the sides to later corners. They come in increasing order, so that a record which has been used once
-/// needs no second look.
-inline void ChainSearch::pass(int32 corner)
+inline void ChainSearch::enter(int32 corner, uint32 arrival)
 {
-    const Pivot pivot = getPivot(corner);
-    if (pivot.mBegin == pivot.mEnd)
-        return; // no piece reaches it: it takes no part
-    Run run{pivot.mBegin, pivot.mBegin, mRecords[pivot.mBegin].mCost};
-    if (mTable.isEdgeHidden(corner + 1) && takesPart(corner + 1))
-        run = passHiddenEdge(corner, run);
-    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(corner);
-    for (const ChordTable::Side* side = mTable.sidesBegin(corner); side != sidesEnd; ++side)
+    mPartOf[static_cast<size_t>(corner)] = mSearch;
+    const ChordTable::Arrival& side = mTable.arrivals()[arrival];
+    if (side.mFrom != mFirst)
+        return;
+    Chain* const chains = mChains.data();
+    const float cost = side.mCost;
+    chains[arrival] = {cost, NONE, cost, arrival};
+    const uint32 end = mTable.arrivalsEnd(corner);
+    for (uint32 next = arrival + 1; next < end && chains[next].mBestCost > cost; ++next)
     {
-        Pivot& target = mPivots[static_cast<size_t>(side->mTo)];
-        if (target.mSearch != mSearch)
-            continue;
-        run = advance(pivot, run, side->mDirection);
-        extend({side->mDirection, side->mCost + run.mBestCost, corner, static_cast<int32>(run.mBest)}, target);
+        chains[next].mBestCost = cost;
+        chains[next].mBest = arrival;
     }
 }
 
-/// Lets all records take part that may go on along a side.
-inline ChainSearch::Run ChainSearch::advance(const Pivot& pivot, Run run, const Vec2<float>& leaving)
+inline bool ChainSearch::isChainSeen(uint32 chain, int32 corner) const
 {
-    const Record* const records = mRecords.data();
-    for (; run.mNext < pivot.mEnd; ++run.mNext)
+    const ChordTable::Arrival* const arrivals = mTable.arrivals();
+    // the last side is one, so its corner sees the end; the first one starts at the first corner
+    for (chain = mChains[chain].mPrevious; chain != NONE; chain = mChains[chain].mPrevious)
     {
-        const Record& record = records[run.mNext];
-        if (!pivot.mAllTurns && !turnsConvex(record.mDirection, leaving))
-            break;
-        if (run.mBestCost < record.mCost)
-            continue;
-        run.mBest = run.mNext;
-        run.mBestCost = record.mCost;
-    }
-    if (run.mNext == pivot.mBegin)
-        mForced = true;
-    return run;
-}
-
-inline void ChainSearch::extend(const Record& chain, Pivot& target)
-{
-    Record* const records = mRecords.data();
-    if (!target.mAllTurns || target.mBegin == target.mEnd)
-        records[target.mEnd++] = chain;
-    else if (records[target.mBegin].mCost >= chain.mCost)
-        records[target.mBegin] = chain;
-}
-
-inline int32 ChainSearch::findClosing(int32 corner, const Vec2<float>& back) const
-{
-    const Pivot& pivot = getPivot(corner);
-    const Record* const records = mRecords.data();
-    const uint32 end = endWithoutHidden(corner);
-    int32 best = NONE;
-    float bestCost = 0.0f;
-    for (uint32 record = pivot.mBegin; record < end; ++record)
-    {
-        if (!pivot.mAllTurns && !turnsConvex(records[record].mDirection, back))
-            break;
-        if (best != NONE && !(bestCost >= records[record].mCost))
-            continue;
-        best = static_cast<int32>(record);
-        bestCost = records[record].mCost;
-    }
-    // the closing edge of the outline takes what there is
-    if (best == NONE && pivot.mBegin < end && mTable.isRoot(mFirst, corner))
-        best = static_cast<int32>(pivot.mBegin);
-    return best;
-}
-
-/// End of the records of a corner whose last side may be one of a piece against it: a hidden edge is not.
-inline uint32 ChainSearch::endWithoutHidden(int32 corner) const
-{
-    const Pivot& pivot = getPivot(corner);
-    const bool hidden =
-        mTable.isEdgeHidden(corner) && isReached(corner) && mRecords[pivot.mEnd - 1].mFrom + 1 == corner;
-    return pivot.mEnd - (hidden ? 1 : 0);
-}
-
-inline size_t ChainSearch::copyChain(int32* corners, int32 record) const
-{
-    const Record* const records = mRecords.data();
-    size_t size = 0;
-    for (; record != NONE; record = records[record].mPrevious)
-        corners[size++] = records[record].mFrom;
-    return size;
-}
-
-inline bool ChainSearch::isChainSeen(int32 record, int32 corner) const
-{
-    if (record == NONE)
-        return true;
-    // the last side is one, so its corner sees the end; the record without one before it starts at the first corner
-    const Record* const records = mRecords.data();
-    for (record = records[record].mPrevious; record != NONE; record = records[record].mPrevious)
-    {
-        if (records[record].mPrevious != NONE && !mTable.sees(records[record].mFrom, corner))
+        if (mChains[chain].mPrevious != NONE && !mTable.sees(arrivals[chain].mFrom, corner))
             return false;
     }
     return true;
+}
+
+inline size_t ChainSearch::copyIfSeen(uint32* sides, uint32 chain, int32 corner) const
+{
+    const ChordTable::Arrival* const arrivals = mTable.arrivals();
+    size_t size = 0;
+    sides[size++] = chain;
+    bool seen = true;
+    // to the first corner, too, which sees the end: where a chain ends follows no pattern
+    for (chain = mChains[chain].mPrevious; chain != NONE; chain = mChains[chain].mPrevious)
+    {
+        sides[size++] = chain;
+        seen = seen & mTable.sees(arrivals[chain].mFrom, corner);
+    }
+    return seen ? size : 0;
 }
 } // namespace KORV::NavMesh

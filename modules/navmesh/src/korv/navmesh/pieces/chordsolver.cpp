@@ -42,13 +42,13 @@ constexpr size_t MAX_KEPT_CORNERS = size_t{1} << 30;
 
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
-      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mCorners(allocator), mOpen(allocator)
+      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mOpen(allocator)
 {
 }
 
 ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 {
-    mRoot = {mOutline.size() - 1, ChordTable::UNSOLVED, {}, ChainSearch::NONE};
+    mRoot = {0, ChordTable::UNSOLVED, ChainSearch::NONE, NO_CHAIN};
     mNumOwnSearches = 0;
     mNumKept = 0;
     if (!mTable.build(stop))
@@ -69,82 +69,85 @@ ChordSolver::Result ChordSolver::solve(const std::atomic<bool>& stop)
 /// Prices all chords that start at a corner.
 void ChordSolver::solveFrom(int32 i)
 {
+    mTable.open(i);
     const ChordTable::Side* const end = mTable.sidesEnd(i);
-    ChordTable::Side* side = mTable.sidesBegin(i);
+    const ChordTable::Side* side = mTable.sidesBegin(i);
     const int32 lastChord = i == 0 ? mOutline.size() - 1 : side != end ? end[-1].mTo : i;
     if (lastChord <= i + 1)
         return; // an edge at most
-    mSeenEnd = mTable.laterEnd(i);
-    while (mSeenEnd[-1] != lastChord)
-        --mSeenEnd;
-    mShared.begin(i, mTable.laterBegin(i), mSeenEnd);
+    mShared.begin(i);
     mUnordered.clear();
     mWindowStart = nullptr;
-    for (const int32* k = mTable.laterBegin(i); *k != lastChord; ++k)
+    for (const int32* k = mTable.laterBegin(i);; ++k)
     {
+        mShared.reach(*k);
         if (side != end && side->mTo == *k)
         {
             if (i + 1 != *k)
-                solveChord(i, *side);
-            mShared.addFirstSide(*side);
+                solveChord({i, *k, mTable.back(side->mArrival)}, mTable.arrivals()[side->mArrival]);
             ++side;
         }
-        mShared.pass(*k);
+        if (*k == lastChord)
+            break;
+        mShared.enter(*k, mTable.openArrival(*k));
         if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
             mUnordered.push_back(*k);
     }
-    if (i == 0)
-        mRoot = {lastChord, mOutline.way(i, lastChord).getLength(), mTable.direction(i, lastChord), ChainSearch::NONE};
-    solveChord(i, i == 0 ? mRoot : *side);
+    if (i > 0)
+        return;
+    mRoot.mCost = mOutline.way(0, lastChord).getLength();
+    solveChord({0, lastChord, mTable.direction(lastChord, 0)}, mRoot);
 }
 
 /// Prices a chord with the widest search that is exact for it, and keeps the chain that was found.
-inline void ChordSolver::solveChord(int32 i, ChordTable::Side& chord)
+inline void ChordSolver::solveChord(const Chord& chord, ChordTable::Arrival& side)
 {
-    const int32 k = chord.mTo;
-    const int32 best = mShared.findClosing(k, {-chord.mDirection.mX, -chord.mDirection.mY});
-    const bool exact = (isTrustworthy(mShared, k) && mShared.isChainSeen(best, k)) || doAllSee(i, k);
-    const float chainCost = exact ? takeChain(chord, mShared, best) : priceOwn(i, chord);
-    chord.mCost = chainCost < ChordTable::UNSOLVED ? chord.mCost + chainCost : ChordTable::UNSOLVED;
+    const uint32 best = mShared.findClosing(chord.mLast, chord.mBack);
+    const bool exact =
+        (isTrustworthy(mShared, chord.mLast) || doAllSee(chord)) && keepIfSeen(chord, side, mShared, best);
+    const float chainCost = exact ? mShared.getCost(best) : priceOwn(chord, side);
+    side.mCost = chainCost < ChordTable::UNSOLVED ? side.mCost + chainCost : ChordTable::UNSOLVED;
 }
 
 /// The cost of the chain against a chord for which the shared search is not exact.
-float ChordSolver::priceOwn(int32 i, ChordTable::Side& chord)
+float ChordSolver::priceOwn(const Chord& chord, ChordTable::Arrival& side)
 {
-    const int32 k = chord.mTo;
-    const Vec2<float> back{-chord.mDirection.mX, -chord.mDirection.mY};
-    const int32 best = searchWindow(i, k, back);
+    const uint32 best = searchWindow(chord);
     ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
-    if (isTrustworthy(search, k))
+    if (isTrustworthy(search, chord.mLast))
     {
-        if (mWindowStart != nullptr && mWindow.isChainSeen(best, k))
-            return takeChain(chord, mWindow, best);
+        if (mWindowStart != nullptr && keepIfSeen(chord, side, mWindow, best))
+            return mWindow.getCost(best);
         float cost = 0.0f;
-        if (search.priceSeenChains(cost, k, back))
+        if (search.priceSeenChains(cost, chord.mLast, chord.mBack))
             return cost;
     }
-    return takeChain(chord, mOwn, searchChord(i, k, back));
+    const uint32 own = searchChord(chord);
+    keepIfSeen(chord, side, mOwn, own);
+    return mOwn.getCost(own);
 }
 
-/// The cost of the chain against a chord, which is kept while there is room. In a wide round room chains are as long as
-/// the room has corners.
-inline float ChordSolver::takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record)
+/// Keeps the chain against a chord while there is room, if all its corners see the end of the chord. In a wide round
+/// room chains are as long as the room has corners.
+inline bool ChordSolver::keepIfSeen(const Chord& chord, ChordTable::Arrival& side, const ChainSearch& search,
+                                    uint32 chain)
 {
-    if (record < 0)
-        return ChordTable::UNSOLVED;
-    if (mNumKept < mRoom)
-        chord.mChain = appendChain(search, record);
-    return search.getRecord(record).mCost;
+    if (chain == ChainSearch::NONE)
+        return true;
+    const size_t size = copyIfSeen(chord, search, chain);
+    if (size > 0 && mNumKept < mRoom)
+    {
+        side.mChain = static_cast<int32>(mNumKept);
+        mNumKept += size;
+    }
+    return size > 0;
 }
 
-/// Keeps the corners of a chain; the last one of them is the first of the search.
-inline int32 ChordSolver::appendChain(const ChainSearch& search, int32 record)
+inline size_t ChordSolver::copyIfSeen(const Chord& chord, const ChainSearch& search, uint32 chain)
 {
-    const size_t start = mNumKept;
-    if (mChains.size() - start < mOutline.mPoints.size())
+    if (mChains.size() - mNumKept < mOutline.mPoints.size())
         growChains();
-    mNumKept += search.copyChain(mChains.data() + start, record);
-    return static_cast<int32>(start);
+    return search.copyIfSeen(mChains.data() + mNumKept, chain, chord.mLast);
 }
 
 /// Makes room for the longest chain of the outline.
@@ -165,107 +168,90 @@ bool ChordSolver::isUnorderedSeen(int32 k) const
                        [this, k](int32 corner) { return mTable.sees(corner, k); });
 }
 
-/// Whether all corners between i and k that i sees also see k.
-bool ChordSolver::doAllSee(int32 i, int32 k) const
+/// Whether all corners between the ends of a chord that its first end sees also see the other one.
+bool ChordSolver::doAllSee(const Chord& chord) const
 {
-    const int32* corner = mTable.laterBegin(i);
-    while (*corner != k && mTable.sees(*corner, k))
+    const int32* corner = mTable.laterBegin(chord.mFirst);
+    while (*corner != chord.mLast && mTable.sees(*corner, chord.mLast))
         ++corner;
-    return *corner == k;
+    return *corner == chord.mLast;
 }
 
-/// The cheapest chain from i to k over a window, which is left closed where it is no use.
-int32 ChordSolver::searchWindow(int32 i, int32 k, const Vec2<float>& back)
+/// The cheapest chain against a chord over a window, which is left closed where it is no use.
+uint32 ChordSolver::searchWindow(const Chord& chord)
 {
-    const int32* start = mTable.laterBegin(i);
-    while (!mTable.sees(*start, k) && *start != k)
+    const int32 last = chord.mLast;
+    const int32* const begin = mTable.laterBegin(chord.mFirst);
+    const int32* start = begin;
+    while (!mTable.sees(*start, last) && *start != last)
         ++start;
     if (mWindowStart != nullptr && mWindowStart <= start)
     {
-        const int32 best = closeInWindow(i, k, back);
-        if (mWindowStart == start || mWindow.isChainSeen(best, k))
+        const uint32 best = closeInWindow(chord);
+        if (mWindowStart == start || mWindow.isChainSeen(best, last))
             return best;
     }
     mWindowStart = nullptr;
-    if (start == mTable.laterBegin(i) || *start == k)
+    if (start == begin || *start == last)
         return ChainSearch::NONE;
-    openWindow(i, start);
-    return closeInWindow(i, k, back);
+    openWindow(chord.mFirst, start);
+    return closeInWindow(chord);
 }
 
 void ChordSolver::openWindow(int32 i, const int32* start)
 {
     mWindowStart = start;
-    mWindowNext = start;
-    mWindowSide = mTable.sidesBegin(i);
-    mWindow.begin(i, start, mSeenEnd);
+    mWindowReached = start;
+    mWindow.begin(i);
+    mWindow.reach(*start);
 }
 
-int32 ChordSolver::closeInWindow(int32 i, int32 k, const Vec2<float>& back)
+uint32 ChordSolver::closeInWindow(const Chord& chord)
 {
-    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(i);
-    for (; *mWindowNext != k; ++mWindowNext)
+    while (*mWindowReached != chord.mLast)
     {
-        while (mWindowSide != sidesEnd && mWindowSide->mTo < *mWindowNext)
-            ++mWindowSide;
-        if (mWindowSide != sidesEnd && mWindowSide->mTo == *mWindowNext)
-            mWindow.addFirstSide(*mWindowSide);
-        mWindow.pass(*mWindowNext);
+        mWindow.enter(*mWindowReached, mTable.openArrival(*mWindowReached));
+        mWindow.reach(*++mWindowReached);
     }
-    return mWindow.findClosing(k, back);
+    return mWindow.findClosing(chord.mLast, chord.mBack);
 }
 
-/// The cheapest chain from i to k over the corners that see both.
-int32 ChordSolver::searchChord(int32 i, int32 k, const Vec2<float>& back)
+/// The cheapest chain against a chord over the corners that see both its ends.
+uint32 ChordSolver::searchChord(const Chord& chord)
 {
     ++mNumOwnSearches;
-    mCorners.clear();
-    for (const int32* corner = mTable.laterBegin(i); *corner != k; ++corner)
+    mOwn.begin(chord.mFirst);
+    for (const int32* corner = mTable.laterBegin(chord.mFirst); *corner != chord.mLast; ++corner)
     {
-        if (mTable.sees(*corner, k))
-            mCorners.push_back(*corner);
+        if (!mTable.sees(*corner, chord.mLast))
+            continue;
+        mOwn.reach(*corner);
+        mOwn.enter(*corner, mTable.findArrival(*corner, chord.mFirst));
     }
-    mCorners.push_back(k);
-    mOwn.begin(i, mCorners.data(), mCorners.data() + mCorners.size());
-    const ChordTable::Side* side = mTable.sidesBegin(i);
-    for (size_t at = 0; at + 1 < mCorners.size(); ++at)
-    {
-        while (side != mTable.sidesEnd(i) && side->mTo < mCorners[at])
-            ++side;
-        if (side != mTable.sidesEnd(i) && side->mTo == mCorners[at])
-            mOwn.addFirstSide(*side);
-        mOwn.pass(mCorners[at]);
-    }
-    return mOwn.findClosing(k, back);
+    mOwn.reach(chord.mLast);
+    return mOwn.findClosing(chord.mLast, chord.mBack);
 }
 
 void ChordSolver::extract(ConvexPieces& pieces)
 {
     mOpen.clear();
-    mOpen.push_back({0, mOutline.size() - 1, -1});
+    mOpen.push_back({0, mOutline.size() - 1, -1, mRoot.mChain});
     for (size_t current = 0; current < mOpen.size(); ++current)
         appendPiece(pieces, static_cast<int32>(current));
 }
 
-/// Where the chain against chord (i, k) begins; found anew where pricing has not kept it.
-int32 ChordSolver::findChain(int32 i, int32 k)
+/// Finds the chain against a chord anew, where pricing has not kept it.
+int32 ChordSolver::findChain(const Open& open)
 {
-    int32 chain = mRoot.mChain;
-    if (!mTable.isRoot(i, k))
-    {
-        const ChordTable::Side* const side =
-            std::lower_bound(mTable.sidesBegin(i), mTable.sidesEnd(i), k,
-                             [](const ChordTable::Side& a, int32 to) { return a.mTo < to; });
-        chain = side->mChain;
-    }
-    if (chain >= 0)
-        return chain;
-    const Vec2<float> direction = mTable.direction(i, k);
-    const int32 record = searchChord(i, k, {-direction.mX, -direction.mY});
-    [[maybe_unused]] const bool sound =
-        KORV_ASSERT(mOwn.isReached(k), "current->mStack", "stack should not be empty") &&
-        KORV_ASSERT(record >= 0, "optimal", "no optimal fragment found");
-    return record >= 0 ? appendChain(mOwn, record) : ChainSearch::NONE;
+    const Chord chord{open.mFirst, open.mLast, mTable.direction(open.mLast, open.mFirst)};
+    const uint32 chain = searchChord(chord);
+    [[maybe_unused]] const bool sound = KORV_ASSERT(mOwn.isReached(), "current->mStack", "stack should not be empty") &&
+                                        KORV_ASSERT(chain != ChainSearch::NONE, "optimal", "no optimal fragment found");
+    if (chain == ChainSearch::NONE)
+        return NO_CHAIN;
+    const size_t start = mNumKept;
+    mNumKept += copyIfSeen(chord, mOwn, chain);
+    return static_cast<int32>(start);
 }
 
 /// Whether a way has a length; its square does exactly then.
@@ -279,7 +265,7 @@ bool ChordSolver::haveDistance(int32 a, int32 b) const
 void ChordSolver::appendPiece(ConvexPieces& pieces, int32 current)
 {
     const Open open = mOpen[static_cast<size_t>(current)];
-    int32 place = findChain(open.mFirst, open.mLast);
+    int32 place = open.mChain >= 0 ? open.mChain : findChain(open);
     pieces.mStart.push_back(static_cast<uint32>(pieces.mCorners.size()));
     // Side lengths are checked for the pieces in use only: a search looks at the same pair of corners again and again.
     [[maybe_unused]] const bool sound = KORV_ASSERT(haveDistance(open.mLast, open.mFirst), "tmp2.getLength() != 0.0f",
@@ -287,27 +273,28 @@ void ChordSolver::appendPiece(ConvexPieces& pieces, int32 current)
     int32 before = open.mLast;
     while (place >= 0)
     {
-        const int32 corner = mChains[static_cast<size_t>(place)];
+        const ChordTable::Arrival& side = mTable.arrivals()[mChains[static_cast<size_t>(place)]];
+        const int32 corner = side.mFrom;
         [[maybe_unused]] const bool descending =
             KORV_ASSERT(before >= corner, "j >= i", "i must be greater or equal j");
         [[maybe_unused]] const bool apart = KORV_ASSERT(haveDistance(before, corner), "tmp1.getLength() != 0.0f",
                                                         "cannot normalize null length vector");
         pieces.mCorners.push_back(before);
-        pieces.mNeighbours.push_back(corner + 1 == before ? -1 : openPiece(corner, before, current));
+        pieces.mNeighbours.push_back(corner + 1 == before ? -1 : openPiece({corner, before, current, side.mChain}));
         before = corner;
-        place = corner != open.mFirst ? place + 1 : ChainSearch::NONE;
+        place = corner != open.mFirst ? place + 1 : NO_CHAIN;
     }
     pieces.mCorners.push_back(before);
     pieces.mNeighbours.push_back(open.mParent);
 }
 
 /// @return the number of the piece.
-int32 ChordSolver::openPiece(int32 first, int32 last, int32 parent)
+int32 ChordSolver::openPiece(const Open& piece)
 {
     [[maybe_unused]] const bool fits =
         KORV_ASSERT(mOpen.size() < static_cast<size_t>(mOutline.size()), "(numPoly - startPoly) < mN",
                     "number of new polygons cannot be bigger than number of edges from the source polygon");
-    mOpen.push_back({first, last, parent});
+    mOpen.push_back(piece);
     return static_cast<int32>(mOpen.size() - 1);
 }
 } // namespace KORV::NavMesh

@@ -36,42 +36,49 @@ private:
         int32 mFirst;
         int32 mLast;
         int32 mParent;
+        int32 mChain; ///< against it, or NO_CHAIN where it is not kept
     };
 
+    struct Chord
+    {
+        int32 mFirst;
+        int32 mLast;
+        Vec2<float> mBack; ///< direction from the last to the first
+    };
+
+    static constexpr int32 NO_CHAIN = -1;
+
     void solveFrom(int32 i);
-    void solveChord(int32 i, ChordTable::Side& chord);
-    float priceOwn(int32 i, ChordTable::Side& chord);
-    float takeChain(ChordTable::Side& chord, const ChainSearch& search, int32 record);
-    int32 appendChain(const ChainSearch& search, int32 record);
+    void solveChord(const Chord& chord, ChordTable::Arrival& side);
+    float priceOwn(const Chord& chord, ChordTable::Arrival& side);
+    bool keepIfSeen(const Chord& chord, ChordTable::Arrival& side, const ChainSearch& search, uint32 chain);
+    size_t copyIfSeen(const Chord& chord, const ChainSearch& search, uint32 chain);
     void growChains();
-    int32 findChain(int32 i, int32 k);
+    int32 findChain(const Open& open);
     bool isTrustworthy(const ChainSearch& search, int32 k) const;
     bool isUnorderedSeen(int32 k) const;
-    bool doAllSee(int32 i, int32 k) const;
-    int32 searchWindow(int32 i, int32 k, const Vec2<float>& back);
+    bool doAllSee(const Chord& chord) const;
+    uint32 searchWindow(const Chord& chord);
     void openWindow(int32 i, const int32* start);
-    int32 closeInWindow(int32 i, int32 k, const Vec2<float>& back);
-    int32 searchChord(int32 i, int32 k, const Vec2<float>& back);
+    uint32 closeInWindow(const Chord& chord);
+    uint32 searchChord(const Chord& chord);
     bool haveDistance(int32 a, int32 b) const;
     void appendPiece(ConvexPieces& pieces, int32 current);
-    int32 openPiece(int32 first, int32 last, int32 parent);
+    int32 openPiece(const Open& piece);
 
     const PlaneOutline& mOutline;
     ChordTable mTable;
-    ChainSearch mShared;                 // over all corners that the first one sees
-    ChainSearch mWindow;                 // over those of them from one on
-    ChainSearch mOwn;                    // over those that also see the last one
-    const int32* mSeenEnd = nullptr;     // of corners that the first one sees, behind the last one with a chord
-    const int32* mWindowStart = nullptr; // among the corners that the first one sees; null: not open
-    const int32* mWindowNext = nullptr;  // the next to be passed
-    const ChordTable::Side* mWindowSide = nullptr;
-    Vector<int32> mUnordered; // corners that the first one sees where the answers depend on who takes part
-    Vector<int32> mChains;    // corners of chains, each from the last to the first
-    size_t mNumKept = 0;      // of them that are in use
-    size_t mRoom = 0;         // as many may be kept
-    Vector<int32> mCorners;   // scratch
-    Vector<Open> mOpen;       // pieces found by extract, in their order
-    ChordTable::Side mRoot{}; // the closing edge of the outline
+    ChainSearch mShared;                   // over all corners that the first one sees
+    ChainSearch mWindow;                   // over those of them from one on
+    ChainSearch mOwn;                      // over those that also see the last one
+    const int32* mWindowStart = nullptr;   // among the corners that the first one sees; null: not open
+    const int32* mWindowReached = nullptr; // the last of them that has been reached
+    Vector<int32> mUnordered;              // corners that the first one sees where the answers depend on who takes part
+    Vector<uint32> mChains;                // their sides, as arrivals; of each from the last to the first
+    size_t mNumKept = 0;                   // of them that are in use
+    size_t mRoom = 0;                      // as many may be kept
+    Vector<Open> mOpen;                    // pieces found by extract, in their order
+    ChordTable::Arrival mRoot{};           // the closing edge of the outline
     uint32 mNumOwnSearches = 0;
 };
 } // namespace KORV::NavMesh

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
-#include <numeric>
 
 // The search for pieces asks again and again whether a chain that comes from f may go over p to t. Directions from p to
 // the corners it sees turn clockwise with their index, beginning at p + 1: so the f that may are a leading run, and it
@@ -25,13 +24,11 @@ namespace
 constexpr float NOISE = 1e-6f;
 /// So many directions that are nearly the same make no more than noise together.
 constexpr int MAX_SAME = 8;
-/// From the limit of convex turns; more than the noise of two directions and of the order of the others.
-constexpr float CLEAR = 4e-6f;
 /// Directions closer to a full turn than this (as sine), or beyond, are left to the long way.
 constexpr float FULL_TURN = 3e-4f;
 /// Less than the tolerance of convex turns.
 constexpr float HALF_TURN = 5e-6f;
-constexpr float CONVEX_LIMIT = 0.0001f;
+constexpr int32 NO_CORNER = -1;
 /// Up to this many corners the pairs that see each other are kept as bits too: half a megabyte.
 constexpr size_t MAX_BIT_ROWS = 2048;
 
@@ -39,12 +36,20 @@ uint64 laneBits(MaskLanes lanes)
 {
     return gatherBits(lanes, MaskLanes{});
 }
+
+/// Copies some more than that, up to full lanes.
+void copyLanes(float* to, const float* from, size_t size)
+{
+    for (size_t at = 0; at < size; at += NUM_LANES)
+        storeLanes(to + at, loadLanes(from + at));
+}
 } // namespace
 
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
-      mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mArrivalStart(allocator),
-      mBackX(allocator), mBackY(allocator), mEdgeHidden(allocator), mTurns(allocator), mNumChains(allocator),
+      mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mWayX(allocator),
+      mWayY(allocator), mLength(allocator), mArrivalStart(allocator), mArrivals(allocator), mBackX(allocator),
+      mBackY(allocator), mOpenArrival(allocator), mEdgeHidden(allocator), mTurns(allocator), mOneWay(allocator),
       mFan(allocator)
 {
 }
@@ -56,7 +61,8 @@ bool ChordTable::build(const std::atomic<bool>& stop)
         return false;
     listSides();
     measureSides();
-    transpose();
+    startArrivals();
+    placeArrivals();
     classifyCorners();
     return !stop.load(std::memory_order_relaxed);
 }
@@ -94,40 +100,54 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
     return true;
 }
 
-/// Lists the sides among the pairs that see each other, and marks the pairs as bits.
+/// Lists the sides among the pairs that see each other, with the ways along them, and counts those that arrive. Marks
+/// the pairs as bits.
 void ChordTable::listSides()
 {
     const size_t n = mOutline.mPoints.size();
     mSideStart.resize(n + 1);
+    mArrivalStart.assign(n + 1, 0);
+    if (mSides.size() < mLater.size() + NUM_LANES)
+    {
+        mSides.resize(2 * mLater.size() + NUM_LANES);
+        mWayX.resize(mSides.size());
+        mWayY.resize(mSides.size());
+        mLength.resize(mSides.size());
+    }
     size_t numSides = 0;
     for (size_t i = 0; i < n; ++i)
     {
         mSideStart[i] = static_cast<uint32>(numSides);
-        const size_t room = numSides + (mLaterStart[i + 1] - mLaterStart[i]) + NUM_LANES;
-        if (mSides.size() < room)
-            mSides.resize(2 * room);
-        numSides += writeSides(mSides.data() + numSides, static_cast<int32>(i));
+        numSides += writeSides(numSides, static_cast<int32>(i));
         if (mRowWords > 0)
             markSeen(static_cast<int32>(i));
     }
     mSideStart[n] = static_cast<uint32>(numSides);
 }
 
-/// The sides that start at a corner, with the ways along them for directions. @return how many.
-inline size_t ChordTable::writeSides(Side* sides, int32 i) const
+/// The sides that start at a corner. @return how many.
+inline size_t ChordTable::writeSides(size_t at, int32 i)
 {
     const Vec2<float>* const points = mOutline.measured().data();
     const uint8* const reflex = mOutline.mReflex.data();
+    uint32* const numArrivals = mArrivalStart.data() + 1;
     const Vec2<float> here = points[i];
-    const bool fromReflex = reflex[i] != 0;
-    const int32* const end = laterEnd(i);
-    Side* side = sides;
+    Side* const sides = mSides.data() + at;
+    float* const x = mWayX.data() + at;
+    float* const y = mWayY.data() + at;
+    size_t size = 0;
+    const int32* const end = laterEnd(i) - (i == 0 ? 1 : 0); // without the closing edge
     for (const int32* k = laterBegin(i); k != end; ++k)
     {
-        if (i + 1 == *k || ((fromReflex || reflex[*k] != 0) && !isRoot(i, *k)))
-            *side++ = {*k, 0.0f, points[*k] - here, -1};
+        // written in any case: which are sides follows no pattern
+        sides[size].mTo = *k;
+        x[size] = points[*k].mX - here.mX;
+        y[size] = points[*k].mY - here.mY;
+        const uint32 isSide = (reflex[i] | reflex[*k] | (i + 1 == *k ? 1u : 0u)) & 1u;
+        numArrivals[*k] += isSide;
+        size += isSide;
     }
-    return static_cast<size_t>(side - sides);
+    return size;
 }
 
 inline void ChordTable::markSeen(int32 i)
@@ -140,47 +160,92 @@ inline void ChordTable::markSeen(int32 i)
         seeing[static_cast<size_t>(*k) * rowWords] |= bit;
 }
 
-/// Turns the ways along sides to directions, and sets their costs. Four at a time: each rounds as it does alone.
+/// Turns the ways along sides to directions, and takes their lengths. Four at a time: each rounds as it does alone.
 void ChordTable::measureSides()
 {
-    for (Side* side = mSides.data(); side < mSides.data() + getNumSides(); side += NUM_LANES)
+    const size_t numSides = getNumSides();
+    for (size_t at = 0; at < numSides; at += NUM_LANES)
     {
-        FloatLanes x{side[0].mDirection.mX, side[1].mDirection.mX, side[2].mDirection.mX, side[3].mDirection.mX};
-        FloatLanes y{side[0].mDirection.mY, side[1].mDirection.mY, side[2].mDirection.mY, side[3].mDirection.mY};
+        const FloatLanes x = loadLanes(mWayX.data() + at);
+        const FloatLanes y = loadLanes(mWayY.data() + at);
         const FloatLanes length = squareRoots(x * x + y * y);
         const FloatLanes divisor = length > 0.0f ? length : sameLanes(1.0f);
-        x /= divisor;
-        y /= divisor;
-        for (size_t lane = 0; lane < NUM_LANES; ++lane)
-        {
-            side[lane].mCost = length[lane];
-            side[lane].mDirection = {x[lane], y[lane]};
-        }
-    }
-    for (int32 i = 0; i < mOutline.size(); ++i)
-    {
-        if (sidesBegin(i) != sidesEnd(i) && sidesBegin(i)->mTo == i + 1)
-            sidesBegin(i)->mCost = 0.0f;
+        storeLanes(mWayX.data() + at, x / divisor);
+        storeLanes(mWayY.data() + at, y / divisor);
+        storeLanes(mLength.data() + at, length);
     }
 }
 
-/// Lists the directions of sides, turned back, by their later corner, each list by increasing first corner.
-void ChordTable::transpose()
+/// Turns the numbers of arrivals to where they begin.
+void ChordTable::startArrivals()
 {
-    mArrivalStart.assign(mOutline.mPoints.size() + 2, 0);
-    uint32* const start = mArrivalStart.data() + 1;
-    const Side* const end = mSides.data() + getNumSides();
-    for (const Side* side = mSides.data(); side != end; ++side)
-        ++start[side->mTo + 1];
-    std::partial_sum(mArrivalStart.begin(), mArrivalStart.end(), mArrivalStart.begin());
-    mBackX.resize(getNumSides() + NUM_LANES);
-    mBackY.resize(getNumSides() + NUM_LANES);
-    for (const Side* side = mSides.data(); side != end; ++side) // moves each start to the one of the list behind
+    const size_t n = mOutline.mPoints.size();
+    const size_t room = getNumSides() + 2 * n + NUM_LANES;
+    if (mArrivals.size() < room)
     {
-        const uint32 place = start[side->mTo]++;
-        mBackX[place] = -side->mDirection.mX;
-        mBackY[place] = -side->mDirection.mY;
+        mArrivals.resize(2 * room);
+        mBackX.resize(2 * room);
+        mBackY.resize(2 * room);
     }
+    mOpenArrival.resize(n);
+    uint32 place = 0;
+    for (size_t k = 0; k < n; ++k)
+    {
+        const uint32 numArrivals = mArrivalStart[k + 1] + mEdgeHidden[k];
+        mArrivalStart[k] = place;
+        mArrivals[place].mFrom = NO_CORNER;
+        mOpenArrival[k] = ++place;
+        place += numArrivals;
+    }
+    mArrivalStart[n] = place;
+    mArrivals[place].mFrom = NO_CORNER;
+}
+
+/// Lists sides by their later corner, and leaves no arrival open but hidden edges.
+void ChordTable::placeArrivals()
+{
+    const float* const x = mWayX.data();
+    const float* const y = mWayY.data();
+    size_t at = 0;
+    for (int32 i = 0; i < mOutline.size(); ++i)
+    {
+        for (const size_t end = mSideStart[static_cast<size_t>(i) + 1]; at < end; ++at)
+        {
+            Side& side = mSides[at];
+            const uint32 place = mOpenArrival[static_cast<size_t>(side.mTo)]++;
+            side.mArrival = place;
+            mArrivals[place] = {i, i + 1 == side.mTo ? 0.0f : mLength[at], NO_ARRIVAL, -1};
+            mBackX[place] = -x[at];
+            mBackY[place] = -y[at];
+        }
+        if (isEdgeHidden(i + 1))
+            placeHiddenEdge(i);
+    }
+}
+
+void ChordTable::placeHiddenEdge(int32 i)
+{
+    const uint32 place = arrivalsEnd(i + 1) - 1;
+    const Vec2<float> way = direction(i, i + 1);
+    mArrivals[place] = {i, 0.0f, mArrivalStart[static_cast<size_t>(i)], -1};
+    mBackX[place] = -way.mX;
+    mBackY[place] = -way.mY;
+}
+
+void ChordTable::open(int32 i)
+{
+    const Side* const end = sidesEnd(i);
+    for (const Side* side = sidesBegin(i); side != end; ++side)
+        mOpenArrival[static_cast<size_t>(side->mTo)] = side->mArrival;
+}
+
+uint32 ChordTable::findArrival(int32 k, int32 from) const
+{
+    const Arrival* const begin = mArrivals.data() + arrivalsBegin(k);
+    const Arrival* const end = mArrivals.data() + arrivalsEnd(k);
+    const Arrival* const found =
+        std::lower_bound(begin, end, from, [](const Arrival& a, int32 first) { return a.mFrom < first; });
+    return static_cast<uint32>(found - mArrivals.data());
 }
 
 bool ChordTable::isListed(int32 i, int32 k) const
@@ -191,16 +256,10 @@ bool ChordTable::isListed(int32 i, int32 k) const
 void ChordTable::classifyCorners()
 {
     mTurns.resize(mOutline.mPoints.size());
-    mNumChains.resize(mOutline.mPoints.size());
+    mOneWay.resize(mOutline.mPoints.size());
     mFan.reserve(mOutline.mPoints.size() + 1); // a hidden edge comes in addition
     for (int32 p = 0; p < mOutline.size(); ++p)
-    {
-        const size_t at = static_cast<size_t>(p);
-        const Turns turns = classifyTurns(p);
-        mTurns[at] = turns;
-        const uint32 numLast = mArrivalStart[at + 1] - mArrivalStart[at] + mEdgeHidden[at];
-        mNumChains[at] = 1 + (turns == Turns::ALL ? 1 : numLast);
-    }
+        mTurns[static_cast<size_t>(p)] = classifyTurns(p);
 }
 
 void ChordTable::Fan::reserve(size_t size)
@@ -211,54 +270,61 @@ void ChordTable::Fan::reserve(size_t size)
 
 inline void ChordTable::gatherFan(int32 p)
 {
-    const Side* const leaving = sidesBegin(p);
-    const size_t numLeaving = mSideStart[static_cast<size_t>(p) + 1] - mSideStart[static_cast<size_t>(p)];
-    float* const x = mFan.mX.data();
-    float* const y = mFan.mY.data();
-    for (size_t at = 0; at < numLeaving; ++at)
-    {
-        x[at] = leaving[at].mDirection.mX;
-        y[at] = leaving[at].mDirection.mY;
-    }
-    const size_t firstArrival = mArrivalStart[static_cast<size_t>(p)];
-    const float* const backX = mBackX.data() + firstArrival;
-    const float* const backY = mBackY.data() + firstArrival;
-    size_t numArriving = mArrivalStart[static_cast<size_t>(p) + 1] - firstArrival;
-    for (size_t at = 0; at < numArriving; at += NUM_LANES)
-    {
-        std::memcpy(x + numLeaving + at, backX + at, sizeof(FloatLanes));
-        std::memcpy(y + numLeaving + at, backY + at, sizeof(FloatLanes));
-    }
-    if (isEdgeHidden(p))
-    {
-        const Vec2<float> edge = direction(p - 1, p);
-        x[numLeaving + numArriving] = -edge.mX;
-        y[numLeaving + numArriving] = -edge.mY;
-        ++numArriving;
-    }
-    mFan.mNumLeaving = numLeaving;
-    mFan.mNumArriving = numArriving;
+    const size_t firstSide = mSideStart[static_cast<size_t>(p)];
+    const size_t firstArrival = arrivalsBegin(p);
+    mFan.mNumLeaving = mSideStart[static_cast<size_t>(p) + 1] - firstSide;
+    mFan.mNumArriving = arrivalsEnd(p) - firstArrival;
+    copyLanes(mFan.mX.data(), mWayX.data() + firstSide, mFan.mNumLeaving);
+    copyLanes(mFan.mY.data(), mWayY.data() + firstSide, mFan.mNumLeaving);
+    copyLanes(mFan.mX.data() + mFan.mNumLeaving, mBackX.data() + firstArrival, mFan.mNumArriving);
+    copyLanes(mFan.mY.data() + mFan.mNumLeaving, mBackY.data() + firstArrival, mFan.mNumArriving);
 }
 
+/// Tells what turns at a corner are like, and how far the run of arrivals goes for each side that leaves.
 ChordTable::Turns ChordTable::classifyTurns(int32 p)
 {
     if (isEdgeHidden(p + 1))
-        return Turns::UNORDERED;
+        return giveUpOrder(p);
     const bool reflex = mOutline.isReflex(p);
     gatherFan(p);
-    const bool oneSided = mFan.mNumLeaving == 0 || mFan.mNumArriving == 0;
+    const size_t numArriving = mFan.mNumArriving;
+    const bool oneSided = mFan.mNumLeaving == 0 || numArriving == 0;
     const Spread spread = isEdgeHidden(p) ? Spread::UNKNOWN : findSpread();
-    if (spread == Spread::HALF_TURN && !reflex)
-        return Turns::ALL;
-    if (spread == Spread::HALF_TURN && oneSided)
+    mOneWay[static_cast<size_t>(p)] = spread != Spread::UNKNOWN ? 1 : 0;
+    if (spread == Spread::HALF_TURN && (oneSided || !reflex))
+    {
+        setRuns(p, numArriving);
+        return reflex ? Turns::ORDERED : Turns::ALL;
+    }
+    if (spread != Spread::UNKNOWN && reflex && findClearRuns(p))
         return Turns::ORDERED;
-    if (spread != Spread::UNKNOWN && reflex && isOrderClear())
-        return Turns::ORDERED;
-    if (!isOrdered())
-        return Turns::UNORDERED;
+    if (!findRuns(p))
+        return giveUpOrder(p);
     // at a convex corner every turn is convex, whichever arrivals there are
-    const bool all = oneSided || turnsConvex(mFan.arriving(mFan.mNumArriving - 1), mFan.leaving(0));
-    return reflex || all ? Turns::ORDERED : Turns::UNORDERED;
+    if (reflex || oneSided || turnsConvex(mFan.arriving(numArriving - 1), mFan.leaving(0)))
+        return Turns::ORDERED;
+    return giveUpOrder(p);
+}
+
+ChordTable::Turns ChordTable::giveUpOrder(int32 p)
+{
+    mOneWay[static_cast<size_t>(p)] = 0;
+    setRuns(p, 0);
+    return Turns::UNORDERED;
+}
+
+inline void ChordTable::setRun(int32 p, size_t leaving, size_t run)
+{
+    mArrivals[sidesBegin(p)[leaving].mArrival].mRun = mArrivalStart[static_cast<size_t>(p)] + static_cast<uint32>(run);
+}
+
+/// The same run for all sides that leave.
+inline void ChordTable::setRuns(int32 p, size_t run)
+{
+    const uint32 last = mArrivalStart[static_cast<size_t>(p)] + static_cast<uint32>(run);
+    const Side* const end = sidesEnd(p);
+    for (const Side* side = sidesBegin(p); side != end; ++side)
+        mArrivals[side->mArrival].mRun = last;
 }
 
 /// What the directions from the corner at hand span, if they turn clockwise up to noise.
@@ -322,15 +388,16 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
     const uint64 all = ~uint64(0) >> (WORD_BITS - size);
     ahead &= all;
     const uint64 aheadAgain = ahead & (ahead + 1); // without those before the first one that is not
-    if (((turnsOn | same) & all) != all || std::popcount(same & all) >= MAX_SAME || (ahead & 1) == 0 ||
+    same &= all;
+    if ((turnsOn | same | ~all) != ~uint64(0) || (same != 0 && std::popcount(same) >= MAX_SAME) || (ahead & 1) == 0 ||
         (aheadAgain & ~clear) != 0)
         return Spread::UNKNOWN;
     return (beyond & all) == 0 ? Spread::HALF_TURN : Spread::FULL_TURN;
 }
 
-/// Whether for each side that leaves, the last arrival that may go on and the first that may not are clear of the
-/// limit. Directions must turn one way.
-bool ChordTable::isOrderClear() const
+/// Finds the arrivals that may go on along each side that leaves. @return whether all the last ones of them and the
+/// first others are clear of the limit. Directions must turn one way.
+bool ChordTable::findClearRuns(int32 p)
 {
     size_t run = 0;
     for (size_t at = 0; at < mFan.mNumLeaving; ++at)
@@ -342,12 +409,13 @@ bool ChordTable::isOrderClear() const
             return false;
         if (run < mFan.mNumArriving && !(cross(mFan.arriving(run), leaving) > CONVEX_LIMIT + CLEAR))
             return false;
+        setRun(p, at, run);
     }
     return true;
 }
 
-/// The same by asking for every pair.
-bool ChordTable::isOrdered() const
+/// The same by asking for every pair. @return whether turns are in order.
+bool ChordTable::findRuns(int32 p)
 {
     size_t run = 0; // arrivals that may go on along the side before
     for (size_t at = 0; at < mFan.mNumLeaving; ++at)
@@ -364,6 +432,7 @@ bool ChordTable::isOrdered() const
         if (end < run)
             return false;
         run = end;
+        setRun(p, at, run);
     }
     return true;
 }

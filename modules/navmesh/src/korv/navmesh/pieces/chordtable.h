@@ -31,21 +31,32 @@ struct PlaneOutline
 };
 
 /// The pairs of corners that see each other, with what the search for pieces needs to know about each.
-/// Memory: 4 bytes for each pair that sees each other, 28 for each that may bound a piece, and a bit for any pair where
+/// Memory: 4 bytes for each pair that sees each other, 40 for each that may bound a piece, and a bit for any pair where
 /// the corners are few. Fails with the allocator's exception only.
 class ChordTable
 {
 public:
-    static constexpr float UNSOLVED = 3.4028235e+38f;
+    /// More than any length that arithmetic on an outline is finite for; sums of many are finite, too.
+    static constexpr float UNSOLVED = 1e30f;
+    /// An arrival that there is not: chains never come by it.
+    static constexpr uint32 NO_ARRIVAL = 0;
 
     /// A side of pieces, stored with its first corner: an edge of the outline or a chord with a reflex end.
     struct Side
     {
-        int32 mTo;              ///< the later corner
-        float mCost;            ///< cheapest total chord length of the part it cuts off, itself included; of a chord
-                                ///< that has not been priced its own length
-        Vec2<float> mDirection; ///< of unit length
-        int32 mChain;           ///< of the piece against it, as its owner keeps chains; negative for none
+        int32 mTo;       ///< the later corner
+        uint32 mArrival; ///< its place among the arrivals
+    };
+
+    /// The same, stored with its later corner; also an edge whose ends don't see each other.
+    struct Arrival
+    {
+        int32 mFrom;  ///< the earlier corner
+        float mCost;  ///< cheapest total chord length of the part it cuts off, itself included; of a chord that has
+                      ///< not been priced its own length
+        uint32 mRun;  ///< the last arrival at the earlier corner that may go on along it, those before may as well;
+                      ///< where there is none, or turns are UNORDERED, the place before the first
+        int32 mChain; ///< of the piece against it, as its owner keeps chains; negative for none
     };
 
     /// What is known about the turns at a corner, between sides that arrive from earlier corners and leave to later
@@ -76,19 +87,39 @@ public:
         return (mSeeing[seeingWord(i, k)] >> (static_cast<uint32>(i) % WORD_BITS) & 1) != 0;
     }
     /// Sides that start at i, by increasing later corner.
-    Side* sidesBegin(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
-    Side* sidesEnd(int32 i) { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
+    const Side* sidesBegin(int32 i) const { return mSides.data() + mSideStart[static_cast<size_t>(i)]; }
+    const Side* sidesEnd(int32 i) const { return mSides.data() + mSideStart[static_cast<size_t>(i) + 1]; }
     size_t getNumSides() const { return mSideStart.back(); }
-    /// So many chains to corner k may have to be kept by a search that passes it: one for each side that ends there,
-    /// one for a hidden edge, and one from the first corner of the search. Where all turns are convex the cheapest will
-    /// do.
-    uint32 numChains(int32 k) const { return mNumChains[static_cast<size_t>(k)]; }
+
+    /// Arrivals at one corner follow each other by increasing earlier corner; between those of two corners a place is
+    /// left, which looks as if no chain came from there.
+    Arrival* arrivals() { return mArrivals.data(); }
+    size_t getNumArrivals() const { return mArrivalStart.back(); }
+    uint32 arrivalsBegin(int32 k) const { return mArrivalStart[static_cast<size_t>(k)] + 1; }
+    uint32 arrivalsEnd(int32 k) const { return mArrivalStart[static_cast<size_t>(k) + 1]; }
+    /// Without the hidden edge, which is no side.
+    uint32 arrivedSidesEnd(int32 k) const { return arrivalsEnd(k) - mEdgeHidden[static_cast<size_t>(k)]; }
+    /// From the corner of an arrival back to where it comes from, of unit length.
+    Vec2<float> back(uint32 arrival) const { return {mBackX[arrival], mBackY[arrival]}; }
+    Vec2<float> arriving(uint32 arrival) const { return {-mBackX[arrival], -mBackY[arrival]}; }
+    /// The first arrival from a corner or later ones.
+    uint32 findArrival(int32 k, int32 from) const;
+    /// The same for the last corner that has been opened; corners are opened from the last one down.
+    uint32 openArrival(int32 k) const { return mOpenArrival[static_cast<size_t>(k)]; }
+    void open(int32 i);
 
     /// The closing edge of the outline is no side, though it joins first and last corner.
     bool isRoot(int32 i, int32 k) const { return i == 0 && k == mOutline.size() - 1; }
     /// Whether the edge that ends at k joins corners that don't see each other: degenerate outlines have that.
     bool isEdgeHidden(int32 k) const { return mEdgeHidden[static_cast<size_t>(k)] != 0; }
     Turns getTurns(int32 p) const { return mTurns[static_cast<size_t>(p)]; }
+    /// Whether a turn from any of the arrivals at a corner up to one of them, back to an earlier corner than all these
+    /// come from, is certainly convex.
+    /// @param back  direction of a side to that corner.
+    bool areAllClosing(int32 p, uint32 last, const Vec2<float>& back) const
+    {
+        return mOneWay[static_cast<size_t>(p)] != 0 && cross(arriving(last), back) < CONVEX_LIMIT - CLEAR;
+    }
     /// Of unit length, unless the corners coincide.
     Vec2<float> direction(int32 a, int32 b) const { return normalised(mOutline.way(a, b)); }
 
@@ -120,6 +151,10 @@ private:
     };
 
     static constexpr size_t WORD_BITS = 64;
+    /// Of the cross product of directions at a convex turn.
+    static constexpr float CONVEX_LIMIT = 0.0001f;
+    /// From that limit; more than the noise of two directions and of the order of the others.
+    static constexpr float CLEAR = 4e-6f;
 
     size_t seeingWord(int32 i, int32 k) const
     {
@@ -129,17 +164,22 @@ private:
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
     void listSides();
-    size_t writeSides(Side* sides, int32 i) const;
+    size_t writeSides(size_t at, int32 i);
     void markSeen(int32 i);
     void measureSides();
-    void transpose();
+    void startArrivals();
+    void placeArrivals();
+    void placeHiddenEdge(int32 i);
     void classifyCorners();
     void gatherFan(int32 p);
     Turns classifyTurns(int32 p);
+    Turns giveUpOrder(int32 p);
     Spread findSpread() const;
     Spread findSteadySpread() const;
-    bool isOrderClear() const;
-    bool isOrdered() const;
+    void setRun(int32 p, size_t leaving, size_t run);
+    void setRuns(int32 p, size_t run);
+    bool findClearRuns(int32 p);
+    bool findRuns(int32 p);
 
     const PlaneOutline& mOutline;
     OutlineVisibility mVisibility;
@@ -149,13 +189,18 @@ private:
     size_t mRowWords = 0;   // 0: no bits
     Vector<uint32> mSideStart;
     Vector<Side> mSides; // and room for more
-    Vector<uint32> mArrivalStart;
-    Vector<float> mBackX; // from the later corners of sides to their first ones, by the later one; of unit length
+    Vector<float> mWayX; // along sides, to the later corner; of unit length once they are measured
+    Vector<float> mWayY;
+    Vector<float> mLength;
+    Vector<uint32> mArrivalStart; // the place before the first of each corner
+    Vector<Arrival> mArrivals;
+    Vector<float> mBackX; // from the later corner of each arrival to the earlier one; of unit length
     Vector<float> mBackY;
+    Vector<uint32> mOpenArrival;
     Vector<uint8> mEdgeHidden;
     Vector<Turns> mTurns;
-    Vector<uint32> mNumChains;
-    Fan mFan; // of the corner at hand
+    Vector<uint8> mOneWay; // whether directions from a corner turn one way, by less than a full turn
+    Fan mFan;              // of the corner at hand
 };
 
 /// Whether a turn is to the right, straight on, or to the left by no more than 0.0001 (as sine).
