@@ -74,10 +74,13 @@ uint32 ChainSearch::findConvex(int32 corner, const Vec2<float>& back) const
 /// Whether all of some chains turn back convex.
 bool ChainSearch::turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const
 {
-    bool all = true;
+    uint32 isOther = 0; // no branch: see the header
     for (; chain < end; ++chain)
-        all = all & (!(mChains[chain].mCost < NEVER) | turnsConvex(mTable.arriving(chain), back));
-    return all;
+    {
+        const uint32 exists = mChains[chain].mCost < NEVER ? 1 : 0;
+        isOther |= exists & (turnsConvex(mTable.arriving(chain), back) ? 0u : 1u);
+    }
+    return isOther == 0;
 }
 
 /// End of the arrivals at a corner before the first chain that turns back too far to the left. A hidden edge is no side
