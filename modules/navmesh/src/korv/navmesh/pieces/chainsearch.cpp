@@ -32,22 +32,30 @@ void ChainSearch::clear()
     mPartOf.assign(n, 0);
 }
 
-/// The same where a run is empty, or not known.
+/// The same for many arrivals, and where a run is empty or not known.
 void ChainSearch::reachAnyhow(int32 corner)
 {
+    const ChordTable::Arrival* const arrivals = mTable.arrivals();
+    Chain* const chains = mChains.data();
     Chain best;
     mLastReached = NONE;
     const uint32 end = mTable.arrivalsEnd(corner);
     for (uint32 arrival = firstArrival(corner); arrival < end; ++arrival)
     {
-        const ChordTable::Arrival& side = mTable.arrivals()[arrival];
-        const uint32 previous = takesPart(side.mFrom) ? findPrevious(side, corner) : NONE;
-        const float cost = side.mCost + mChains[previous].mCost;
-        if (previous != NONE)
-            mLastReached = arrival;
-        if (previous != NONE && best.mBestCost >= cost)
+        const ChordTable::Arrival& side = arrivals[arrival];
+        chains[arrival] = {NEVER, NONE, best.mBestCost, best.mBest};
+        if (!takesPart(side.mFrom))
+            continue;
+        uint32 previous = chains[side.mRun].mBest;
+        if (previous == NONE)
+            previous = findPrevious(side.mFrom, corner);
+        if (previous == NONE)
+            continue;
+        mLastReached = arrival;
+        const float cost = side.mCost + chains[previous].mCost;
+        if (best.mBestCost >= cost)
             best = {cost, previous, cost, arrival};
-        mChains[arrival] = {cost, previous, best.mBestCost, best.mBest};
+        chains[arrival] = {cost, previous, best.mBestCost, best.mBest};
     }
     mReached = best.mBest;
 }
@@ -100,15 +108,14 @@ uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
     return arrival < end ? arrival : NONE;
 }
 
-/// The chain that the cheapest one over a side goes on from.
-uint32 ChainSearch::findPrevious(const ChordTable::Arrival& side, int32 corner)
+/// The chain that the cheapest one over a side goes on from, where the table knows no run with a chain.
+uint32 ChainSearch::findPrevious(int32 from, int32 corner)
 {
-    const uint32 best = mTable.getTurns(side.mFrom) == ChordTable::Turns::UNORDERED
-                            ? findUnorderedBest(side.mFrom, corner)
-                            : mChains[side.mRun].mBest;
+    const bool ordered = mTable.getTurns(from) != ChordTable::Turns::UNORDERED;
+    const uint32 best = ordered ? NONE : findUnorderedBest(from, corner);
     if (best != NONE)
         return best;
-    const uint32 first = findFirstChain(mTable.arrivalsBegin(side.mFrom), mTable.arrivalsEnd(side.mFrom));
+    const uint32 first = findFirstChain(mTable.arrivalsBegin(from), mTable.arrivalsEnd(from));
     mForced = mForced || first != NONE; // else no piece reaches that corner, and it takes no part
     return first;
 }

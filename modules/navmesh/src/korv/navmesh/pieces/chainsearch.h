@@ -53,6 +53,8 @@ public:
     bool isReached() const { return mReached != NONE; }
 
 private:
+    /// Where more arrive, most of them take no part, and those that do follow each other.
+    static constexpr uint32 FEW_ARRIVALS = 12;
     static constexpr float NEVER = std::numeric_limits<float>::infinity();
 
     /// The cheapest chain whose last side is an arrival, and the cheapest one of those up to that arrival at its
@@ -78,7 +80,7 @@ private:
     bool turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const;
     uint32 findConvexEnd(int32 corner, const Vec2<float>& back) const;
     uint32 findFirstChain(uint32 arrival, uint32 end) const;
-    uint32 findPrevious(const ChordTable::Arrival& side, int32 corner);
+    uint32 findPrevious(int32 from, int32 corner);
     uint32 findUnorderedBest(int32 from, int32 corner) const;
     uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
     bool priceSeen(float& cost, uint32 chain, uint32 end);
@@ -116,11 +118,14 @@ inline void ChainSearch::reach(int32 corner)
     const int32 search = mSearch;
     Chain* const chains = mChains.data();
     const uint32 end = mTable.arrivalsEnd(corner);
+    uint32 arrival = firstArrival(corner);
+    if (end > arrival + FEW_ARRIVALS)
+        return reachAnyhow(corner);
     uint32 best = NONE;
     float bestCost = NEVER;
     uint32 last = NONE;
     uint32 missing = 0;
-    for (uint32 arrival = firstArrival(corner); arrival < end; ++arrival)
+    for (; arrival < end; ++arrival)
     {
         const ChordTable::Arrival& side = arrivals[arrival];
         const uint32 taken = partOf[side.mFrom] == search ? 1 : 0;
@@ -173,13 +178,13 @@ inline size_t ChainSearch::copyIfSeen(uint32* sides, uint32 chain, int32 corner)
     const ChordTable::Arrival* const arrivals = mTable.arrivals();
     size_t size = 0;
     sides[size++] = chain;
-    bool seen = true;
-    // to the first corner, too, which sees the end: where a chain ends follows no pattern
+    // the last side is one, so its corner sees the end; the first one starts at the first corner
     for (chain = mChains[chain].mPrevious; chain != NONE; chain = mChains[chain].mPrevious)
     {
         sides[size++] = chain;
-        seen = seen & mTable.sees(arrivals[chain].mFrom, corner);
+        if (mChains[chain].mPrevious != NONE && !mTable.sees(arrivals[chain].mFrom, corner))
+            return 0;
     }
-    return seen ? size : 0;
+    return size;
 }
 } // namespace KORV::NavMesh

@@ -109,7 +109,7 @@ void ChordTable::listSides()
     mArrivalStart.assign(n + 1, 0);
     if (mSides.size() < mLater.size() + NUM_LANES)
     {
-        mSides.resize(2 * mLater.size() + NUM_LANES);
+        mSides.resize(mLater.size() + NUM_LANES);
         mWayX.resize(mSides.size());
         mWayY.resize(mSides.size());
         mLength.resize(mSides.size());
@@ -183,9 +183,9 @@ void ChordTable::startArrivals()
     const size_t room = getNumSides() + 2 * n + NUM_LANES;
     if (mArrivals.size() < room)
     {
-        mArrivals.resize(2 * room);
-        mBackX.resize(2 * room);
-        mBackY.resize(2 * room);
+        mArrivals.resize(room);
+        mBackX.resize(room);
+        mBackY.resize(room);
     }
     mOpenArrival.resize(n);
     uint32 place = 0;

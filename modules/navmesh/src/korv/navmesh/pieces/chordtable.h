@@ -31,7 +31,7 @@ struct PlaneOutline
 };
 
 /// The pairs of corners that see each other, with what the search for pieces needs to know about each.
-/// Memory: 4 bytes for each pair that sees each other, 40 for each that may bound a piece, and a bit for any pair where
+/// Memory: 4 bytes for each pair that sees each other, 44 for each that may bound a piece, and a bit for any pair where
 /// the corners are few. Fails with the allocator's exception only.
 class ChordTable
 {
