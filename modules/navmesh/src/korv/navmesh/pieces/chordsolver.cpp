@@ -105,8 +105,8 @@ inline void ChordSolver::solveChord(const Chord& chord, ChordTable::Arrival& sid
     const uint32 best = mShared.findClosing(chord.mLast, chord.mBack);
     const bool exact =
         (isTrustworthy(mShared, chord.mLast) || doAllSee(chord)) && keepIfSeen(chord, side, mShared, best);
-    const float chainCost = exact ? mShared.getCost(best) : priceOwn(chord, side);
-    side.mCost = chainCost < ChordTable::UNSOLVED ? side.mCost + chainCost : ChordTable::UNSOLVED;
+    side.mCost += exact ? mShared.getCost(best) : priceOwn(chord, side);
+    side.mCost = std::min(side.mCost, ChordTable::UNSOLVED);
 }
 
 /// The cost of the chain against a chord for which the shared search is not exact.
