@@ -54,7 +54,7 @@ public:
 
 private:
     /// Where more arrive, most of them take no part, and those that do follow each other.
-    static constexpr uint32 FEW_ARRIVALS = 12;
+    static constexpr uint32 FEW_ARRIVALS = 24;
     static constexpr float NEVER = std::numeric_limits<float>::infinity();
 
     /// The cheapest chain whose last side is an arrival, and the cheapest one of those up to that arrival at its
