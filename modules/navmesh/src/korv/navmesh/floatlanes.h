@@ -50,6 +50,16 @@ inline FloatLanes squareRoots(FloatLanes lanes)
 #endif
 }
 
+/// Turns vectors to unit length, but those of length 0. @return the lengths they had.
+inline FloatLanes normaliseLanes(FloatLanes& x, FloatLanes& y)
+{
+    const FloatLanes length = squareRoots(x * x + y * y);
+    const FloatLanes divisor = length > 0.0f ? length : sameLanes(1.0f);
+    x /= divisor;
+    y /= divisor;
+    return length;
+}
+
 /// p where it is smaller, else q: also where one is not a number.
 inline FloatLanes smallerLanes(FloatLanes p, FloatLanes q)
 {

@@ -166,13 +166,11 @@ void ChordTable::measureSides()
     const size_t numSides = getNumSides();
     for (size_t at = 0; at < numSides; at += NUM_LANES)
     {
-        const FloatLanes x = loadLanes(mWayX.data() + at);
-        const FloatLanes y = loadLanes(mWayY.data() + at);
-        const FloatLanes length = squareRoots(x * x + y * y);
-        const FloatLanes divisor = length > 0.0f ? length : sameLanes(1.0f);
-        storeLanes(mWayX.data() + at, x / divisor);
-        storeLanes(mWayY.data() + at, y / divisor);
-        storeLanes(mLength.data() + at, length);
+        FloatLanes x = loadLanes(mWayX.data() + at);
+        FloatLanes y = loadLanes(mWayY.data() + at);
+        storeLanes(mLength.data() + at, normaliseLanes(x, y));
+        storeLanes(mWayX.data() + at, x);
+        storeLanes(mWayY.data() + at, y);
     }
 }
 

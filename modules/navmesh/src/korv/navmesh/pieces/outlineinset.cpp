@@ -9,14 +9,6 @@ namespace KORV::NavMesh
 {
 namespace
 {
-void normalise(FloatLanes& x, FloatLanes& y)
-{
-    const FloatLanes length = squareRoots(x * x + y * y);
-    const FloatLanes divisor = length > 0.0f ? length : sameLanes(1.0f);
-    x /= divisor;
-    y /= divisor;
-}
-
 /// Up to four outlines on their way.
 class InsetLanes
 {
@@ -79,11 +71,11 @@ private:
         FloatLanes arrivingY = y - mBeforeY;
         FloatLanes leavingX = afterX - x;
         FloatLanes leavingY = afterY - y;
-        normalise(arrivingX, arrivingY);
-        normalise(leavingX, leavingY);
+        normaliseLanes(arrivingX, arrivingY);
+        normaliseLanes(leavingX, leavingY);
         FloatLanes inwardX = arrivingY + leavingY;
         FloatLanes inwardY = -(arrivingX + leavingX);
-        normalise(inwardX, inwardY);
+        normaliseLanes(inwardX, inwardY);
         mBeforeX = x + inwardX * mDistance;
         mBeforeY = y + inwardY * mDistance;
         for (size_t at = 0; at < NUM_LANES; ++at)
