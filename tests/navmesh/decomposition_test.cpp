@@ -251,7 +251,7 @@ void expectLiteralSight(const PlaneOutline& outline)
 {
     LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
     OutlineVisibility visibility(outline.mPoints, outline.mReflex, Common::Memory::getDefaultAllocator());
-    visibility.build();
+    visibility.build(false);
     for (int32 i = 0; i + 1 < outline.size(); ++i)
     {
         Vector<int32> visible(Common::Memory::getDefaultAllocator());

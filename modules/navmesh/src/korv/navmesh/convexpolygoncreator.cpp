@@ -191,6 +191,7 @@ ConvexPolygonCreator::Rescue ConvexPolygonCreator::decomposeRefined(ConvexPieces
     snapToHalfCubes();
     mPolygon.mUnmoved.assign(mPolygon.mPoints.begin(), mPolygon.mPoints.end());
     insetSides(REFINED_INSET);
+    mPolygon.mClosed = true;
     if (!solve(pieces, stop) || !areAllConvex(pieces))
     {
         rescue = Rescue::TRIANGLES;
@@ -213,6 +214,7 @@ void ConvexPolygonCreator::clear()
     mPolygon.mPoints.clear();
     mPolygon.mUnmoved.clear();
     mPolygon.mReflex.clear();
+    mPolygon.mClosed = false;
 }
 
 void ConvexPolygonCreator::project(Vec2<float>* corners, const Vector<Vec3<float>>& points) const

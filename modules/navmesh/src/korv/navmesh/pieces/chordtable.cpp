@@ -80,7 +80,7 @@ void ChordTable::startOutline()
 bool ChordTable::findVisible(const std::atomic<bool>& stop)
 {
     const int32 n = mOutline.size();
-    mVisibility.build();
+    mVisibility.build(mOutline.mClosed);
     for (int32 i = 0; i < n; ++i)
     {
         if (stop.load(std::memory_order_relaxed))
@@ -125,7 +125,7 @@ void ChordTable::listSides()
     mSideStart[n] = static_cast<uint32>(numSides);
 }
 
-/// The sides that start at a corner. @return how many.
+/// The sides that start at a corner, which sight need not be marked for any more. @return how many.
 inline size_t ChordTable::writeSides(size_t at, int32 i)
 {
     const Vec2<float>* const points = mOutline.measured().data();
@@ -137,14 +137,17 @@ inline size_t ChordTable::writeSides(size_t at, int32 i)
     float* const y = mWayY.data() + at;
     size_t size = 0;
     const int32* const end = laterEnd(i) - (i == 0 ? 1 : 0); // without the closing edge
-    for (const int32* k = laterBegin(i); k != end; ++k)
+    for (int32* seen = mLater.data() + mLaterStart[static_cast<size_t>(i)]; seen != end; ++seen)
     {
+        const uint32 isTouching = (*seen & ClosedSight::TOUCHING) != 0 ? 1 : 0;
+        *seen &= ~ClosedSight::TOUCHING;
+        const int32 k = *seen;
         // written in any case: which are sides follows no pattern
-        sides[size].mTo = *k;
-        x[size] = points[*k].mX - here.mX;
-        y[size] = points[*k].mY - here.mY;
-        const uint32 isSide = (reflex[i] | reflex[*k] | (i + 1 == *k ? 1u : 0u)) & 1u;
-        numArrivals[*k] += isSide;
+        sides[size].mTo = k;
+        x[size] = points[k].mX - here.mX;
+        y[size] = points[k].mY - here.mY;
+        const uint32 isSide = ((reflex[i] | reflex[k]) & (isTouching ^ 1u)) | (i + 1 == k ? 1u : 0u);
+        numArrivals[k] += isSide;
         size += isSide;
     }
     return size;

@@ -32,6 +32,8 @@ constexpr float END_ROOM = 0.0002f;
 constexpr float SIDE_ROOM = 0.0001f;
 /// What rounding moves the end of a ray by, of its length.
 constexpr float ROUNDING = 1e-6f;
+/// What it moves a corner by, of the size of the outline.
+constexpr float CORNER_ROUNDING = 2e-7f;
 /// Tolerances above this share of the shortest edge leave nothing clear.
 constexpr float SMALL = 0.5f;
 /// Triangles may lap over each other by this share of the tolerances.
@@ -50,13 +52,15 @@ float convexReach(const Vec2<float>& arriving, const Vec2<float>& leaving, float
 OutlineVisibility::OutlineVisibility(const Vector<Vec2<float>>& polygon, const Vector<uint8>& reflex,
                                      Common::Memory::Allocator* allocator)
     : mPolygon(polygon), mReflex(reflex), mBoxes(polygon, allocator), mSweeps(polygon, reflex, mBoxes, allocator),
-      mTriangles(polygon, mBoxes, allocator), mOpen(allocator), mUnasked(allocator), mShown(allocator)
+      mTriangles(polygon, mBoxes, allocator), mClosedSight(polygon, mTriangles, allocator), mOpen(allocator),
+      mUnasked(allocator), mShown(allocator)
 {
 }
 
-void OutlineVisibility::build()
+void OutlineVisibility::build(bool closed)
 {
     mN = static_cast<int32>(mPolygon.size());
+    mClosed = closed;
     mBoxes.build();
     if (mShown.size() < mPolygon.size())
         mShown.resize(mPolygon.size());
@@ -64,6 +68,7 @@ void OutlineVisibility::build()
         mOpen.resize(mPolygon.size());
     mCut = mBoxes.isBounded() && measure() && mTriangles.build(NOISE * mReach);
     mSweeps.build(mReach);
+    mClosedSight.build(mRounding);
 }
 
 /// @return false when tolerances are not small against the edges.
@@ -89,13 +94,17 @@ bool OutlineVisibility::measure()
         high = {std::max(high.mX, mPolygon[k].mX), std::max(high.mY, mPolygon[k].mY)};
         arriving = leaving;
     }
-    mReach = SIDE_ROOM + END_ROOM * farthest + ROUNDING * (high.mX - low.mX + high.mY - low.mY);
+    const float size = high.mX - low.mX + high.mY - low.mY;
+    mRounding = CORNER_ROUNDING * size;
+    mReach = SIDE_ROOM + END_ROOM * farthest + ROUNDING * size;
     mSlope = 2.0f * mReach / shortest;
     return TURN_ROOM / shortest + mReach < SMALL * shortest; // false for what is not a number, too
 }
 
 void OutlineVisibility::appendVisible(Vector<int32>& visible, int32 corner)
 {
+    if (mClosed && mCut)
+        return mClosedSight.appendVisible(visible, corner);
     mEye = corner;
     mSweeps.trust();
     mUnasked.clear();

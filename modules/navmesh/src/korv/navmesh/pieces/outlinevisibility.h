@@ -1,7 +1,7 @@
 #pragma once
 
+#include "korv/navmesh/pieces/closedsight.h"
 #include "korv/navmesh/pieces/outlinesweeps.h"
-#include "korv/navmesh/pieces/outlinetriangles.h"
 
 #include <cmath>
 
@@ -17,9 +17,12 @@ public:
                       Common::Memory::Allocator* allocator);
 
     /// Takes outline and flags as they are now; they must not change until the last corner.
-    void build();
+    /// @param closed  whether lines of sight may touch the outline. Its straight lines must be straight up to rounding
+    /// then, and instead of sweeps only the triangles are asked, unless there are none.
+    void build(bool closed);
 
-    /// Appends the corners after @p corner, which is not the last one, that see it, in increasing order.
+    /// Appends the corners after @p corner, which is not the last one, that see it, in increasing order. In a closed
+    /// outline they are marked as ClosedSight does.
     /// Cost: the triangles in sight, and a ray for each corner that another one is seen close to; at worst whole
     /// sweeps.
     void appendVisible(Vector<int32>& visible, int32 corner);
@@ -118,11 +121,14 @@ private:
     EdgeBoxes mBoxes;
     OutlineSweeps mSweeps;
     OutlineTriangles mTriangles;
+    ClosedSight mClosedSight;
     int32 mN = 0;
-    bool mCut = false;   // into triangles
-    float mReach = 0.0f; // of edges beyond their ends, and the like
-    float mSlope = 0.0f; // of a corner within reach of a line past its neighbour, at most
-    int32 mEye = 0;      // corner that looks
+    bool mClosed = false;
+    bool mCut = false;      // into triangles
+    float mRounding = 0.0f; // of a corner
+    float mReach = 0.0f;    // of edges beyond their ends, and the like
+    float mSlope = 0.0f;    // of a corner within reach of a line past its neighbour, at most
+    int32 mEye = 0;         // corner that looks
     Vector<Cone> mOpen;
     Vector<Unasked> mUnasked; // of this eye
     Vector<int32> mShown;     // corners that the eye sees, in their order, and room for all
