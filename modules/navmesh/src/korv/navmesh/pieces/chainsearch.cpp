@@ -11,7 +11,7 @@ constexpr int32 MAX_SEARCHES = 1 << 30;
 } // namespace
 
 ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
-    : mTable(table), mPartOf(allocator), mChains(allocator)
+    : mTable(table), mPartOf(allocator), mChains(allocator), mDoubts(allocator), mProgress(allocator)
 {
 }
 
@@ -30,6 +30,7 @@ void ChainSearch::clear()
         return; // no search to come has the number of one before
     mSearch = 0;
     mPartOf.assign(n, 0);
+    mProgress.clear();
 }
 
 /// The same for many arrivals, and where a run is empty or not known.
@@ -48,7 +49,7 @@ void ChainSearch::reachAnyhow(int32 corner)
             continue;
         uint32 previous = chains[side.mRun].mBest;
         if (previous == NONE)
-            previous = findPrevious(side.mFrom, corner);
+            previous = findPrevious(arrival, corner);
         if (previous == NONE)
             continue;
         mLastReached = arrival;
@@ -64,7 +65,7 @@ void ChainSearch::reachAnyhow(int32 corner)
 uint32 ChainSearch::findConvex(int32 corner, const Vec2<float>& back) const
 {
     const uint32 begin = firstArrival(corner);
-    if (!mTable.isEdgeHidden(corner) && turnAllBack(begin, mTable.arrivalsEnd(corner), back) && mReached != NONE)
+    if (!mTable.isEdgeHidden(corner) && doAllTurn(begin, mTable.arrivalsEnd(corner), back) && mReached != NONE)
         return mReached;
     const uint32 end = findConvexEnd(corner, back);
     uint32 best = NONE;
@@ -79,14 +80,14 @@ uint32 ChainSearch::findConvex(int32 corner, const Vec2<float>& back) const
     return best;
 }
 
-/// Whether all of some chains turn back convex.
-bool ChainSearch::turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const
+/// Whether all of some chains turn convex.
+bool ChainSearch::doAllTurn(uint32 chain, uint32 end, const Vec2<float>& onward) const
 {
     uint32 isOther = 0; // no branch: see the header
     for (; chain < end; ++chain)
     {
         const uint32 exists = mChains[chain].mCost < NEVER ? 1 : 0;
-        isOther |= exists & (turnsConvex(mTable.arriving(chain), back) ? 0u : 1u);
+        isOther |= exists & (turnsConvex(mTable.arriving(chain), onward) ? 0u : 1u);
     }
     return isOther == 0;
 }
@@ -109,31 +110,76 @@ uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
 }
 
 /// The chain that the cheapest one over a side goes on from, where the table knows no run with a chain.
-uint32 ChainSearch::findPrevious(int32 from, int32 corner)
+uint32 ChainSearch::findPrevious(uint32 arrival, int32 corner)
 {
-    const bool ordered = mTable.getTurns(from) != ChordTable::Turns::UNORDERED;
-    const uint32 best = ordered ? NONE : findUnorderedBest(from, corner);
-    if (best != NONE)
-        return best;
-    const uint32 first = findFirstChain(mTable.arrivalsBegin(from), mTable.arrivalsEnd(from));
-    mForced = mForced || first != NONE; // else no piece reaches that corner, and it takes no part
-    return first;
+    const int32 from = mTable.arrivals()[arrival].mFrom;
+    const uint32 begin = mTable.arrivalsBegin(from);
+    const uint32 end = mTable.arrivalsEnd(from);
+    const uint32 first = findFirstChain(begin, end);
+    if (first == NONE) // no piece reaches that corner
+        return NONE;
+    if (mTable.getTurns(from) != ChordTable::Turns::UNORDERED)
+    {
+        mDoubts.push_back({from, corner, first});
+        return first;
+    }
+    const uint32 best = findUnorderedBest(from, corner);
+    const uint32 blocker = findFirstChain(mProgress[static_cast<size_t>(from)].mRun, end);
+    if (blocker != NONE || !doAllTurn(begin, end, mTable.arriving(arrival)))
+        mDoubts.push_back({from, corner, blocker != NONE && isBlocked(blocker, from, corner) ? blocker : NONE});
+    return best != NONE ? best : first;
 }
 
-/// Sides are taken in the order of their later corners: what may go on along one is not asked again for the next.
-uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner) const
+/// Whether no side up to one that leaves a corner lets a chain go on.
+bool ChainSearch::isBlocked(uint32 chain, int32 from, int32 corner) const
 {
-    const uint32 end = mTable.arrivalsEnd(from);
-    uint32 run = mTable.arrivalsBegin(from);
-    if (mTable.isEdgeHidden(from + 1) && (from + 1 == corner || takesPart(from + 1)))
-        run = advance(run, end, mTable.direction(from, from + 1));
+    const Vec2<float> arriving = mTable.arriving(chain);
+    const ChordTable::Side* side = mTable.sidesBegin(from);
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);
-    for (const ChordTable::Side* side = mTable.sidesBegin(from); side != sidesEnd && side->mTo <= corner; ++side)
+    while (side != sidesEnd && side->mTo <= corner && !turnsConvex(arriving, mTable.arriving(side->mArrival)))
+        ++side;
+    return !mTable.isEdgeHidden(from + 1) && (side == sidesEnd || side->mTo > corner);
+}
+
+bool ChainSearch::isDoubtSeen(int32 corner) const
+{
+    const auto isSeen = [this, corner](const Doubt& doubt)
+    {
+        return mTable.sees(doubt.mAt, corner) && (doubt.mTo == corner || mTable.sees(doubt.mTo, corner)) &&
+               (doubt.mBlocker == NONE || !isWaySeen(doubt.mBlocker, corner));
+    };
+    return std::any_of(mDoubts.begin(), mDoubts.end(), isSeen);
+}
+
+/// Sides are taken in the order of their later corners: what may go on along one is not asked again for the next. A
+/// search asks in that order, too, for corners that take part afterwards: it goes on where it was.
+uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner)
+{
+    if (mProgress.empty() || mProgress[static_cast<size_t>(from)].mSearch != mSearch)
+        beginUnordered(from, corner);
+    Progress& progress = mProgress[static_cast<size_t>(from)];
+    const uint32 end = mTable.arrivalsEnd(from);
+    const ChordTable::Side* const begin = mTable.sidesBegin(from);
+    const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);
+    const ChordTable::Side* side = begin + progress.mSide;
+    for (; side != sidesEnd && side->mTo <= corner; ++side)
     {
         if (side->mTo == corner || takesPart(side->mTo))
-            run = advance(run, end, mTable.arriving(side->mArrival));
+            progress.mRun = advance(progress.mRun, end, mTable.arriving(side->mArrival));
     }
-    return mChains[run - 1].mBest;
+    progress.mSide = static_cast<uint32>(side - begin);
+    return mChains[progress.mRun - 1].mBest;
+}
+
+/// @param corner  the first one after it that is asked for.
+void ChainSearch::beginUnordered(int32 from, int32 corner)
+{
+    if (mProgress.empty())
+        mProgress.resize(mPartOf.size());
+    Progress& progress = mProgress[static_cast<size_t>(from)];
+    progress = {mSearch, 0, mTable.arrivalsBegin(from)};
+    if (mTable.isEdgeHidden(from + 1) && (from + 1 == corner || takesPart(from + 1)))
+        progress.mRun = advance(progress.mRun, mTable.arrivalsEnd(from), mTable.direction(from, from + 1));
 }
 
 /// Lets arrivals take part up to the first chain that must not go on along a side.

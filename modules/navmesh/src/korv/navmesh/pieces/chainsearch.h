@@ -44,11 +44,13 @@ public:
     /// Writes the sides of such a chain, from the last to the first. @return how many, or 0 when it is not seen.
     size_t copyIfSeen(uint32* sides, uint32 chain, int32 corner) const;
     /// The cost of the cheapest chain that closes at the corner reached last and of which all corners see it, where a
-    /// few steps find it. Turns at all these corners must be in order, and no chain forced.
+    /// few steps find it. The search must not be doubtful for that corner.
     /// @return false when they don't.
     bool priceSeenChains(float& cost, int32 corner, const Vec2<float>& back);
-    /// Whether some chain had to take a corner that is not convex, for want of another.
-    bool wasForced() const { return mForced; }
+    /// Whether a search over fewer corners, those that see one which has been reached, may have found cheaper chains:
+    /// at some turn of theirs float noise decides, or the one here had to be taken though it is not convex, for want of
+    /// another. Else costs are lower bounds.
+    bool isDoubtful(int32 corner) const { return !mDoubts.empty() && isDoubtSeen(corner); }
     /// Whether some chain reaches the corner reached last.
     bool isReached() const { return mReached != NONE; }
 
@@ -67,6 +69,23 @@ private:
         uint32 mBest = NONE;
     };
 
+    /// How far the sides of a corner where turns are not in order have been gone through.
+    struct Progress
+    {
+        int32 mSearch = 0;
+        uint32 mSide = 0; // the next one
+        uint32 mRun = 0;  // end of the arrivals that may go on along all those before
+    };
+
+    /// A turn at a corner towards a later one, where fewer corners may allow for more chains.
+    struct Doubt
+    {
+        int32 mAt;
+        int32 mTo;
+        uint32 mBlocker; ///< the chain that no side so far lets go on: as long as it can be, all behind it can't go on
+                         ///< either; NONE where that is not known
+    };
+
     bool takesPart(int32 corner) const { return mPartOf[static_cast<size_t>(corner)] == mSearch; }
     void clear();
     /// The first arrival at a corner that is not the side from the first one.
@@ -76,12 +95,16 @@ private:
         return arrival + (mTable.arrivals()[arrival].mFrom == mFirst ? 1 : 0);
     }
     void reachAnyhow(int32 corner);
+    bool isDoubtSeen(int32 corner) const;
+    bool isWaySeen(uint32 chain, int32 corner) const;
     uint32 findConvex(int32 corner, const Vec2<float>& back) const;
-    bool turnAllBack(uint32 chain, uint32 end, const Vec2<float>& back) const;
+    bool doAllTurn(uint32 chain, uint32 end, const Vec2<float>& onward) const;
+    bool isBlocked(uint32 chain, int32 from, int32 corner) const;
     uint32 findConvexEnd(int32 corner, const Vec2<float>& back) const;
     uint32 findFirstChain(uint32 arrival, uint32 end) const;
-    uint32 findPrevious(int32 from, int32 corner);
-    uint32 findUnorderedBest(int32 from, int32 corner) const;
+    uint32 findPrevious(uint32 arrival, int32 corner);
+    uint32 findUnorderedBest(int32 from, int32 corner);
+    void beginUnordered(int32 from, int32 corner);
     uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
     bool priceSeen(float& cost, uint32 chain, uint32 end);
     bool priceSeenChain(float& cost, uint32 chain);
@@ -89,7 +112,6 @@ private:
     ChordTable& mTable;
     int32 mFirst = 0;
     int32 mSearch = 0;
-    bool mForced = false;
     bool mCleared = false;      // for the outline at hand
     uint32 mReached = NONE;     // the cheapest chain to the corner reached last
     uint32 mLastReached = NONE; // the last one
@@ -97,6 +119,8 @@ private:
     int32 mStepsLeft = 0;       // of pricing chains that do
     Vector<int32> mPartOf;      // the last search of each corner
     Vector<Chain> mChains;      // by arrival
+    Vector<Doubt> mDoubts;      // of this search
+    Vector<Progress> mProgress; // by corner, once there is one with turns that are not in order
 };
 
 // The steps of a search are short and taken for each pair of corners: calls would cost as much as they do, and so would
@@ -108,7 +132,7 @@ inline void ChainSearch::begin(int32 first)
         clear();
     ++mSearch;
     mFirst = first;
-    mForced = false;
+    mDoubts.clear();
 }
 
 inline void ChainSearch::reach(int32 corner)
@@ -163,11 +187,17 @@ inline void ChainSearch::enter(int32 corner, uint32 arrival)
 
 inline bool ChainSearch::isChainSeen(uint32 chain, int32 corner) const
 {
+    const uint32 previous = mChains[chain].mPrevious; // the last side is one, so its corner sees the end
+    return previous == NONE || isWaySeen(previous, corner);
+}
+
+/// Whether another corner sees all those of a chain but the last; it does see the first.
+inline bool ChainSearch::isWaySeen(uint32 chain, int32 corner) const
+{
     const ChordTable::Arrival* const arrivals = mTable.arrivals();
-    // the last side is one, so its corner sees the end; the first one starts at the first corner
-    for (chain = mChains[chain].mPrevious; chain != NONE; chain = mChains[chain].mPrevious)
+    for (; mChains[chain].mPrevious != NONE; chain = mChains[chain].mPrevious)
     {
-        if (mChains[chain].mPrevious != NONE && !mTable.sees(arrivals[chain].mFrom, corner))
+        if (!mTable.sees(arrivals[chain].mFrom, corner))
             return false;
     }
     return true;

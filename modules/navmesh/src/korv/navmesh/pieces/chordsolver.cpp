@@ -13,9 +13,10 @@
 //
 // When the shared search is exact for (i, k): it takes the minimum over more chains than the search for (i, k) alone,
 // so its cost is a lower bound; and when all corners of its cheapest chain see k, the lower bound is reached, with the
-// same sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) Two things
-// break the argument: corners at which convexity is out of order, see ChordTable, and chains that had to take a corner
-// which is not convex.
+// same sums in the same order. (Where every corner takes part that sees i, there is no difference at all.) The argument
+// fails at turns where float noise decides, see ChordTable, and where a chain had to take a corner which is not convex:
+// with fewer corners, other chains may be let through there. A search notes these turns. They are no matter for chords
+// whose end does not see both corners of the turn, nor where it sees all the chain that stops the others.
 //
 // Chains with a corner that k does not see are common at a reflex corner i: there the piece itself may be reflex, with
 // a first side that lies more than half a turn from (i, k). A second search over the window of corners from the first
@@ -42,7 +43,7 @@ constexpr size_t MAX_KEPT_CORNERS = size_t{1} << 30;
 
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
     : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
-      mOwn(mTable, allocator), mUnordered(allocator), mChains(allocator), mOpen(allocator)
+      mOwn(mTable, allocator), mChains(allocator), mOpen(allocator)
 {
 }
 
@@ -76,7 +77,6 @@ void ChordSolver::solveFrom(int32 i)
     if (lastChord <= i + 1)
         return; // an edge at most
     mShared.begin(i);
-    mUnordered.clear();
     mWindowStart = nullptr;
     for (const int32* k = mTable.laterBegin(i);; ++k)
     {
@@ -90,8 +90,6 @@ void ChordSolver::solveFrom(int32 i)
         if (*k == lastChord)
             break;
         mShared.enter(*k, mTable.openArrival(*k));
-        if (mTable.getTurns(*k) == ChordTable::Turns::UNORDERED)
-            mUnordered.push_back(*k);
     }
     if (i > 0)
         return;
@@ -103,8 +101,7 @@ void ChordSolver::solveFrom(int32 i)
 inline void ChordSolver::solveChord(const Chord& chord, ChordTable::Arrival& side)
 {
     const uint32 best = mShared.findClosing(chord.mLast, chord.mBack);
-    const bool exact =
-        (isTrustworthy(mShared, chord.mLast) || doAllSee(chord)) && keepIfSeen(chord, side, mShared, best);
+    const bool exact = (!mShared.isDoubtful(chord.mLast) || doAllSee(chord)) && keepIfSeen(chord, side, mShared, best);
     side.mCost += exact ? mShared.getCost(best) : priceOwn(chord, side);
     side.mCost = std::min(side.mCost, ChordTable::UNSOLVED);
 }
@@ -114,7 +111,7 @@ float ChordSolver::priceOwn(const Chord& chord, ChordTable::Arrival& side)
 {
     const uint32 best = searchWindow(chord);
     ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
-    if (isTrustworthy(search, chord.mLast))
+    if (!search.isDoubtful(chord.mLast))
     {
         if (mWindowStart != nullptr && keepIfSeen(chord, side, mWindow, best))
             return mWindow.getCost(best);
@@ -154,18 +151,6 @@ inline size_t ChordSolver::copyIfSeen(const Chord& chord, const ChainSearch& sea
 void ChordSolver::growChains()
 {
     mChains.resize(2 * mChains.size() + mOutline.mPoints.size());
-}
-
-/// Whether the costs of a search that has passed all its corners before k are lower bounds for k.
-inline bool ChordSolver::isTrustworthy(const ChainSearch& search, int32 k) const
-{
-    return !search.wasForced() && (mUnordered.empty() || !isUnorderedSeen(k));
-}
-
-bool ChordSolver::isUnorderedSeen(int32 k) const
-{
-    return std::any_of(mUnordered.begin(), mUnordered.end(),
-                       [this, k](int32 corner) { return mTable.sees(corner, k); });
 }
 
 /// Whether all corners between the ends of a chord that its first end sees also see the other one.

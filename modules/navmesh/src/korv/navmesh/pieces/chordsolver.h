@@ -55,8 +55,6 @@ private:
     size_t copyIfSeen(const Chord& chord, const ChainSearch& search, uint32 chain);
     void growChains();
     int32 findChain(const Open& open);
-    bool isTrustworthy(const ChainSearch& search, int32 k) const;
-    bool isUnorderedSeen(int32 k) const;
     bool doAllSee(const Chord& chord) const;
     uint32 searchWindow(const Chord& chord);
     void openWindow(int32 i, const int32* start);
@@ -73,7 +71,6 @@ private:
     ChainSearch mOwn;                      // over those that also see the last one
     const int32* mWindowStart = nullptr;   // among the corners that the first one sees; null: not open
     const int32* mWindowReached = nullptr; // the last of them that has been reached
-    Vector<int32> mUnordered;              // corners that the first one sees where the answers depend on who takes part
     Vector<uint32> mChains;                // their sides, as arrivals; of each from the last to the first
     size_t mNumKept = 0;                   // of them that are in use
     size_t mRoom = 0;                      // as many may be kept

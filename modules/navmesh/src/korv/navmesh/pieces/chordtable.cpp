@@ -299,14 +299,13 @@ ChordTable::Turns ChordTable::classifyTurns(int32 p)
     }
     if (spread != Spread::UNKNOWN && reflex && findClearRuns(p))
         return Turns::ORDERED;
-    if (!findRuns(p))
-        return giveUpOrder(p);
-    // at a convex corner every turn is convex, whichever arrivals there are
-    if (reflex || oneSided || turnsConvex(mFan.arriving(numArriving - 1), mFan.leaving(0)))
+    if (findRuns(p))
         return Turns::ORDERED;
-    return giveUpOrder(p);
+    mOneWay[static_cast<size_t>(p)] = 0;
+    return Turns::UNORDERED;
 }
 
+/// Where the edge from a corner to the next one is hidden, which is no side.
 ChordTable::Turns ChordTable::giveUpOrder(int32 p)
 {
     mOneWay[static_cast<size_t>(p)] = 0;
@@ -415,26 +414,30 @@ bool ChordTable::findClearRuns(int32 p)
     return true;
 }
 
-/// The same by asking for every pair. @return whether turns are in order.
+/// The same by asking for every pair. The run of a side is clear where no arrival behind it turns convex to that side
+/// or to one before, so that whatever takes part, the run is as far as a search gets. At a convex corner the side from
+/// the first corner may be missing, which else begins every run; there all arrivals must be in it.
+/// @return whether all are clear; the others have no run.
 bool ChordTable::findRuns(int32 p)
 {
-    size_t run = 0; // arrivals that may go on along the side before
+    bool areAllClear = true;
+    size_t reached = 0; // end of the arrivals that may go on along some side so far
     for (size_t at = 0; at < mFan.mNumLeaving; ++at)
     {
         const Vec2<float> leaving = mFan.leaving(at);
-        size_t end = 0;
-        while (end < mFan.mNumArriving && turnsConvex(mFan.arriving(end), leaving))
-            ++end;
-        for (size_t later = end; later < mFan.mNumArriving; ++later)
+        size_t run = 0;
+        while (run < mFan.mNumArriving && turnsConvex(mFan.arriving(run), leaving))
+            ++run;
+        reached = std::max(reached, run);
+        for (size_t later = mFan.mNumArriving; later > reached; --later)
         {
-            if (turnsConvex(mFan.arriving(later), leaving))
-                return false;
+            if (turnsConvex(mFan.arriving(later - 1), leaving))
+                reached = later;
         }
-        if (end < run)
-            return false;
-        run = end;
-        setRun(p, at, run);
+        const bool isClear = run == reached && (mOutline.isReflex(p) || run == mFan.mNumArriving);
+        setRun(p, at, isClear ? run : 0);
+        areAllClear = areAllClear && isClear;
     }
-    return true;
+    return areAllClear;
 }
 } // namespace KORV::NavMesh

@@ -56,7 +56,7 @@ public:
         float mCost;  ///< cheapest total chord length of the part it cuts off, itself included; of a chord that has
                       ///< not been priced its own length
         uint32 mRun;  ///< the last arrival at the earlier corner that may go on along it, those before may as well;
-                      ///< where there is none, or turns are UNORDERED, the place before the first
+                      ///< where there is none, or it is not clear, the place before the first
         int32 mChain; ///< of the piece against it, as its owner keeps chains; negative for none
     };
 
@@ -66,7 +66,7 @@ public:
     {
         ALL,      ///< every turn is convex, also back to an earlier corner than that of arrival
         ORDERED,  ///< from the arrivals up to one which grows with the corner that is left for
-        UNORDERED ///< float noise decides: the answers depend on which corners take part
+        UNORDERED ///< float noise decides about some: the answers depend on which corners take part
     };
 
     /// @param outline  is referred to; it may change between two calls of build.
