@@ -10,8 +10,8 @@ constexpr int32 MAX_STEPS = 160;
 constexpr int32 MAX_SEARCHES = 1 << 30;
 } // namespace
 
-ChainSearch::ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator)
-    : mTable(table), mPartOf(allocator), mChains(allocator), mDoubts(allocator), mProgress(allocator)
+ChainSearch::ChainSearch(ChordTable& table, bool serves, Common::Memory::Allocator* allocator)
+    : mTable(table), mServes(serves), mPartOf(allocator), mChains(allocator), mDoubts(allocator), mProgress(allocator)
 {
 }
 
@@ -113,42 +113,59 @@ uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
 uint32 ChainSearch::findPrevious(uint32 arrival, int32 corner)
 {
     const int32 from = mTable.arrivals()[arrival].mFrom;
-    const uint32 begin = mTable.arrivalsBegin(from);
     const uint32 end = mTable.arrivalsEnd(from);
-    const uint32 first = findFirstChain(begin, end);
+    const uint32 first = findFirstChain(mTable.arrivalsBegin(from), end);
     if (first == NONE) // no piece reaches that corner
         return NONE;
-    if (mTable.getTurns(from) != ChordTable::Turns::UNORDERED)
-    {
-        mDoubts.push_back({from, corner, first});
-        return first;
-    }
-    const uint32 best = findUnorderedBest(from, corner);
-    const uint32 blocker = findFirstChain(mProgress[static_cast<size_t>(from)].mRun, end);
-    if (blocker != NONE || !doAllTurn(begin, end, mTable.arriving(arrival)))
-        mDoubts.push_back({from, corner, blocker != NONE && isBlocked(blocker, from, corner) ? blocker : NONE});
+    const bool ordered = mTable.getTurns(from) != ChordTable::Turns::UNORDERED;
+    const uint32 best = ordered ? NONE : findUnorderedBest(from, corner);
+    if (mServes)
+        noteDoubt(arrival, corner, ordered ? first : mProgress[static_cast<size_t>(from)].mRun);
     return best != NONE ? best : first;
 }
 
-/// Whether no side up to one that leaves a corner lets a chain go on.
-bool ChainSearch::isBlocked(uint32 chain, int32 from, int32 corner) const
+/// @param run  end of the chains that may go on along an arrival.
+void ChainSearch::noteDoubt(uint32 arrival, int32 corner, uint32 run)
+{
+    const int32 from = mTable.arrivals()[arrival].mFrom;
+    const uint32 blocker = findFirstChain(run, mTable.arrivalsEnd(from));
+    const bool isBlocked = blocker == NONE || !doesAnyTurn(blocker, from, corner);
+    const int32 opener = isBlocked ? findOpener(arrival, corner, run) : NO_CORNER;
+    if (blocker != NONE || opener != corner)
+        mDoubts.push_back({from, corner, opener, blocker});
+}
+
+int32 ChainSearch::findOpener(uint32 arrival, int32 corner, uint32 run) const
+{
+    const int32 from = mTable.arrivals()[arrival].mFrom;
+    const uint32 begin = mTable.arrivalsBegin(from);
+    if (doAllTurn(begin, run, mTable.arriving(arrival)))
+        return corner;
+    const int32 opener = mProgress[static_cast<size_t>(from)].mOpener; // without one there is no run
+    return doAllTurn(begin, run, mTable.direction(from, opener)) ? opener : NO_CORNER;
+}
+
+/// Whether some side of a corner, up to one, lets a chain go on.
+bool ChainSearch::doesAnyTurn(uint32 chain, int32 from, int32 corner) const
 {
     const Vec2<float> arriving = mTable.arriving(chain);
     const ChordTable::Side* side = mTable.sidesBegin(from);
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);
     while (side != sidesEnd && side->mTo <= corner && !turnsConvex(arriving, mTable.arriving(side->mArrival)))
         ++side;
-    return !mTable.isEdgeHidden(from + 1) && (side == sidesEnd || side->mTo > corner);
+    return mTable.isEdgeHidden(from + 1) || (side != sidesEnd && side->mTo <= corner);
 }
 
 bool ChainSearch::isDoubtSeen(int32 corner) const
 {
-    const auto isSeen = [this, corner](const Doubt& doubt)
+    const auto sees = [this, corner](int32 other) { return other == corner || mTable.sees(other, corner); };
+    const auto isOpen = [&](const Doubt& doubt)
     {
-        return mTable.sees(doubt.mAt, corner) && (doubt.mTo == corner || mTable.sees(doubt.mTo, corner)) &&
-               (doubt.mBlocker == NONE || !isWaySeen(doubt.mBlocker, corner));
+        return sees(doubt.mAt) && sees(doubt.mTo) &&
+               (doubt.mOpener == NO_CORNER || !sees(doubt.mOpener) ||
+                (doubt.mBlocker != NONE && !isWaySeen(doubt.mBlocker, corner)));
     };
-    return std::any_of(mDoubts.begin(), mDoubts.end(), isSeen);
+    return std::any_of(mDoubts.begin(), mDoubts.end(), isOpen);
 }
 
 /// Sides are taken in the order of their later corners: what may go on along one is not asked again for the next. A
@@ -164,8 +181,11 @@ uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner)
     const ChordTable::Side* side = begin + progress.mSide;
     for (; side != sidesEnd && side->mTo <= corner; ++side)
     {
-        if (side->mTo == corner || takesPart(side->mTo))
-            progress.mRun = advance(progress.mRun, end, mTable.arriving(side->mArrival));
+        if (side->mTo != corner && !takesPart(side->mTo))
+            continue;
+        const uint32 run = advance(progress.mRun, end, mTable.arriving(side->mArrival));
+        progress.mOpener = run != progress.mRun ? side->mTo : progress.mOpener;
+        progress.mRun = run;
     }
     progress.mSide = static_cast<uint32>(side - begin);
     return mChains[progress.mRun - 1].mBest;
@@ -177,7 +197,7 @@ void ChainSearch::beginUnordered(int32 from, int32 corner)
     if (mProgress.empty())
         mProgress.resize(mPartOf.size());
     Progress& progress = mProgress[static_cast<size_t>(from)];
-    progress = {mSearch, 0, mTable.arrivalsBegin(from)};
+    progress = {mSearch, 0, mTable.arrivalsBegin(from), from + 1};
     if (mTable.isEdgeHidden(from + 1) && (from + 1 == corner || takesPart(from + 1)))
         progress.mRun = advance(progress.mRun, mTable.arrivalsEnd(from), mTable.direction(from, from + 1));
 }

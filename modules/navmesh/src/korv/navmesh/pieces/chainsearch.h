@@ -15,7 +15,8 @@ class ChainSearch
 public:
     static constexpr uint32 NONE = ChordTable::NO_ARRIVAL;
 
-    ChainSearch(ChordTable& table, Common::Memory::Allocator* allocator);
+    /// @param serves  whether other searches than the one made are to be answered, see isDoubtful.
+    ChainSearch(ChordTable& table, bool serves, Common::Memory::Allocator* allocator);
 
     /// Forgets everything, for another outline in the table.
     void reset();
@@ -69,21 +70,25 @@ private:
         uint32 mBest = NONE;
     };
 
+    static constexpr int32 NO_CORNER = -1;
+
     /// How far the sides of a corner where turns are not in order have been gone through.
     struct Progress
     {
         int32 mSearch = 0;
-        uint32 mSide = 0; // the next one
-        uint32 mRun = 0;  // end of the arrivals that may go on along all those before
+        uint32 mSide = 0;  // the next one
+        uint32 mRun = 0;   // end of the arrivals that may go on along all those before
+        int32 mOpener = 0; // the side to there made it that long
     };
 
-    /// A turn at a corner towards a later one, where fewer corners may allow for more chains.
+    /// A turn at a corner towards a later one, where fewer corners may let other chains go on. The same ones go on as
+    /// long as opener and blocker take part.
     struct Doubt
     {
         int32 mAt;
         int32 mTo;
-        uint32 mBlocker; ///< the chain that no side so far lets go on: as long as it can be, all behind it can't go on
-                         ///< either; NONE where that is not known
+        int32 mOpener;   ///< a side to there lets all go on that do; NO_CORNER if it is not known whether any
+        uint32 mBlocker; ///< the first chain that no side lets go on; NONE if all do
     };
 
     bool takesPart(int32 corner) const { return mPartOf[static_cast<size_t>(corner)] == mSearch; }
@@ -99,10 +104,12 @@ private:
     bool isWaySeen(uint32 chain, int32 corner) const;
     uint32 findConvex(int32 corner, const Vec2<float>& back) const;
     bool doAllTurn(uint32 chain, uint32 end, const Vec2<float>& onward) const;
-    bool isBlocked(uint32 chain, int32 from, int32 corner) const;
+    bool doesAnyTurn(uint32 chain, int32 from, int32 corner) const;
     uint32 findConvexEnd(int32 corner, const Vec2<float>& back) const;
     uint32 findFirstChain(uint32 arrival, uint32 end) const;
     uint32 findPrevious(uint32 arrival, int32 corner);
+    void noteDoubt(uint32 arrival, int32 corner, uint32 run);
+    int32 findOpener(uint32 arrival, int32 corner, uint32 run) const;
     uint32 findUnorderedBest(int32 from, int32 corner);
     void beginUnordered(int32 from, int32 corner);
     uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
@@ -110,6 +117,7 @@ private:
     bool priceSeenChain(float& cost, uint32 chain);
 
     ChordTable& mTable;
+    const bool mServes;
     int32 mFirst = 0;
     int32 mSearch = 0;
     bool mCleared = false;      // for the outline at hand

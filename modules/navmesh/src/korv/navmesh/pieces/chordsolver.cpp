@@ -42,8 +42,8 @@ constexpr size_t MAX_KEPT_CORNERS = size_t{1} << 30;
 } // namespace
 
 ChordSolver::ChordSolver(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
-    : mOutline(outline), mTable(outline, allocator), mShared(mTable, allocator), mWindow(mTable, allocator),
-      mOwn(mTable, allocator), mChains(allocator), mOpen(allocator)
+    : mOutline(outline), mTable(outline, allocator), mShared(mTable, true, allocator), mWindow(mTable, true, allocator),
+      mOwn(mTable, false, allocator), mChains(allocator), mOpen(allocator)
 {
 }
 
