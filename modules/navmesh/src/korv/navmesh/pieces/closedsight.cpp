@@ -1,5 +1,7 @@
 #include "korv/navmesh/pieces/closedsight.h"
 
+#include <algorithm>
+
 // The eye looks from its own triangles through their far sides into the next ones, within a cone that gets narrower:
 // the corner behind a side is beyond one of the two bounds of the cone, or it is seen and splits the cone. From left to
 // right that gives the corners in their order. A corner on a bound is seen, too, but touches the corner of that bound:
@@ -20,10 +22,8 @@ void ClosedSight::build(float noise)
 {
     mN = static_cast<int32>(mPolygon.size());
     mNoise = noise;
-    if (mShown.size() < mPolygon.size())
-        mShown.resize(mPolygon.size());
-    if (mOpen.size() < mPolygon.size())
-        mOpen.resize(mPolygon.size());
+    mShown.resize(std::max(mShown.size(), mPolygon.size()));
+    mOpen.resize(mShown.size());
 }
 
 void ClosedSight::appendVisible(Vector<int32>& visible, int32 corner)

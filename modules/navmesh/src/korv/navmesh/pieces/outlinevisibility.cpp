@@ -62,13 +62,12 @@ void OutlineVisibility::build(bool closed)
     mN = static_cast<int32>(mPolygon.size());
     mClosed = closed;
     mBoxes.build();
-    if (mShown.size() < mPolygon.size())
-        mShown.resize(mPolygon.size());
-    if (mOpen.size() < mPolygon.size())
-        mOpen.resize(mPolygon.size());
     mCut = mBoxes.isBounded() && measure() && mTriangles.build(NOISE * mReach);
     mSweeps.build(mReach);
-    mClosedSight.build(mRounding);
+    if (mClosed)
+        return mClosedSight.build(mRounding);
+    mShown.resize(std::max(mShown.size(), mPolygon.size()));
+    mOpen.resize(mShown.size());
 }
 
 /// @return false when tolerances are not small against the edges.
