@@ -210,31 +210,36 @@ void appendTo(NavMeshContainer& mesh, PieceSequencer& sequencer)
 }
 } // namespace
 
+void expectLiteralPieces(int kind, uint32 seed)
+{
+    KORV_CONTEXT("kind " << kind << " seed " << seed);
+    const Sample given = sample(kind, seed);
+    const PlaneOutline outline = drawnIn(given.mOutline, given.mCube * 0.25f);
+    LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
+    ChordSolver solver(outline, Common::Memory::getDefaultAllocator());
+    const bool solved = solver.solve(NEVER) == ChordSolver::Result::SOLVED;
+    const float cost = literal.solve();
+    ASSERT_EQ(solved, cost < LiteralDecomposition::UNSOLVED);
+    if (!solved)
+        return;
+    EXPECT_EQ(solver.getRootCost(), cost);
+    ConvexPieces pieces(Common::Memory::getDefaultAllocator());
+    solver.extract(pieces);
+    const auto expected = literal.pieces();
+    ASSERT_EQ(pieces.size(), expected.size());
+    for (size_t piece = 0; piece < pieces.size(); ++piece)
+        ASSERT_EQ(expected[piece], std::vector<int>(pieces.mCorners.begin() + static_cast<int64>(pieces.begin(piece)),
+                                                    pieces.mCorners.begin() + static_cast<int64>(pieces.end(piece))));
+}
+
 KORV_TEST(Decomposition, piecesAreThoseOfTheLiteralSolver)
 {
     for (int kind = 0; kind < NUM_KINDS; ++kind)
         for (uint32 seed = 0; seed < 40; ++seed)
-        {
-            KORV_CONTEXT("kind " << kind << " seed " << seed);
-            const Sample given = sample(kind, seed);
-            const PlaneOutline outline = drawnIn(given.mOutline, given.mCube * 0.25f);
-            LiteralDecomposition literal({outline.mPoints.begin(), outline.mPoints.end()});
-            ChordSolver solver(outline, Common::Memory::getDefaultAllocator());
-            const bool solved = solver.solve(NEVER) == ChordSolver::Result::SOLVED;
-            const float cost = literal.solve();
-            ASSERT_EQ(solved, cost < LiteralDecomposition::UNSOLVED);
-            if (!solved)
-                continue;
-            EXPECT_EQ(solver.getRootCost(), cost);
-            ConvexPieces pieces(Common::Memory::getDefaultAllocator());
-            solver.extract(pieces);
-            const auto expected = literal.pieces();
-            ASSERT_EQ(pieces.size(), expected.size());
-            for (size_t piece = 0; piece < pieces.size(); ++piece)
-                ASSERT_EQ(expected[piece],
-                          std::vector<int>(pieces.mCorners.begin() + static_cast<int64>(pieces.begin(piece)),
-                                           pieces.mCorners.begin() + static_cast<int64>(pieces.end(piece))));
-        }
+            expectLiteralPieces(kind, seed);
+    // turns that are decided by a side which the end of a chord does not see
+    expectLiteralPieces(8, 64);
+    expectLiteralPieces(8, 175);
 }
 
 /// A drawn-in outline of some kind, large enough for long shadows, steps and lines of sight along many corners.
