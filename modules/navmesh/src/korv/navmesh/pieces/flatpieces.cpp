@@ -57,14 +57,15 @@ private:
         const size_t end = mPieces.end(piece);
         const int32* corners = mPieces.mCorners.data();
         double area = 0.0;
-        double longest = 0.0;
+        double longestSquare = 0.0;
         for (size_t at = begin; at < end; ++at)
         {
             const int32 next = corners[at + 1 < end ? at + 1 : begin];
+            const Vec2<double> side = sideOf(corners[at], next);
             area += 0.5 * cross(sideOf(corners[begin], corners[at]), sideOf(corners[begin], next));
-            longest = std::max(longest, sideOf(corners[at], next).getLength());
+            longestSquare = std::max(longestSquare, dot(side, side));
         }
-        return area <= mFlatness * longest;
+        return area <= 0.0 || area * area <= mFlatness * mFlatness * longestSquare;
     }
 
     void link()

@@ -46,9 +46,9 @@ void SurfaceExtraction::findSurfaces(float begin, float end)
     mRunner.setSpan(begin, middle);
     mSheets.build(mRunner, keepsSmall);
     mRunner.setSpan(middle, end);
+    if (keepsSmall)
+        mParts.cutBranches(mRunner, MIN_SPLIT_VOXELS);
     mParts.build(mRunner);
-    if (keepsSmall && mParts.cutBranches(MIN_SPLIT_VOXELS))
-        mParts.build(mRunner);
 }
 
 void SurfaceExtraction::traceOutlines(SurfacePolygonList& polygons, float begin, float end)

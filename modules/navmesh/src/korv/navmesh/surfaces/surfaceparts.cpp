@@ -40,25 +40,23 @@ SurfaceParts::SurfaceParts(SurfaceSheets& sheets, Common::Memory::Allocator* all
 
 void SurfaceParts::build(const RangeRunner& runner)
 {
-    mParts.clear();
-    mSurfaces.clear();
-    divide(runner);
-    for (uint32 part = 0; part < mParts.size(); ++part)
-        joinBeside(part);
+    divide(runner, Measure::ALL);
     numberSurfaces();
     sortSurfaces();
     gatherParts();
 }
 
-void SurfaceParts::divide(const RangeRunner& runner)
+/// Lists the parts of all sheets, and joins them to sets.
+void SurfaceParts::divide(const RangeRunner& runner, Measure measure)
 {
+    mParts.clear();
     RangeResults<SurfacePart> results(mSheets.size(), SHEETS_PER_TASK, mParts.get_allocator().getAllocator());
     runner.run(mSheets.size(), SHEETS_PER_TASK,
                [&](uint32 begin, uint32 end)
                {
                    Vector<SurfacePart>& parts = results.getPart(begin);
                    for (uint32 sheet = begin; sheet < end; ++sheet)
-                       addParts(sheet, parts);
+                       addParts(sheet, measure, parts);
                });
     results.moveTo(mParts);
     for (uint32 part = static_cast<uint32>(mParts.size()); part-- > 0;)
@@ -66,16 +64,18 @@ void SurfaceParts::divide(const RangeRunner& runner)
         mParts[part].mSurface = part;
         mSheets[mParts[part].mSheet].mFirstPart = part;
     }
+    for (uint32 part = 0; part < mParts.size(); ++part)
+        joinBeside(part);
 }
 
-void SurfaceParts::addParts(uint32 sheet, Vector<SurfacePart>& parts) const
+void SurfaceParts::addParts(uint32 sheet, Measure measure, Vector<SurfacePart>& parts) const
 {
     for (uint64 left = mSheets[sheet].mVoxels; left != 0;)
     {
         const uint64 voxels = growPart(mSheets[sheet], left & (~left + 1));
         left &= ~voxels;
-        parts.push_back(
-            {voxels, sheet, 0, computeEuler(mSheets[sheet], voxels), static_cast<uint16>(countBits(voxels))});
+        const int16 euler = measure == Measure::ALL ? computeEuler(mSheets[sheet], voxels) : int16{0};
+        parts.push_back({voxels, sheet, 0, euler, static_cast<uint16>(countBits(voxels))});
     }
 }
 
@@ -204,22 +204,20 @@ void SurfaceParts::gatherParts()
     }
 }
 
-bool SurfaceParts::cutBranches(uint64 minVoxels)
+void SurfaceParts::cutBranches(const RangeRunner& runner, uint64 minVoxels)
 {
-    bool hasCut = false;
-    for (const SurfacePart& part : mParts)
+    divide(runner, Measure::SIZE);
+    Vector<uint64> numVoxels(mParts.size(), 0, mParts.get_allocator()); // by the first part of a set
+    for (uint32 part = 0; part < mParts.size(); ++part)
+        numVoxels[findFirst(part)] += mParts[part].mNumVoxels;
+    for (uint32 part = 0; part < mParts.size(); ++part)
     {
-        if (mSurfaces[part.mSurface].mNumVoxels < minVoxels)
+        if (numVoxels[findFirst(part)] < minVoxels)
             continue;
-        SurfaceSheet& sheet = mSheets[part.mSheet];
+        SurfaceSheet& sheet = mSheets[mParts[part].mSheet];
         for (uint32 side = 0; side < PlaneDirections::NUM_SIDES; ++side)
-        {
-            const uint64 cut = part.mVoxels & sheet.mJoins[side] & mSheets.getBranchEdges(sheet, side);
-            sheet.mJoins[side] &= ~cut;
-            hasCut = hasCut || cut != 0;
-        }
+            sheet.mJoins[side] &= ~(mParts[part].mVoxels & mSheets.getBranchEdges(sheet, side));
     }
-    return hasCut;
 }
 
 uint64 SurfaceParts::countBorders() const

@@ -30,11 +30,10 @@ public:
 
     explicit SurfaceParts(SurfaceSheets& sheets, Common::Memory::Allocator* allocator);
 
-    /// To be called again when joins have changed.
+    /// Cuts the joins between branches in all surfaces of at least some voxels, which were linked across branches. To
+    /// be called before build.
+    void cutBranches(const RangeRunner& runner, uint64 minVoxels);
     void build(const RangeRunner& runner);
-    /// Cuts the joins between branches in all surfaces of at least some voxels, which were linked across branches.
-    /// @return whether there were any.
-    bool cutBranches(uint64 minVoxels);
 
     uint32 getNumSurfaces() const { return static_cast<uint32>(mSurfaces.size()); }
     /// In the order in which the octree's voxels meet their borders.
@@ -49,8 +48,14 @@ public:
     const SurfaceSheets& getSheets() const { return mSheets; }
 
 private:
-    void divide(const RangeRunner& runner);
-    void addParts(uint32 sheet, Vector<SurfacePart>& parts) const;
+    enum class Measure : bool
+    {
+        SIZE, ///< holes are left out
+        ALL
+    };
+
+    void divide(const RangeRunner& runner, Measure measure);
+    void addParts(uint32 sheet, Measure measure, Vector<SurfacePart>& parts) const;
     int16 computeEuler(const SurfaceSheet& sheet, uint64 voxels) const;
     void joinBeside(uint32 part);
     uint32 findFirst(uint32 part);
