@@ -60,14 +60,6 @@ uint64 toParents(uint64 low, uint64 high)
     return (bits | bits >> 12 | bits >> 24 | bits >> 36) & 0xFFFF;
 }
 
-uint64 toChildren(uint64 parents)
-{
-    parents |= parents >> 1;
-    parents |= parents >> 4;
-    parents |= parents >> 16;
-    return parents & FIRST_PARTS;
-}
-
 /// Sets of cubes: what the triangle touches when they are shrunk, and when they are grown.
 template <class Bits>
 struct Touched
@@ -370,11 +362,27 @@ void descend(const PlaneLayout& layout, const VoxelTriangle& triangle, bool cove
         if (child.mLevels == 1)
             result.mParents |= bit;
         else
-            result.mChildren |= toChildren(bit);
+            result.mChildren |= findChildren(bit);
         descend(layout, triangle, ((found.mCovered >> k) & 1u) != 0, child, result);
     }
 }
 } // namespace
+
+uint64 findParents(const uint64 (&voxels)[EDGE])
+{
+    uint64 parents = 0;
+    for (uint32 w = 0; w < EDGE; w += 2)
+        parents |= toParents(voxels[w], voxels[w + 1]) << (EDGE * w);
+    return parents;
+}
+
+uint64 findChildren(uint64 parents)
+{
+    parents |= parents >> 1;
+    parents |= parents >> 4;
+    parents |= parents >> 16;
+    return parents & FIRST_PARTS;
+}
 
 BrickCubes::BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, float edge)
     : mLayout(layout), mCentre(centre), mEdge(edge),
@@ -398,10 +406,11 @@ BrickCubes::BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, flo
 BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
 {
     BrickOverlaps result;
-    if (!covers && findCertain(triangle, result))
+    const uint32 levels = mLayout.getBrickLevels();
+    if (!covers && levels == PlaneLayout::BRICK_LEVELS && findCertain(triangle, result))
         return result;
     result = BrickOverlaps();
-    descend(mLayout, triangle, covers, {mCentre, mEdge, PlaneLayout::BRICK_LEVELS, 0}, result);
+    descend(mLayout, triangle, covers, {mCentre, mEdge, levels, 0}, result);
     return result;
 }
 
@@ -418,9 +427,8 @@ bool BrickCubes::findCertain(const VoxelTriangle& triangle, BrickOverlaps& resul
         return false;
     if (!tests.find(mOffsets, {sameLanes(half - errors), sameLanes(half + errors)}, result.mVoxels))
         return false;
-    for (uint32 w = 0; w < EDGE; w += 2)
-        result.mParents |= toParents(result.mVoxels[w], result.mVoxels[w + 1]) << (EDGE * w);
-    result.mChildren = toChildren(result.mParents);
+    result.mParents = findParents(result.mVoxels);
+    result.mChildren = findChildren(result.mParents);
     return true;
 }
 } // namespace KORV::NavMesh

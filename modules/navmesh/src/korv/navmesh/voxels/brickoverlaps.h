@@ -13,12 +13,17 @@ struct BrickOverlaps
     uint64 mChildren = 0;                         ///< octants of 4 voxels a side, at the bit of their first part
 };
 
+/// The octants of 2 voxels a side that voxels lie in, as BrickOverlaps has them.
+uint64 findParents(const uint64 (&voxels)[PlaneLayout::BRICK_EDGE]);
+/// The octants of 4 voxels a side that such octants lie in.
+uint64 findChildren(uint64 parents);
+
 /// The cubes of a brick's octants down to the voxels, each a little enlarged, for testing which of them a triangle
 /// touches. The answers are those of ChildCubes on the way down, bit for bit.
 class BrickCubes
 {
 public:
-    /// @param layout  of bricks of full size; must outlive the object.
+    /// @param layout  must outlive the object.
     /// @param edge  of the brick's cube. [world units]
     BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, float edge);
 

@@ -165,6 +165,11 @@ VoxelTriangle::VoxelTriangle(const TriangleClass& triangleClass, const Vec3<floa
         mExtent = std::numeric_limits<float>::infinity();
 }
 
+bool isWithinReach(const Vec3<float>& centre, float edge)
+{
+    return std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge <= ORDINARY_REACH;
+}
+
 ChildCubes::ChildCubes(const Vec3<float>& centre, float edge)
     : mHalf((edge / 2.0f + OVERLAP_MARGIN) * 0.5f),
       mReach(std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge)

@@ -10,7 +10,7 @@ struct VoxelTriangle
 {
     static constexpr uint32 NOT_FLAT = 3;
 
-    /// @param ordinary  whether all of the octree lies within ORDINARY_REACH.
+    /// @param ordinary  whether all octants it is tested against lie within ORDINARY_REACH.
     VoxelTriangle(const TriangleClass& triangleClass, const Vec3<float> (&corners)[3], bool ordinary);
 
     float mPositions[3][3]; ///< [axis][corner]
@@ -26,6 +26,9 @@ inline constexpr float OVERLAP_MARGIN = 0.0001f;
 
 /// No product of the overlap tests overflows when coordinates are up to this. [world units]
 inline constexpr float ORDINARY_REACH = 1e9f;
+
+/// Whether all of an octant lies within ORDINARY_REACH. @param edge  of its cube. [world units]
+bool isWithinReach(const Vec3<float>& centre, float edge);
 
 /// The cubes of an octant's eight children, each a little enlarged, for testing which of them a triangle touches. The
 /// answers are what TriangleBoxOverlap says of each cube, bit for bit.

@@ -1,11 +1,10 @@
-// Sorts the triangles of a block down to its voxels.
+// Makes the bricks of a block (blockbricks), which is what the next stages work on, or its records, for the rules that
+// look at one voxel after the other. They come from the same tests.
 //
-// An octant tests its triangles against the cubes of its eight children. Children that some triangle touches come into
-// being side by side, then each is filled in turn with the triangles that touch it. On the last level the masks of the
-// triangles are all there is to know: the first walkable one of a voxel makes it walkable.
-//
-// Records and bricks come from the same tests in the same order. Bricks are what the next stages work on; the records
-// are for the rules that look at one voxel after the other.
+// Records are made by sorting the triangles down to the voxels. An octant tests its triangles against the cubes of its
+// eight children. Children that some triangle touches come into being side by side, then each is filled in turn with
+// the triangles that touch it. On the last level the masks of the triangles are all there is to know: the first
+// walkable one of a voxel makes it walkable.
 //
 // The lists of all octants on the way down lie on one stack, so the memory is that of the lists on one way, not of the
 // whole block.
@@ -31,8 +30,8 @@ uint32 countChildren(uint32 mask)
 } // namespace
 
 VoxelBlock::VoxelBlock(Common::Memory::Allocator* allocator)
-    : mTriangles(allocator), mStack(allocator), mOverlaps(allocator), mInnerOctants(allocator), mVoxels(allocator),
-      mBricks(allocator), mTypes(allocator)
+    : mNumbers(allocator), mBricks(allocator), mTriangles(allocator), mStack(allocator), mOverlaps(allocator),
+      mInnerOctants(allocator), mVoxels(allocator)
 {
 }
 
@@ -42,43 +41,56 @@ void VoxelBlock::start(const Vec3<float>& centre, float edge, uint32 depth, cons
     mEdge = edge;
     mDepth = depth;
     mLayout = layout;
+    mNumbers.clear();
+}
+
+void VoxelBlock::build(const InputTriangles& input)
+{
+    if (mLayout != nullptr)
+        buildBricks(input);
+    else
+        buildRecords(input);
+}
+
+void VoxelBlock::buildBricks(const InputTriangles& input)
+{
+    mBricks.start(mCentre, mEdge, mDepth, *mLayout);
+    TriangleReader reader(input);
+    Vec3<float> corners[3];
+    for (const uint32 number : mNumbers)
+    {
+        reader.read(number, corners);
+        mBricks.addTriangle(corners, input.getClass(number));
+    }
+    mBricks.finish();
+}
+
+void VoxelBlock::buildRecords(const InputTriangles& input)
+{
     mTriangles.clear();
     mRoot = InnerOctant();
     mInnerOctants.clear();
     mVoxels.clear();
-    mBricks.clear();
-    mTypes.clear();
-    mNumInnerOctants = 0;
-    mNumVoxels = 0;
-}
-
-void VoxelBlock::build()
-{
+    const bool ordinary = isWithinReach(mCentre, mEdge);
+    TriangleReader reader(input);
+    Vec3<float> corners[3];
+    for (const uint32 number : mNumbers)
+    {
+        reader.read(number, corners);
+        mTriangles.emplace_back(input.getClass(number), corners, ordinary);
+    }
     const uint32 numTriangles = static_cast<uint32>(mTriangles.size());
     makeRoom(numTriangles);
     for (uint32 i = 0; i < numTriangles; ++i)
         mStack[i] = i;
     const Octant octant = {mCentre, mEdge, mDepth, 0, numTriangles};
-    if (mDepth == 0)
-        buildVoxel(octant);
-    else if (mLayout != nullptr)
-        fillBricks(octant, 0);
-    else
-        mRoot = fill(octant);
-}
-
-/// An octree of one voxel, which is there in any case.
-void VoxelBlock::buildVoxel(const Octant& octant)
-{
-    std::fill_n(mOverlaps.begin(), octant.mEnd, ChildCubes::Overlaps{1, 0});
-    if (mLayout == nullptr)
+    if (mDepth > 0)
     {
-        addVoxels(octant, 1);
+        mRoot = fill(octant);
         return;
     }
-    startBrick(0);
-    addVoxelBits(octant, 1, 0);
-    endBrick();
+    std::fill_n(mOverlaps.begin(), octant.mEnd, ChildCubes::Overlaps{1, 0}); // the one voxel is there in any case
+    addVoxels(octant, 1);
 }
 
 InnerOctant VoxelBlock::fill(const Octant& octant)
@@ -166,148 +178,6 @@ InnerOctant VoxelBlock::addVoxels(const Octant& octant, uint32 childMask)
         voxel->surfaceTypeID = found.mSurfaceTypeID;
     }
     return {static_cast<uint8>(childMask), firstVoxel | VOXELS};
-}
-
-/// The same as fill, for bricks.
-/// @param rank  the octant's place among the octants of its level, in the order of the octree.
-void VoxelBlock::fillBricks(const Octant& octant, uint32 rank)
-{
-    const bool isBrick = octant.mDepth == mLayout->getBrickLevels();
-    if (isBrick)
-        startBrick(rank);
-    if (isBrick && octant.mDepth == PlaneLayout::BRICK_LEVELS)
-    {
-        fillBrick(octant);
-        endBrick();
-        return;
-    }
-    ChildCubes cubes(octant.mCentre, octant.mEdge);
-    const uint32 childMask = findOverlaps(octant, cubes);
-    if (octant.mDepth == 1)
-        addVoxelBits(octant, childMask, rank * NUM_CHILDREN % PlaneLayout::BRICK_VOXELS);
-    else
-    {
-        mNumInnerOctants += countChildren(childMask);
-        for (uint32 rest = childMask; rest != 0; rest &= rest - 1)
-        {
-            const uint32 k = static_cast<uint32>(std::countr_zero(rest));
-            const size_t end = pushTriangles(octant, k);
-            fillBricks({cubes.getCentre(k), octant.mEdge / 2.0f, octant.mDepth - 1, octant.mEnd, end},
-                       rank * NUM_CHILDREN + k);
-        }
-    }
-    if (isBrick)
-        endBrick();
-}
-
-/// The same for a whole brick, with all levels of a triangle at once.
-void VoxelBlock::fillBrick(const Octant& octant)
-{
-    const BrickCubes cubes(*mLayout, octant.mCentre, octant.mEdge);
-    uint64 children = 0;
-    uint64 parents = 0;
-    for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
-    {
-        const VoxelTriangle& triangle = mTriangles[mStack[i] & ~COVERS];
-        const BrickOverlaps found = cubes.find(triangle, (mStack[i] & COVERS) != 0);
-        children |= found.mChildren;
-        parents |= found.mParents;
-        addVoxelPlanes(found, triangle.mClass);
-    }
-    mNumInnerOctants += countBits(children) + countBits(parents);
-    for (const uint64 plane : mBricks.back().mOccupied)
-        mNumVoxels += countBits(plane);
-}
-
-/// Adds the voxels that a triangle touches. The first walkable triangle decides about a voxel.
-void VoxelBlock::addVoxelPlanes(const BrickOverlaps& found, const TriangleClass& triangleClass)
-{
-    VoxelBrick& brick = mBricks.back();
-    uint64 decided[PlaneLayout::BRICK_EDGE];
-    uint64 any = 0;
-    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
-    {
-        brick.mOccupied[w] |= found.mVoxels[w];
-        decided[w] = found.mVoxels[w] & ~brick.mWalkable[w];
-        any |= decided[w];
-    }
-    if (!triangleClass.mWalkable || any == 0)
-        return;
-    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
-        brick.mWalkable[w] |= decided[w];
-    if (!hasManyTypesWith(triangleClass.mSurfaceTypeID))
-        return;
-    for (uint32 w = 0; w < PlaneLayout::BRICK_EDGE; ++w)
-    {
-        for (uint64 bits = decided[w]; bits != 0; bits &= bits - 1)
-            mTypesOfCells[64 * w + static_cast<uint32>(std::countr_zero(bits))] = triangleClass.mSurfaceTypeID;
-    }
-}
-
-void VoxelBlock::startBrick(uint32 rank)
-{
-    VoxelBrick& brick = mBricks.emplace_back();
-    for (uint32 level = mDepth - mLayout->getBrickLevels(); level-- > 0;)
-        brick.mPosition = brick.mPosition * 2 + CHILD_CORNERS[(rank >> (3 * level)) % NUM_CHILDREN];
-    mHasType = false;
-    mHasManyTypes = false;
-}
-
-void VoxelBlock::endBrick()
-{
-    VoxelBrick& brick = mBricks.back();
-    const auto isEmpty = [](uint64 plane) { return plane == 0; };
-    if (std::all_of(std::begin(brick.mOccupied), std::end(brick.mOccupied), isEmpty))
-    {
-        mBricks.pop_back(); // what touches an octant may miss its children, which are a little smaller together
-        return;
-    }
-    if (!mHasManyTypes)
-        return;
-    brick.mTypes = VoxelBrick::MANY_TYPES | static_cast<uint32>(mTypes.size());
-    for (uint32 cell = 0; cell < PlaneLayout::BRICK_VOXELS; ++cell)
-    {
-        if (((brick.mWalkable[cell / 64] >> (cell % 64)) & 1u) != 0)
-            mTypes.push_back(mTypesOfCells[cell]);
-    }
-}
-
-/// @param rank  of the first child, within the brick.
-void VoxelBlock::addVoxelBits(const Octant& octant, uint32 childMask, uint32 rank)
-{
-    VoxelBrick& brick = mBricks.back();
-    mLayout->addChildren(brick.mOccupied, rank, childMask);
-    mNumVoxels += countChildren(childMask);
-    uint32 walkable = 0;
-    const auto keep = [&](uint32 children, const TriangleClass& found)
-    {
-        walkable |= children;
-        addType(rank, children, found.mSurfaceTypeID);
-    };
-    forEachClass(octant, childMask, keep);
-    mLayout->addChildren(brick.mWalkable, rank, walkable);
-}
-
-void VoxelBlock::addType(uint32 rank, uint32 children, uint16 type)
-{
-    if (!hasManyTypesWith(type))
-        return;
-    for (; children != 0; children &= children - 1)
-        mTypesOfCells[mLayout->getCell(rank + static_cast<uint32>(std::countr_zero(children)))] = type;
-}
-
-/// Whether types must be kept cell by cell, now that the brick at work gets voxels of a type.
-bool VoxelBlock::hasManyTypesWith(uint16 type)
-{
-    uint32& common = mBricks.back().mTypes;
-    if (!mHasType)
-        common = type;
-    mHasType = true;
-    if (mHasManyTypes || common == type)
-        return mHasManyTypes;
-    mHasManyTypes = true;
-    std::fill(std::begin(mTypesOfCells), std::end(mTypesOfCells), static_cast<uint16>(common));
-    return true;
 }
 
 /// Makes the stack long enough for a number of entries, and one more that is written but not kept.

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "korv/navmesh/navmeshoctree.h"
-#include "korv/navmesh/voxels/brickoverlaps.h"
+#include "korv/navmesh/voxels/blockbricks.h"
+#include "korv/navmesh/voxels/inputtriangles.h"
 
 namespace KORV::NavMesh
 {
@@ -12,7 +13,7 @@ class VoxelBlock
 public:
     /// Levels below a block's octant at most. Larger blocks don't fit into a processor's cache any more, smaller ones
     /// cost more to hand around.
-    static constexpr uint32 MAX_DEPTH = 6;
+    static constexpr uint32 MAX_DEPTH = BlockBricks::MAX_DEPTH;
     /// Octants of so few levels are not divided into blocks: a brick lies in one.
     static constexpr uint32 MIN_DEPTH = PlaneLayout::BRICK_LEVELS;
     /// In the child index of an octant: its children are voxels.
@@ -24,10 +25,11 @@ public:
     /// @param depth  levels below the octant, up to MAX_DEPTH. With 0 the octant is a voxel.
     /// @param layout  of bricks; null for records.
     void start(const Vec3<float>& centre, float edge, uint32 depth, const PlaneLayout* layout);
-    /// In ascending order of geometry, then triangle, and only what touches the octant.
-    void addTriangle(const VoxelTriangle& triangle) { mTriangles.push_back(triangle); }
+    /// In ascending order, and only what touches the octant.
+    void addTriangle(uint32 number) { mNumbers.push_back(number); }
 
-    void build();
+    /// @param input  what the triangles are.
+    void build(const InputTriangles& input);
 
     uint32 getDepth() const { return mDepth; }
 
@@ -37,13 +39,7 @@ public:
     const Vector<InnerOctant>& getInnerOctants() const { return mInnerOctants; }
     const Vector<LeafOctant>& getVoxels() const { return mVoxels; }
 
-    /// Bricks: at grid positions in bricks, counted from the block's corner. Places in the list of types are the
-    /// block's own.
-    const Vector<VoxelBrick>& getBricks() const { return mBricks; }
-    const Vector<uint16>& getTypes() const { return mTypes; }
-    /// How many records there would be. The block's own octant is not counted.
-    uint64 countInnerOctants() const { return mNumInnerOctants; }
-    uint64 countVoxels() const { return mNumVoxels; }
+    const BlockBricks& getBricks() const { return mBricks; }
 
 private:
     static constexpr uint32 COVERS = 0x80000000; // in mStack: the triangle spans the octant
@@ -58,20 +54,13 @@ private:
         size_t mEnd;
     };
 
-    void buildVoxel(const Octant& octant);
+    void buildBricks(const InputTriangles& input);
+    void buildRecords(const InputTriangles& input);
     InnerOctant fill(const Octant& octant);
-    void fillBricks(const Octant& octant, uint32 rank);
-    void fillBrick(const Octant& octant);
-    void addVoxelPlanes(const BrickOverlaps& found, const TriangleClass& triangleClass);
     uint32 findOverlaps(const Octant& octant, ChildCubes& cubes);
     InnerOctant addVoxels(const Octant& octant, uint32 childMask);
-    void addVoxelBits(const Octant& octant, uint32 childMask, uint32 rank);
     template <class F>
     void forEachClass(const Octant& octant, uint32 childMask, const F& function) const;
-    void startBrick(uint32 rank);
-    void endBrick();
-    void addType(uint32 rank, uint32 children, uint16 type);
-    bool hasManyTypesWith(uint16 type);
     size_t pushTriangles(const Octant& octant, uint32 child);
     void makeRoom(size_t numEntries);
 
@@ -79,6 +68,10 @@ private:
     float mEdge = 0.0f;
     uint32 mDepth = 0;
     const PlaneLayout* mLayout = nullptr;
+    Vector<uint32> mNumbers;
+
+    BlockBricks mBricks;
+
     Vector<VoxelTriangle> mTriangles;
     Vector<uint32> mStack;                  // triangles of the octants on the way down
     Vector<ChildCubes::Overlaps> mOverlaps; // beside each entry
@@ -86,13 +79,5 @@ private:
     InnerOctant mRoot;
     Vector<InnerOctant> mInnerOctants;
     Vector<LeafOctant> mVoxels;
-
-    Vector<VoxelBrick> mBricks;
-    Vector<uint16> mTypes;
-    uint64 mNumInnerOctants = 0;
-    uint64 mNumVoxels = 0;
-    bool mHasType = false;                           // of the brick at work: whether a voxel is walkable
-    bool mHasManyTypes = false;                      // and whether they differ; then these are filled in
-    uint16 mTypesOfCells[PlaneLayout::BRICK_VOXELS]; // those of walkable cells
 };
 } // namespace KORV::NavMesh

@@ -17,8 +17,9 @@ private:
 };
 } // namespace
 
-VoxelBlockQueue::VoxelBlockQueue(Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator)
-    : mPool(pool), mSlots(allocator), mRing(allocator)
+VoxelBlockQueue::VoxelBlockQueue(const InputTriangles& input, Common::Threading::ThreadPool* pool,
+                                 Common::Memory::Allocator* allocator)
+    : mInput(input), mPool(pool), mSlots(allocator), mRing(allocator)
 {
     addSlots(1);
 }
@@ -90,7 +91,7 @@ VoxelBlock& VoxelBlockQueue::getOldest(uint32& octant, Vec3<int32>& corner)
     corner = slot.mCorner;
     if (take(slot))
     {
-        slot.mBlock.build();
+        slot.mBlock.build(mInput);
         return slot.mBlock;
     }
     slot.mBuilt.wait();
@@ -113,7 +114,7 @@ void VoxelBlockQueue::work()
         Slot& slot = getSlot(mNumOffered.fetch_add(1, std::memory_order_relaxed));
         if (!take(slot))
             continue;
-        mErrors.run([&slot] { slot.mBlock.build(); });
+        mErrors.run([&] { slot.mBlock.build(mInput); });
         slot.mBuilt.signal();
     }
 }

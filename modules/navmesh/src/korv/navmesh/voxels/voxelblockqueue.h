@@ -15,8 +15,10 @@ namespace KORV::NavMesh
 class VoxelBlockQueue
 {
 public:
+    /// @param input  what the blocks' triangles are; must outlive the object.
     /// @param allocator  thread-safe when the pool has several workers.
-    VoxelBlockQueue(Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
+    VoxelBlockQueue(const InputTriangles& input, Common::Threading::ThreadPool* pool,
+                    Common::Memory::Allocator* allocator);
     ~VoxelBlockQueue();
     VoxelBlockQueue(const VoxelBlockQueue&) = delete;
     VoxelBlockQueue& operator=(const VoxelBlockQueue&) = delete;
@@ -64,6 +66,7 @@ private:
     static bool take(Slot& slot);
     void stopWorkers();
 
+    const InputTriangles& mInput;
     Common::Threading::ThreadPool* mPool;
     Common::Container::List<Slot> mSlots;
     Vector<Slot*> mRing; // the slots, taken in turn

@@ -7,8 +7,10 @@
 // What the host says of the triangles is asked for in the beginning, once each: a floor of a million voxels is two
 // triangles, and the workers must not call the host.
 //
-// The lists of the upper octants on the way down lie on one stack and each entry is a pair of numbers, so the memory is
-// that of the lists on one way, not of the whole tree; a list is given up when its octant is done.
+// A small triangle begins its way down at the octant that its box lies in (triangleplaces), most often that of a block.
+//
+// The lists of the upper octants on the way down lie on one stack, so the memory is that of the lists on one way, not
+// of the whole tree; a list is given up when its octant is done.
 
 #include "korv/navmesh/voxels/voxelinsertion.h"
 
@@ -16,123 +18,59 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
-#include <cstring>
 
 namespace KORV::NavMesh
 {
 namespace
 {
 constexpr uint32 STEPS_PER_REPORT = 4096;
-/// Below this the workers' help isn't worth waking them.
+/// Below both the workers' help isn't worth waking them.
+constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
 constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
-/// An octant of more triangles is divided further, which keeps the blocks small in memory.
-constexpr size_t MAX_BLOCK_TRIANGLES = 50000;
-
-template <class Index>
-IndexedTriangle readIndices(const unsigned char* source)
-{
-    Index indices[3];
-    std::memcpy(indices, source, sizeof(indices));
-    return IndexedTriangle{{indices[0], indices[1], indices[2]}};
-}
+/// An octant of more triangles is divided further, so that there is work for all.
+constexpr size_t MAX_BLOCK_TRIANGLES = 4000;
 } // namespace
-
-VoxelInsertion::TriangleReader::TriangleReader(const GeometryInfo& geometry, size_t firstClass)
-    : mGeometry(&geometry), mFirstClass(firstClass)
-{
-}
-
-IndexedTriangle VoxelInsertion::TriangleReader::getIndices(uint32 triangle) const
-{
-    const unsigned char* source = static_cast<const unsigned char*>(mGeometry->mIndexData) +
-                                  static_cast<uint64>(triangle) * mGeometry->mTriangleStride;
-    return mGeometry->mIndexSize == sizeof(uint32) ? readIndices<uint32>(source) : readIndices<uint16>(source);
-}
-
-Vec3<float> VoxelInsertion::TriangleReader::getVertex(uint32 vertex) const
-{
-    float values[3];
-    std::memcpy(values,
-                static_cast<const unsigned char*>(mGeometry->mVertexData) +
-                    static_cast<uint64>(vertex) * mGeometry->mVertexStride,
-                sizeof(values));
-    const Vec3<float> position(values[0], values[1], values[2]);
-    return mGeometry->mUseTransform ? mGeometry->mTransform.transformPoint(position) : position;
-}
-
-void VoxelInsertion::TriangleReader::read(uint32 triangle, Vec3<float> (&corners)[3]) const
-{
-    const IndexedTriangle indices = getIndices(triangle);
-    for (int i = 0; i < 3; ++i)
-        corners[i] = getVertex(indices.mVertices[i]);
-}
 
 VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutput& output, const RunControl& control,
                                float progressSpan, Common::Threading::ThreadPool* pool,
                                Common::Memory::Allocator* allocator)
-    : mGeometries(geometries), mOutput(output), mControl(control), mTotalSpan(progressSpan), mQueue(pool, allocator),
-      mReaders(allocator), mClasses(allocator), mStack(allocator), mOverlaps(allocator)
+    : mGeometries(geometries), mOutput(output), mControl(control), mTotalSpan(progressSpan),
+      mInput(geometries, allocator), mQueue(mInput, pool, allocator), mPlaces(allocator), mStack(allocator),
+      mOverlaps(allocator)
 {
 }
 
 void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
-    const float reach = std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge;
-    mOrdinary = reach <= ORDINARY_REACH;
-    collectTriangles();
+    mOrdinary = isWithinReach(centre, edge);
+    collectTriangles(centre, edge, depth);
+    if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
+        mQueue.startWorkers();
     if (depth > 0)
         mOutput.addRoot();
-    insertOctant({0, {}, centre, edge, depth, 0, mStack.size(), 0.0f, 1.0f});
+    pushTriangles({}, 0, TrianglePlaces::ROOT);
+    insertOctant({0, TrianglePlaces::ROOT, {}, centre, edge, depth, 0, mStack.size(), 0.0f, 1.0f});
     while (!mQueue.empty())
         takeOldestBlock();
 }
 
-void VoxelInsertion::collectTriangles()
+/// Asks what the host says of the triangles, and finds where each begins its way down.
+void VoxelInsertion::collectTriangles(const Vec3<float>& centre, float edge, uint32 depth)
 {
-    mReaders.reserve(mGeometries.size());
-    size_t numTriangles = 0;
-    for (const GeometryInfo& geometry : mGeometries)
-    {
-        mReaders.emplace_back(geometry, numTriangles);
-        numTriangles += geometry.mNumTriangles;
-    }
-    mClasses.resize(numTriangles);
-    mStack.reserve(numTriangles);
-    for (uint32 i = 0; i < mGeometries.size(); ++i)
-    {
-        const GeometryInfo& geometry = mGeometries[i];
-        for (uint32 triangle = 0; triangle < geometry.mNumTriangles; ++triangle)
-        {
-            countSteps(1);
-            if (!hasValidIndices(i, triangle))
-                continue;
-            geometry.mClassifier->classifyTriangle(mClasses[mReaders[i].getClassPlace(triangle)], geometry, triangle);
-            mStack.push_back({i, triangle});
-        }
-    }
-    mOverlaps.resize(mStack.size());
-}
-
-bool VoxelInsertion::hasValidIndices(uint32 geometry, uint32 triangle) const
-{
-    const GeometryInfo& info = mGeometries[geometry];
-    for (const uint32 vertex : mReaders[geometry].getIndices(triangle).mVertices)
-    {
-        if (vertex < info.mNumVertices)
-            continue;
-        info.getVertex(vertex); // makes the report
-        return false;
-    }
-    return true;
-}
-
-VoxelTriangle VoxelInsertion::readTriangle(const Entry& entry) const
-{
+    mPlaces.start(centre, edge, depth - std::min(depth, VoxelBlock::MAX_DEPTH), mInput.size());
+    TriangleReader reader(mInput);
     Vec3<float> corners[3];
-    const TriangleReader& reader = mReaders[entry.mGeometry];
-    reader.read(entry.mTriangle, corners);
-    return VoxelTriangle(mClasses[reader.getClassPlace(entry.mTriangle)], corners, mOrdinary);
+    for (uint32 number = 0; number < mInput.size(); ++number)
+    {
+        countSteps(1);
+        if (!reader.hasValidIndices(number))
+            continue;
+        uint32 triangle = 0;
+        const GeometryInfo& geometry = reader.find(number, triangle);
+        geometry.mClassifier->classifyTriangle(mInput.getClass(number), geometry, triangle);
+        reader.read(number, corners);
+        mPlaces.add(number, corners);
+    }
 }
 
 void VoxelInsertion::insertOctant(const Octant& octant)
@@ -156,14 +94,14 @@ void VoxelInsertion::fillBlock(VoxelBlock& block, const Octant& octant)
     for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
     {
         countSteps(1);
-        block.addTriangle(readTriangle(mStack[i]));
+        block.addTriangle(mStack[i]);
     }
 }
 
 void VoxelInsertion::insertChildren(const Octant& octant)
 {
     ChildCubes cubes(octant.mCentre, octant.mEdge);
-    const uint32 childMask = findOverlaps(octant, cubes);
+    const uint32 childMask = findOverlaps(octant, cubes) | mPlaces.getChildren(octant.mPlace);
     if (childMask == 0)
         return;
     const uint32 numChildren = static_cast<uint32>(std::popcount(childMask));
@@ -178,8 +116,9 @@ void VoxelInsertion::insertChildren(const Octant& octant)
             continue;
         child.mCorner = octant.mCorner * 2 + CHILD_CORNERS[k];
         child.mCentre = cubes.getCentre(k);
+        child.mPlace = mPlaces.getChild(octant.mPlace, k);
         child.mBegin = mStack.size();
-        pushTrianglesOfChild(octant, k);
+        pushTriangles(octant, k, child.mPlace);
         child.mEnd = mStack.size();
         insertOctant(child);
         mStack.resize(child.mBegin);
@@ -191,27 +130,39 @@ void VoxelInsertion::insertChildren(const Octant& octant)
 
 uint32 VoxelInsertion::findOverlaps(const Octant& octant, ChildCubes& cubes)
 {
+    TriangleReader reader(mInput);
+    Vec3<float> corners[3];
     uint32 childMask = 0;
     for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
     {
         countSteps(1);
-        const uint32 touched = cubes.find(readTriangle(mStack[i]), false).mTouched;
+        reader.read(mStack[i], corners);
+        const uint32 touched = cubes.find(VoxelTriangle({}, corners, mOrdinary), false).mTouched;
         mOverlaps[i] = static_cast<uint8>(touched);
         childMask |= touched;
     }
     return childMask;
 }
 
-void VoxelInsertion::pushTrianglesOfChild(const Octant& octant, uint32 child)
+/// Puts a child's triangles on the stack: those of its parent that touch it, and those that begin there.
+void VoxelInsertion::pushTriangles(const Octant& parent, uint32 child, uint32 place)
 {
-    for (size_t i = octant.mBegin; i < octant.mEnd; ++i)
+    uint32 own = mPlaces.getFirst(place);
+    const auto pushOwn = [&](uint32 end)
+    {
+        for (; own < end; own = mPlaces.getNext(own))
+            mStack.push_back(own);
+    };
+    for (size_t i = parent.mBegin; i < parent.mEnd; ++i)
     {
         if (((mOverlaps[i] >> child) & 1u) == 0)
             continue;
-        const Entry entry = mStack[i]; // a copy: the stack may move while it grows
-        mStack.push_back(entry);
-        mOverlaps.push_back(0);
+        const uint32 number = mStack[i]; // a copy: the stack may move while it grows
+        pushOwn(number);
+        mStack.push_back(number);
     }
+    pushOwn(TrianglePlaces::NONE);
+    mOverlaps.resize(mStack.size());
 }
 
 void VoxelInsertion::takeOldestBlock()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "korv/navmesh/navmeshoctree.h"
+#include "korv/navmesh/voxels/triangleplaces.h"
 #include "korv/navmesh/voxels/voxelblockqueue.h"
 #include "korv/navmesh/voxels/voxeloutput.h"
 
@@ -20,35 +21,11 @@ public:
     void insert(const Vec3<float>& centre, float edge, uint32 depth);
 
 private:
-    /// A triangle of the input. Every list is in ascending order of geometry, then triangle.
-    struct Entry
-    {
-        uint32 mGeometry;
-        uint32 mTriangle;
-    };
-
-    /// Reads a geometry's triangles without the checks of its accessors.
-    class TriangleReader
-    {
-    public:
-        /// @param firstClass  place of its triangles in mClasses.
-        TriangleReader(const GeometryInfo& geometry, size_t firstClass);
-        /// World positions of the corners. The ids must be in range.
-        void read(uint32 triangle, Vec3<float> (&corners)[3]) const;
-        IndexedTriangle getIndices(uint32 triangle) const;
-        size_t getClassPlace(uint32 triangle) const { return mFirstClass + triangle; }
-
-    private:
-        Vec3<float> getVertex(uint32 vertex) const;
-
-        const GeometryInfo* mGeometry;
-        size_t mFirstClass;
-    };
-
     /// An octant on its way into the tree: its cube and its triangles, a range of the stack.
     struct Octant
     {
         uint32 mIndex;
+        uint32 mPlace;       // see TrianglePlaces
         Vec3<int32> mCorner; // [octants of its size]
         Vec3<float> mCentre;
         float mEdge;
@@ -59,14 +36,12 @@ private:
         float mProgressSpan; // and its own share
     };
 
-    void collectTriangles();
-    bool hasValidIndices(uint32 geometry, uint32 triangle) const;
-    VoxelTriangle readTriangle(const Entry& entry) const;
+    void collectTriangles(const Vec3<float>& centre, float edge, uint32 depth);
     void insertOctant(const Octant& octant);
     void fillBlock(VoxelBlock& block, const Octant& octant);
     void insertChildren(const Octant& octant);
     uint32 findOverlaps(const Octant& octant, ChildCubes& cubes);
-    void pushTrianglesOfChild(const Octant& octant, uint32 child);
+    void pushTriangles(const Octant& parent, uint32 child, uint32 place);
     void takeOldestBlock();
     void countSteps(uint32 count);
 
@@ -77,10 +52,10 @@ private:
     float mProgress = 0.0f;
     uint32 mSteps = 0;
     bool mOrdinary = false; // whether all of the octree lies within ORDINARY_REACH
+    InputTriangles mInput;
     VoxelBlockQueue mQueue;
-    Vector<TriangleReader> mReaders;
-    Vector<TriangleClass> mClasses;
-    Vector<Entry> mStack;    // triangle lists of the octants on the current way down
-    Vector<uint8> mOverlaps; // beside each entry: the children of its octant that it touches
+    TrianglePlaces mPlaces;
+    Vector<uint32> mStack;   // triangles of the octants on the current way down, each list in ascending order
+    Vector<uint8> mOverlaps; // beside each: the children of its octant that it touches
 };
 } // namespace KORV::NavMesh

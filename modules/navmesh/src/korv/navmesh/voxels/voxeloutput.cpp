@@ -42,12 +42,14 @@ void BrickOutput::addBlock(const VoxelBlock& block, uint32, const Vec3<int32>& c
     const PlaneLayout& layout = mBricks.getLayout();
     const Vec3<int32> first = corner * (1 << (block.getDepth() - layout.getBrickLevels()));
     const uint32 numBricksAcross = 1u << (layout.getDepth() - layout.getBrickLevels());
-    for (VoxelBrick brick : block.getBricks())
+    const BlockBricks& bricks = block.getBricks();
+    const auto append = [&](VoxelBrick brick)
     {
         brick.mPosition = layout.toPlane(first + brick.mPosition, numBricksAcross);
-        mBricks.append(brick, block.getTypes());
-    }
-    mNumInnerOctants += block.countInnerOctants();
-    mNumVoxels += block.countVoxels();
+        mBricks.append(brick, bricks.getTypes());
+    };
+    bricks.forEachBrick(append);
+    mNumInnerOctants += bricks.countInnerOctants();
+    mNumVoxels += bricks.countVoxels();
 }
 } // namespace KORV::NavMesh
