@@ -12,13 +12,13 @@
 // touches one of the grown voxels.
 //
 // Numbers: u is the unit roundoff 6e-8, L the largest distance along an axis from a cube's centre to a corner, E the
-// largest component of an edge. A corner seen from a centre is off by r <= u L, and by nothing along an axis where both
-// are so far from the origin that their difference is no larger than either (Sterbenz); R is the sum of r over the
-// axes. The literal test's edges are then off by 2 r + u E. Its projections on an axis made of edge components that add
-// up to e are off by 6 u L e + 3 L R, compared with half a cube times e; here, where edges are as exact as the input,
-// by 10 u L e. With the plane's normal, whose components add up to n, it is 8 u L n + 12 L E R + 32 u L E^2, compared
-// with half a cube times n; here 10 u L n + 27 u L E^2. The centres of octants are off by u times the largest
-// coordinate from one level to the next, of which there are two.
+// largest component of an edge. Corners seen from a centre are off by u L. The literal test asks about the triangle of
+// these corners: on an axis made of edge components that add up to e, its projections are off by 6 u L e, compared with
+// half a cube times e; here it is 10 u L e. A computed normal is off by 8 u E^2 each; its components add up to n. Seen
+// from a centre, that and the projections come to 24 u L E^2 + 8 u L n, compared with half a cube times n; here it is
+// 27 u L E^2 + 10 u L n. Seen from a point that the rounded triangle shares with a shrunk cube, which the literal test
+// must find, it is 48 u E^3 + 8 u L n. The normals of the triangle and the rounded one differ by 24 u L E. The centres
+// of octants are off by u times the largest coordinate from one level to the next, of which there are two.
 
 #include "korv/navmesh/voxels/brickoverlaps.h"
 
@@ -105,7 +105,6 @@ struct AxisLanes
         mEdges = nextCorners(corners) - corners;
         const FloatLanes lengths = absoluteLanes(mCorners);
         mFarthest = std::max({lengths[0], lengths[1], lengths[2]}) + edge / 2.0f;
-        mRounded = 2.0f * mFarthest <= std::fabs(centre) ? 0.0f : mFarthest;
     }
 
     /// The test along the axis.
@@ -122,7 +121,6 @@ struct AxisLanes
     FloatLanes mCorners;
     FloatLanes mEdges; // from each corner to the next
     float mFarthest;   // distance of a corner from the centre of a cube, at most
-    float mRounded;    // the same where it may be rounded, 0 where it is exact
 };
 
 /// The tests in one of the planes that two axes span, along the normals of the three edges there. Distances are divided
@@ -247,17 +245,19 @@ public:
     }
 
     /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
-    /// by a third. Not a number, or none that is small, for a triangle without area.
+    /// by a third. Infinite for a triangle without area.
     /// @param reach  largest coordinate of the brick.
     float boundErrors(float reach) const
     {
         constexpr float UNIT = 8e-8f;
+        constexpr float SHORTEST_EDGE = 1e-15f; // products of shorter ones have few digits, or none
         const float farthest = std::max({mAxes[U].mFarthest, mAxes[V].mFarthest, mAxes[W].mFarthest});
-        const float rounded = mAxes[U].mRounded + mAxes[V].mRounded + mAxes[W].mRounded;
         const float shortest = std::min({mUV.getShortest(), mUW.getShortest(), mVW.getShortest()});
-        const float ofEdges = 4.0f * rounded / shortest;
-        const float ofPlane = (60.0f * mExtent + 12.0f * rounded) * mExtent / mPlane.getLength();
-        return UNIT * (farthest * (20.0f + ofEdges + ofPlane) + 2.0f * reach);
+        const float normal = mPlane.getLength() - UNIT * mExtent * (24.0f * farthest + 48.0f * mExtent);
+        if (!(normal > 0.0f && shortest >= SHORTEST_EDGE))
+            return std::numeric_limits<float>::infinity();
+        const float ofPlane = mExtent * mExtent * (51.0f * farthest + 48.0f * mExtent) / normal;
+        return UNIT * (farthest * 20.0f + ofPlane + 2.0f * reach);
     }
 
     /// @param offsets  of the voxels from the brick's centre, along u, v and w.

@@ -145,19 +145,20 @@ VoxelTriangle::VoxelTriangle(const TriangleClass& triangleClass, const Vec3<floa
     : mExtent(0.0f), mFlatAxis(NOT_FLAT), mClass(triangleClass)
 {
     uint32 flatAxis = NOT_FLAT;
-    for (int axis = 0; axis < 3; ++axis)
+    for (uint32 axis = 0; axis < 3; ++axis)
     {
-        float(&p)[3] = mPositions[axis];
-        for (int corner = 0; corner < 3; ++corner)
-        {
-            p[corner] = corners[corner][axis];
-            ordinary = ordinary && std::fabs(p[corner]) <= ORDINARY_REACH;
-        }
-        mMin[axis] = std::min({p[0], p[1], p[2]});
-        mMax[axis] = std::max({p[0], p[1], p[2]});
+        const float p = corners[0][static_cast<int>(axis)];
+        const float q = corners[1][static_cast<int>(axis)];
+        const float r = corners[2][static_cast<int>(axis)];
+        mPositions[axis][0] = p;
+        mPositions[axis][1] = q;
+        mPositions[axis][2] = r;
+        ordinary = ordinary && std::fabs(p) <= ORDINARY_REACH && std::fabs(q) <= ORDINARY_REACH &&
+                   std::fabs(r) <= ORDINARY_REACH;
+        mMin[axis] = std::min(std::min(p, q), r);
+        mMax[axis] = std::max(std::max(p, q), r);
         mExtent = std::max(mExtent, mMax[axis] - mMin[axis]);
-        if (p[0] == p[1] && p[0] == p[2])
-            flatAxis = static_cast<uint32>(axis);
+        flatAxis = p == q && p == r ? axis : flatAxis;
     }
     if (ordinary)
         mFlatAxis = flatAxis;

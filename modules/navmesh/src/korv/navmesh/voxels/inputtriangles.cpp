@@ -11,22 +11,34 @@ namespace KORV::NavMesh
 namespace
 {
 template <class Index>
-IndexedTriangle readIndices(const unsigned char* source)
+void readIndices(const unsigned char* source, uint32 (&vertices)[3])
 {
     Index indices[3];
     std::memcpy(indices, source, sizeof(indices));
-    return IndexedTriangle{{indices[0], indices[1], indices[2]}};
+    for (int i = 0; i < 3; ++i)
+        vertices[i] = indices[i];
 }
 
-Vec3<float> readVertex(const GeometryInfo& geometry, uint32 vertex)
+void readIndices(const GeometryInfo& geometry, uint32 triangle, uint32 (&vertices)[3])
+{
+    const unsigned char* source = static_cast<const unsigned char*>(geometry.mIndexData) +
+                                  static_cast<uint64>(triangle) * geometry.mTriangleStride;
+    if (geometry.mIndexSize == sizeof(uint32))
+        readIndices<uint32>(source, vertices);
+    else
+        readIndices<uint16>(source, vertices);
+}
+
+void readVertex(const GeometryInfo& geometry, uint32 vertex, Vec3<float>& position)
 {
     float values[3];
     std::memcpy(values,
                 static_cast<const unsigned char*>(geometry.mVertexData) +
                     static_cast<uint64>(vertex) * geometry.mVertexStride,
                 sizeof(values));
-    const Vec3<float> position(values[0], values[1], values[2]);
-    return geometry.mUseTransform ? geometry.mTransform.transformPoint(position) : position;
+    position.mX = values[0];
+    position.mY = values[1];
+    position.mZ = values[2];
 }
 } // namespace
 
@@ -54,27 +66,27 @@ void TriangleReader::seek(uint32 number)
     mFirst = mEnd - mGeometry->mNumTriangles;
 }
 
-IndexedTriangle TriangleReader::getIndices(const GeometryInfo& geometry, uint32 triangle)
-{
-    const unsigned char* source = static_cast<const unsigned char*>(geometry.mIndexData) +
-                                  static_cast<uint64>(triangle) * geometry.mTriangleStride;
-    return geometry.mIndexSize == sizeof(uint32) ? readIndices<uint32>(source) : readIndices<uint16>(source);
-}
-
 void TriangleReader::read(uint32 number, Vec3<float> (&corners)[3])
 {
     uint32 triangle = 0;
     const GeometryInfo& geometry = find(number, triangle);
-    const IndexedTriangle indices = getIndices(geometry, triangle);
+    uint32 vertices[3];
+    readIndices(geometry, triangle, vertices);
     for (int i = 0; i < 3; ++i)
-        corners[i] = readVertex(geometry, indices.mVertices[i]);
+        readVertex(geometry, vertices[i], corners[i]);
+    if (!geometry.mUseTransform)
+        return;
+    for (Vec3<float>& corner : corners)
+        corner = geometry.mTransform.transformPoint(corner);
 }
 
 bool TriangleReader::hasValidIndices(uint32 number)
 {
     uint32 triangle = 0;
     const GeometryInfo& geometry = find(number, triangle);
-    for (const uint32 vertex : getIndices(geometry, triangle).mVertices)
+    uint32 vertices[3];
+    readIndices(geometry, triangle, vertices);
+    for (const uint32 vertex : vertices)
     {
         if (vertex < geometry.mNumVertices)
             continue;

@@ -48,7 +48,6 @@ public:
 
 private:
     void seek(uint32 number);
-    static IndexedTriangle getIndices(const GeometryInfo& geometry, uint32 triangle);
 
     const InputTriangles& mTriangles;
     const GeometryInfo* mGeometry = nullptr;

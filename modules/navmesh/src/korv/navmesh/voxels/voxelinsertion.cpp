@@ -27,8 +27,9 @@ constexpr uint32 STEPS_PER_REPORT = 4096;
 /// Below both the workers' help isn't worth waking them.
 constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
 constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
-/// An octant of more triangles is divided further, so that there is work for all.
-constexpr size_t MAX_BLOCK_TRIANGLES = 4000;
+/// How many triangles a block should have at most so that there is work for all workers, and may have in any case.
+constexpr uint64 FAIR_BLOCK_TRIANGLES = 4000;
+constexpr size_t MAX_BLOCK_TRIANGLES = 50000;
 } // namespace
 
 VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutput& output, const RunControl& control,
@@ -43,9 +44,10 @@ VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutp
 void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
     mOrdinary = isWithinReach(centre, edge);
-    collectTriangles(centre, edge, depth);
     if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
         mQueue.startWorkers();
+    chooseBlocks(depth);
+    collectTriangles(centre, edge, depth);
     if (depth > 0)
         mOutput.addRoot();
     pushTriangles({}, 0, TrianglePlaces::ROOT);
@@ -54,10 +56,19 @@ void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
         takeOldestBlock();
 }
 
+/// Finds how large blocks are to be. They are as large as may be unless that leaves too few for the workers.
+void VoxelInsertion::chooseBlocks(uint32 depth)
+{
+    mBlockDepth = std::min(depth, VoxelBlock::MAX_DEPTH);
+    const auto countFairly = [&] { return FAIR_BLOCK_TRIANGLES << (2 * (depth - mBlockDepth)); }; // blocks of a floor
+    while (mQueue.hasWorkers() && mBlockDepth > VoxelBlock::MIN_DEPTH && mInput.size() > countFairly())
+        --mBlockDepth;
+}
+
 /// Asks what the host says of the triangles, and finds where each begins its way down.
 void VoxelInsertion::collectTriangles(const Vec3<float>& centre, float edge, uint32 depth)
 {
-    mPlaces.start(centre, edge, depth - std::min(depth, VoxelBlock::MAX_DEPTH), mInput.size());
+    mPlaces.start(centre, edge, depth - mBlockDepth, mInput.size());
     TriangleReader reader(mInput);
     Vec3<float> corners[3];
     for (uint32 number = 0; number < mInput.size(); ++number)
@@ -77,7 +88,7 @@ void VoxelInsertion::insertOctant(const Octant& octant)
 {
     mProgress = octant.mProgress;
     const bool isCrowded = octant.mEnd - octant.mBegin > MAX_BLOCK_TRIANGLES && octant.mDepth > VoxelBlock::MIN_DEPTH;
-    if (octant.mDepth > VoxelBlock::MAX_DEPTH || isCrowded)
+    if (octant.mDepth > mBlockDepth || isCrowded)
     {
         insertChildren(octant);
         return;

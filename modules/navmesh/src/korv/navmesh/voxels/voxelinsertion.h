@@ -36,6 +36,7 @@ private:
         float mProgressSpan; // and its own share
     };
 
+    void chooseBlocks(uint32 depth);
     void collectTriangles(const Vec3<float>& centre, float edge, uint32 depth);
     void insertOctant(const Octant& octant);
     void fillBlock(VoxelBlock& block, const Octant& octant);
@@ -52,6 +53,7 @@ private:
     float mProgress = 0.0f;
     uint32 mSteps = 0;
     bool mOrdinary = false; // whether all of the octree lies within ORDINARY_REACH
+    uint32 mBlockDepth = 0; // levels below the octants that are blocks
     InputTriangles mInput;
     VoxelBlockQueue mQueue;
     TrianglePlaces mPlaces;
