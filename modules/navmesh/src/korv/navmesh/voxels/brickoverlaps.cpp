@@ -32,9 +32,9 @@ namespace KORV::NavMesh
 {
 namespace
 {
-constexpr int U = 0;
-constexpr int V = 1;
-constexpr int W = 2;
+constexpr uint32 U = 0;
+constexpr uint32 V = 1;
+constexpr uint32 W = 2;
 constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
 constexpr uint64 COLUMN = 0x0101010101010101;
 constexpr uint32 ROW = 0xFF;
@@ -118,6 +118,13 @@ struct AxisLanes
                                absoluteLanes(middle - loadLanes(offsets + NUM_LANES)) - spread});
     }
 
+    /// Whether a product with an edge's component has few digits, or none.
+    bool hasTinyEdge() const
+    {
+        const MaskLanes isTiny = (mEdges != 0.0f) & (absoluteLanes(mEdges) < 1e-15f);
+        return gatherBits(isTiny, isTiny) != 0;
+    }
+
     FloatLanes mCorners;
     FloatLanes mEdges; // from each corner to the next
     float mFarthest;   // distance of a corner from the centre of a cube, at most
@@ -140,11 +147,16 @@ public:
             mAlongX * nextCorners(nextCorners(y.mCorners)) - mAlongY * nextCorners(nextCorners(x.mCorners));
         mMiddle = (here + opposite) * 0.5f;
         mSpread = absoluteLanes(here - opposite) * 0.5f;
-        mLength = isEdge ? length : sameLanes(std::numeric_limits<float>::max());
     }
 
-    /// The sum of the components of the shortest edge.
-    float getShortest() const { return std::min({mLength[0], mLength[1], mLength[2]}); }
+    /// Whether the triangle's projection holds all cubes, grown.
+    /// @param farthest  largest offset of a cube's centre.
+    bool holdsAll(float farthest, const Limits& limits) const
+    {
+        const FloatLanes length = absoluteLanes(mAlongX) + absoluteLanes(mAlongY); // 0 for what isn't an edge
+        const MaskLanes holds = absoluteLanes(mMiddle) + length * (farthest + limits.mGrown) <= mSpread;
+        return (gatherBits(holds, holds) & 7u) == 7u;
+    }
 
     /// @param columns,rows  positions of the cubes.
     /// @param wanted  the rows to look at, which have no gaps.
@@ -182,7 +194,6 @@ private:
     FloatLanes mAlongY;
     FloatLanes mMiddle; // of the triangle's projection
     FloatLanes mSpread; // half its extent
-    FloatLanes mLength;
 };
 
 /// The test along the triangle's normal, in the same units.
@@ -207,6 +218,14 @@ public:
 
     /// The sum of the normal's components.
     float getLength() const { return mLength; }
+    /// The axis that the normal is closest to.
+    uint32 getMainAxis() const
+    {
+        const float u = std::fabs(mNormal[U]);
+        const float v = std::fabs(mNormal[V]);
+        const float w = std::fabs(mNormal[W]);
+        return w >= u && w >= v ? W : v >= u ? V : U;
+    }
 
     /// @return bit 8 * row + column, of those rows of plane w that have cubes.
     Touched<uint64> find(const float (&offsets)[3][EDGE], uint32 w, uint64 cubes, const Limits& limits) const
@@ -232,6 +251,80 @@ private:
     float mDistance; // of the plane from the brick's centre
 };
 
+/// The voxels of a brick, from its centre.
+struct BrickVoxels
+{
+    const float (&mOffsets)[3][EDGE]; // along u, v and w
+    float mHalf;                      // of a voxel's edge, enlarged
+    float mReach;                     // about the largest coordinate
+};
+
+/// What the tests along the axes say, and those along the normals of edges: the latter look at the brick from a side.
+class SideViews
+{
+public:
+    /// @return whether there may be anything to touch.
+    bool findExtents(const AxisLanes (&axes)[3], const BrickVoxels& voxels, const Limits& limits)
+    {
+        for (uint32 i = 0; i < 3; ++i)
+        {
+            mExtents[i] = axes[i].find(voxels.mOffsets[i], limits);
+            if (mExtents[i].mGrown == 0)
+                return false;
+        }
+        return true;
+    }
+
+    /// Tests the edges seen along an axis.
+    void look(uint32 axis, const AxisLanes (&axes)[3], const BrickVoxels& voxels, const Limits& limits)
+    {
+        const uint32 column = axis == U ? V : U;
+        const uint32 row = axis == W ? V : W;
+        test(axis, EdgeTests(axes[column], axes[row]), voxels, limits);
+    }
+
+    /// Tests the edges seen along all axes. Where the triangle covers the brick, seen along its normal's main axis, its
+    /// plane alone decides, and the other views are left out.
+    void lookAlongNormal(uint32 axis, const AxisLanes (&axes)[3], const BrickVoxels& voxels, const Limits& limits)
+    {
+        const uint32 column = axis == U ? V : U;
+        const uint32 row = axis == W ? V : W;
+        const EdgeTests edges(axes[column], axes[row]);
+        const float farthest = std::max(std::fabs(voxels.mOffsets[column][0]), std::fabs(voxels.mOffsets[row][0]));
+        if (edges.holdsAll(farthest, limits))
+            return;
+        test(axis, edges, voxels, limits);
+        look((axis + 1) % 3, axes, voxels, limits);
+        look((axis + 2) % 3, axes, voxels, limits);
+    }
+
+    uint32 getLevels() const { return mExtents[W].mGrown; }
+    /// What the views leave of plane w.
+    Touched<uint64> getLevel(uint32 w) const
+    {
+        const auto atLevel = [w](uint64 uv, uint64 uw, uint64 vw, uint32 u, uint32 v)
+        { return uv & (COLUMN * (((uw >> (EDGE * w)) & u))) & toRows(static_cast<uint32>(vw >> (EDGE * w)) & v); };
+        const bool isShrunk = ((mExtents[W].mShrunk >> w) & 1u) != 0;
+        return {isShrunk ? atLevel(mViews[W].mShrunk, mViews[V].mShrunk, mViews[U].mShrunk, mExtents[U].mShrunk,
+                                   mExtents[V].mShrunk)
+                         : 0,
+                atLevel(mViews[W].mGrown, mViews[V].mGrown, mViews[U].mGrown, mExtents[U].mGrown, mExtents[V].mGrown)};
+    }
+
+private:
+    void test(uint32 axis, const EdgeTests& edges, const BrickVoxels& voxels, const Limits& limits)
+    {
+        const uint32 column = axis == U ? V : U;
+        const uint32 row = axis == W ? V : W;
+        mViews[axis] = edges.find(voxels.mOffsets[column], voxels.mOffsets[row], mExtents[row].mGrown, limits);
+    }
+
+    static constexpr uint64 ALL = ~uint64{0};
+
+    Touched<uint32> mExtents[3];
+    Touched<uint64> mViews[3] = {{ALL, ALL}, {ALL, ALL}, {ALL, ALL}}; // along u, v and w; bit 8 * row + column
+};
+
 /// A triangle against all voxels of a brick, by real numbers as far as floats go.
 class BrickTests
 {
@@ -239,77 +332,101 @@ public:
     BrickTests(const VoxelTriangle& triangle, const PlaneLayout& layout, const Vec3<float>& centre, float edge)
         : mAxes{project(triangle, layout.getAxis(U), centre, edge), project(triangle, layout.getAxis(V), centre, edge),
                 project(triangle, layout.getAxis(W), centre, edge)},
-          mUV(mAxes[U], mAxes[V]), mUW(mAxes[U], mAxes[W]), mVW(mAxes[V], mAxes[W]), mPlane(mAxes),
-          mExtent(triangle.mExtent)
+          mFarthest(std::max({mAxes[U].mFarthest, mAxes[V].mFarthest, mAxes[W].mFarthest})), mExtent(triangle.mExtent)
     {
     }
 
-    /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
-    /// by a third. Infinite for a triangle without area.
-    /// @param reach  largest coordinate of the brick.
-    float boundErrors(float reach) const
+    /// Finds the voxels that a flat triangle touches.
+    /// @param flat  the axis, of u, v and w, along which it has no extent.
+    /// @param planes  gets them.
+    /// @return whether they are certain.
+    bool findFlat(uint32 flat, const BrickVoxels& voxels, uint64 (&planes)[EDGE]) const
     {
-        constexpr float UNIT = 8e-8f;
-        constexpr float SHORTEST_EDGE = 1e-15f; // products of shorter ones have few digits, or none
-        const float farthest = std::max({mAxes[U].mFarthest, mAxes[V].mFarthest, mAxes[W].mFarthest});
-        const float shortest = std::min({mUV.getShortest(), mUW.getShortest(), mVW.getShortest()});
-        const float normal = mPlane.getLength() - UNIT * mExtent * (24.0f * farthest + 48.0f * mExtent);
-        if (!(normal > 0.0f && shortest >= SHORTEST_EDGE))
-            return std::numeric_limits<float>::infinity();
-        const float ofPlane = mExtent * mExtent * (51.0f * farthest + 48.0f * mExtent) / normal;
-        return UNIT * (farthest * 20.0f + ofPlane + 2.0f * reach);
+        const float errors = boundErrors(voxels.mReach);
+        if (!isSmall(errors, voxels))
+            return false;
+        const Limits limits = {sameLanes(voxels.mHalf - errors), sameLanes(voxels.mHalf + errors)};
+        SideViews views;
+        if (!views.findExtents(mAxes, voxels, limits))
+            return true;
+        views.look(flat, mAxes, voxels, limits);
+        return collect(views, nullptr, voxels, limits, planes);
     }
 
-    /// @param offsets  of the voxels from the brick's centre, along u, v and w.
-    /// @param planes  gets the voxels touched.
-    /// @return whether shrunk and grown voxels agree.
-    bool find(const float (&offsets)[3][EDGE], const Limits& limits, uint64 (&planes)[EDGE]) const
+    /// The same for one that isn't flat.
+    bool find(const BrickVoxels& voxels, uint64 (&planes)[EDGE]) const
     {
-        Touched<uint32> extents[3];
-        for (uint32 i = 0; i < 3; ++i)
-        {
-            extents[i] = mAxes[i].find(offsets[i], limits);
-            if (extents[i].mGrown == 0)
-                return true;
-        }
-        const auto uv = mUV.find(offsets[U], offsets[V], extents[V].mGrown, limits);
-        const auto uw = mUW.find(offsets[U], offsets[W], extents[W].mGrown, limits);
-        const auto vw = mVW.find(offsets[V], offsets[W], extents[W].mGrown, limits);
-        const uint64 shrunk = uv.mShrunk & COLUMN * extents[U].mShrunk & toRows(extents[V].mShrunk);
-        const uint64 grown = uv.mGrown & COLUMN * extents[U].mGrown & toRows(extents[V].mGrown);
-        for (uint32 w = 0; w < EDGE; ++w)
-        {
-            if (((extents[W].mGrown >> w) & 1u) == 0)
-                continue;
-            const uint64 all = grown & atLevel(uw.mGrown, vw.mGrown, w);
-            if (all == 0)
-                continue;
-            const Touched<uint64> touched = mPlane.find(offsets, w, all, limits);
-            planes[w] = touched.mGrown & all;
-            const uint64 certain = touched.mShrunk & shrunk & atLevel(uw.mShrunk, vw.mShrunk, w);
-            if (planes[w] != (((extents[W].mShrunk >> w) & 1u) != 0 ? certain : 0))
-                return false;
-        }
-        return true;
+        const PlaneTest plane(mAxes);
+        const float errors = boundErrors(voxels.mReach, plane.getLength());
+        if (!isSmall(errors, voxels))
+            return false;
+        const Limits limits = {sameLanes(voxels.mHalf - errors), sameLanes(voxels.mHalf + errors)};
+        SideViews views;
+        if (!views.findExtents(mAxes, voxels, limits))
+            return true;
+        views.lookAlongNormal(plane.getMainAxis(), mAxes, voxels, limits);
+        return collect(views, &plane, voxels, limits, planes);
     }
 
 private:
+    static constexpr float UNIT = 8e-8f;
+
     static AxisLanes project(const VoxelTriangle& triangle, int axis, const Vec3<float>& centre, float edge)
     {
         return {triangle.mPositions[axis], centre[axis], edge};
     }
 
-    /// What the tests across the plane leave of a level.
-    static uint64 atLevel(uint64 uw, uint64 vw, uint32 w)
+    /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
+    /// by a third.
+    /// @param reach  largest coordinate of the brick.
+    float boundErrors(float reach) const
     {
-        return COLUMN * ((uw >> (EDGE * w)) & ROW) & toRows(static_cast<uint32>(vw >> (EDGE * w)) & ROW);
+        if (mAxes[U].hasTinyEdge() || mAxes[V].hasTinyEdge() || mAxes[W].hasTinyEdge())
+            return std::numeric_limits<float>::infinity();
+        return UNIT * (mFarthest * 20.0f + 2.0f * reach);
+    }
+
+    /// The same with a normal, given the sum of its components. Infinite for a triangle without area.
+    float boundErrors(float reach, float normal) const
+    {
+        const float certain = normal - UNIT * mExtent * (24.0f * mFarthest + 48.0f * mExtent);
+        if (!(certain > 0.0f))
+            return std::numeric_limits<float>::infinity();
+        return boundErrors(reach) + UNIT * mExtent * mExtent * (51.0f * mFarthest + 48.0f * mExtent) / certain;
+    }
+
+    static bool isSmall(float errors, const BrickVoxels& voxels)
+    {
+        constexpr float LARGEST_SHARE = 0.1f; // of half a voxel; with more, most triangles would be uncertain
+        return errors < voxels.mHalf * LARGEST_SHARE;
+    }
+
+    /// Puts the answers together.
+    /// @param plane  null when its test separates nothing.
+    /// @return whether shrunk and grown voxels agree.
+    static bool collect(const SideViews& views, const PlaneTest* plane, const BrickVoxels& voxels, const Limits& limits,
+                        uint64 (&planes)[EDGE])
+    {
+        const uint32 levels = views.getLevels();
+        const uint32 end = static_cast<uint32>(std::bit_width(levels));
+        for (uint32 w = static_cast<uint32>(std::countr_zero(levels)); w < end; ++w)
+        {
+            Touched<uint64> touched = views.getLevel(w);
+            if (touched.mGrown != 0 && plane != nullptr)
+            {
+                const Touched<uint64> found = plane->find(voxels.mOffsets, w, touched.mGrown, limits);
+                touched.mShrunk &= found.mShrunk;
+                touched.mGrown &= found.mGrown;
+            }
+            if (touched.mShrunk != touched.mGrown)
+                return false;
+            planes[w] = touched.mGrown;
+        }
+        return true;
     }
 
     AxisLanes mAxes[3];
-    EdgeTests mUV;
-    EdgeTests mUW;
-    EdgeTests mVW;
-    PlaneTest mPlane;
+    float mFarthest;
     float mExtent;
 };
 
@@ -332,6 +449,40 @@ uint64 toParentBit(uint32 cell)
 {
     return uint64{1} << (cell / 128 * 16 + cell % 64 / 16 * 4 + cell % 8 / 2);
 }
+
+/// Octants of 2 voxels a side whose position along u, v or w has a bit.
+uint64 toSlabs(uint32 axis, uint32 positions)
+{
+    constexpr uint64 SLABS[3] = {0x1111111111111111, 0x000F000F000F000F, 0x000000000000FFFF};
+    uint64 slabs = 0;
+    for (; positions != 0; positions &= positions - 1)
+        slabs |= SLABS[axis] << (static_cast<uint32>(std::countr_zero(positions)) << (2 * axis));
+    return slabs;
+}
+
+/// The halves, quarters and eighths of a brick along an axis that a position lies in, enlarged as the cubes are.
+struct AxisHalves
+{
+    void descend(float centre, float edge, uint32 levels, uint32 rank)
+    {
+        const float half = getHalf(edge);
+        for (uint32 side = 0; side < 2; ++side)
+        {
+            const float middle = centre + (side == 0 ? -(edge / 4.0f) : edge / 4.0f);
+            if (mPosition - middle > half || mPosition - middle < -half)
+                continue;
+            const uint32 child = 2 * rank + side;
+            const uint32 last = (2u << (PlaneLayout::BRICK_LEVELS - levels)) - 1;
+            mTouched[levels - 1] |= 1u << (mIsFlipped ? last - child : child);
+            if (levels > 1)
+                descend(middle, edge / 2.0f, levels - 1, child);
+        }
+    }
+
+    float mPosition;
+    bool mIsFlipped;
+    uint32 mTouched[PlaneLayout::BRICK_LEVELS]; // eighths first
+};
 
 /// An octant of a brick, at a place in the order of the octree among those of its size.
 struct BrickOctant
@@ -407,7 +558,13 @@ BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
 {
     BrickOverlaps result;
     const uint32 levels = mLayout.getBrickLevels();
-    if (!covers && levels == PlaneLayout::BRICK_LEVELS && findCertain(triangle, result))
+    const bool isFull = levels == PlaneLayout::BRICK_LEVELS;
+    if (isFull && covers)
+    {
+        findCovered(triangle, result);
+        return result;
+    }
+    if (isFull && findCertain(triangle, result))
         return result;
     result = BrickOverlaps();
     descend(mLayout, triangle, covers, {mCentre, mEdge, levels, 0}, result);
@@ -417,18 +574,35 @@ BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
 /// @return whether the result is certain.
 bool BrickCubes::findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const
 {
-    constexpr float LARGEST_SHARE = 0.1f; // of half a voxel; with more, most triangles would be uncertain
     if (!std::isfinite(triangle.mExtent))
         return false;
     const BrickTests tests(triangle, mLayout, mCentre, mEdge);
-    const float half = getHalf(mEdge / 4.0f);
-    const float errors = tests.boundErrors(mReach);
-    if (!(errors < half * LARGEST_SHARE))
-        return false;
-    if (!tests.find(mOffsets, {sameLanes(half - errors), sameLanes(half + errors)}, result.mVoxels))
+    const BrickVoxels voxels = {mOffsets, getHalf(mEdge / 4.0f), mReach};
+    const bool isCertain = triangle.mFlatAxis != VoxelTriangle::NOT_FLAT
+                               ? tests.findFlat(mLayout.findPlaneAxis(triangle.mFlatAxis), voxels, result.mVoxels)
+                               : tests.find(voxels, result.mVoxels);
+    if (!isCertain)
         return false;
     result.mParents = findParents(result.mVoxels);
     result.mChildren = findChildren(result.mParents);
     return true;
+}
+
+/// What a flat triangle touches that spans the brick: its position along its axis decides.
+void BrickCubes::findCovered(const VoxelTriangle& triangle, BrickOverlaps& result) const
+{
+    const uint32 i = mLayout.findPlaneAxis(triangle.mFlatAxis);
+    const int axis = static_cast<int>(triangle.mFlatAxis);
+    AxisHalves halves = {triangle.mPositions[axis][0], mLayout.isFlipped(static_cast<int>(i)), {}};
+    halves.descend(mCentre[axis], mEdge, PlaneLayout::BRICK_LEVELS, 0);
+    const uint32 voxels = halves.mTouched[0];
+    for (uint32 w = 0; w < EDGE; ++w)
+        result.mVoxels[w] = i == U                    ? COLUMN * voxels
+                            : i == V                  ? toRows(voxels)
+                            : (voxels >> w & 1u) != 0 ? ~uint64{0}
+                                                      : 0;
+    result.mParents = toSlabs(i, halves.mTouched[1]);
+    const uint32 children = halves.mTouched[2];
+    result.mChildren = toSlabs(i, (children & 1u) | (children & 2u) << 1) & FIRST_PARTS;
 }
 } // namespace KORV::NavMesh

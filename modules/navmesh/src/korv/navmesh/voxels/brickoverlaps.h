@@ -35,6 +35,7 @@ private:
     static constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
 
     bool findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const;
+    void findCovered(const VoxelTriangle& triangle, BrickOverlaps& result) const;
 
     const PlaneLayout& mLayout;
     Vec3<float> mCentre;

@@ -46,6 +46,12 @@ public:
     /// The grid's axis that u, v or w runs along, and whether backwards.
     int getAxis(int i) const { return mAxes[i]; }
     bool isFlipped(int i) const { return mFlip[i]; }
+    /// Which of u, v and w (0 to 2) runs along one of the grid's axes.
+    uint32 findPlaneAxis(uint32 axis) const
+    {
+        const int wanted = static_cast<int>(axis);
+        return mAxes[0] == wanted ? 0 : mAxes[1] == wanted ? 1 : 2;
+    }
 
     /// Cells of a brick: 64 * w + 8 * v + u. The rank is the cell's place in the order of the octree.
     uint32 getCell(uint32 rank) const { return mCells[rank]; }
