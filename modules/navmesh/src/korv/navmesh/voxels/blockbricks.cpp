@@ -37,11 +37,13 @@ void BlockBricks::start(const Vec3<float>& centre, float edge, uint32 depth, con
 {
     mRoot = {centre, edge, depth, 0};
     mIsOrdinary = isWithinReach(centre, edge);
+    mLevelsLess = MAX_DEPTH - std::max(depth, PlaneLayout::BRICK_LEVELS);
     mLayout = &layout;
     mGrid = CellGrid(centre, edge, depth);
+    mBrickEdge = edge / static_cast<float>(1u << depth) * static_cast<float>(EDGE);
     for (int i = 0; i < 3; ++i)
         mFlips[i] = layout.isFlipped(i) ? (1u << depth) - 1 : 0;
-    std::fill(std::begin(mPlaces), std::end(mPlaces), NONE);
+    std::fill(std::begin(mRanks), std::end(mRanks), NONE);
     std::fill(std::begin(mTouched), std::end(mTouched), 0);
     mBricks.clear();
     mFillings.clear();
@@ -65,8 +67,51 @@ void BlockBricks::addTriangle(const Vec3<float> (&corners)[3], const TriangleCla
     else
     {
         const VoxelTriangle triangle(triangleClass, corners, mIsOrdinary);
-        descend(isClear && range.mIsInside ? findHome(range) : mRoot, triangle, false);
+        const bool hasHome = isClear && range.mIsInside;
+        if (!hasHome || !addFromBox(range, triangle))
+            descend(hasHome ? findHome(range) : mRoot, triangle, false);
     }
+}
+
+/// Tests the bricks that a box reaches when they are several, but few.
+/// @return whether the triangle is done with.
+bool BlockBricks::addFromBox(const CellRange& range, const VoxelTriangle& triangle)
+{
+    constexpr int32 MOST_BRICKS = 4;
+    const Vec3<int32> first(range.mFirst[0] / 8, range.mFirst[1] / 8, range.mFirst[2] / 8);
+    const Vec3<int32> last(range.mLast[0] / 8, range.mLast[1] / 8, range.mLast[2] / 8);
+    const int32 numBricks = (last.mX - first.mX + 1) * (last.mY - first.mY + 1) * (last.mZ - first.mZ + 1);
+    if (mLayout->getBrickLevels() < PlaneLayout::BRICK_LEVELS || numBricks == 1 || numBricks > MOST_BRICKS)
+        return false;
+    if (triangle.mExtent > mBrickEdge && triangle.mFlatAxis == VoxelTriangle::NOT_FLAT)
+        return false;
+    bool isCertain = true;
+    Vec3<int32> position;
+    for (position.mX = first.mX; position.mX <= last.mX; ++position.mX)
+    {
+        for (position.mY = first.mY; position.mY <= last.mY; ++position.mY)
+        {
+            for (position.mZ = first.mZ; position.mZ <= last.mZ; ++position.mZ)
+                isCertain = isCertain && addCertain(position, triangle);
+        }
+    }
+    return isCertain;
+}
+
+/// Adds the voxels of a brick that a triangle in the block touches, if there are any.
+/// @param position  of the brick. [bricks]
+/// @return false when they are uncertain.
+bool BlockBricks::addCertain(const Vec3<int32>& position, const VoxelTriangle& triangle)
+{
+    uint32 uvw[3];
+    for (int i = 0; i < 3; ++i)
+        uvw[i] = static_cast<uint32>(position[mLayout->getAxis(i)]) ^ (mFlips[i] / EDGE);
+    const uint32 brick = getBrick(getRank(uvw[0], uvw[1], uvw[2]));
+    BrickOverlaps found;
+    if (!mFillings[brick].mCubes.findCertain(triangle, mRoot.mEdge, 2.0f * mGrid.getDrift(), found))
+        return false;
+    addVoxelPlanes(brick, found, triangle.mClass);
+    return true;
 }
 
 /// Adds the voxels from one cell to another.
@@ -94,7 +139,7 @@ void BlockBricks::addRow(const CellRange& range, const TriangleClass& triangleCl
 
 void BlockBricks::addCell(uint32 u, uint32 v, uint32 w, const TriangleClass& triangleClass)
 {
-    const uint32 number = getBrick(w / EDGE * 64 + v / EDGE * 8 + u / EDGE);
+    const uint32 number = getBrick(getRank(u / EDGE, v / EDGE, w / EDGE));
     VoxelBrick& brick = mBricks[number];
     const uint64 bit = uint64{1} << (v % EDGE * 8 + u % EDGE);
     brick.mOccupied[w % EDGE] |= bit;
@@ -150,9 +195,10 @@ void BlockBricks::descend(const Octant& octant, const VoxelTriangle& triangle, b
 
 void BlockBricks::addToBrick(const Octant& octant, const VoxelTriangle& triangle, bool covers)
 {
-    const uint32 brick = getBrick(getPlace(octant.mRank));
+    const uint32 brick = getBrick(octant.mRank);
     Filling& filling = mFillings[brick];
     const BrickOverlaps found = filling.mCubes.find(triangle, covers);
+    filling.mIsTouched = true;
     filling.mParents |= found.mParents;
     filling.mChildren |= found.mChildren;
     addVoxelPlanes(brick, found, triangle.mClass);
@@ -200,30 +246,27 @@ bool BlockBricks::hasManyTypesWith(uint32 brick, uint16 type)
     return true;
 }
 
-/// The place of a brick among those of the block. @param rank  in the order of the octree.
-uint32 BlockBricks::getPlace(uint32 rank) const
+/// The place of a brick in the order of the octree, among those of the block. @param u,v,w  of the brick.
+uint32 BlockBricks::getRank(uint32 u, uint32 v, uint32 w) const
 {
-    // the layout has the cells of a brick in that order, and a block of bricks looks alike, only that it may be smaller
-    const uint32 levelsLess = MAX_DEPTH - std::max(mRoot.mDepth, PlaneLayout::BRICK_LEVELS);
-    const uint32 cell = mLayout->getCell(rank << (3 * levelsLess));
-    const uint32 u = (cell % 8) >> levelsLess;
-    const uint32 v = (cell / 8 % 8) >> levelsLess;
-    const uint32 w = (cell / 64) >> levelsLess;
-    return 64 * w + 8 * v + u;
+    // the layout has the ranks of a brick's cells, and a block of bricks looks alike, only that it may be smaller
+    return mLayout->getRank((64 * w + 8 * v + u) << mLevelsLess) >> (3 * mLevelsLess);
 }
 
-uint32 BlockBricks::addBrick(uint32 place)
+uint32 BlockBricks::addBrick(uint32 rank)
 {
-    const uint32 uvw[3] = {place % 8, place / 8 % 8, place / 64};
-    const uint32 levels = mLayout->getBrickLevels();
-    Vec3<int32> cell;
-    for (int i = 0; i < 3; ++i)
-        cell[mLayout->getAxis(i)] = static_cast<int32>((uvw[i] << levels) ^ mFlips[i]);
-    const Octant octant = findOctant(cell, levels);
+    Octant octant = mRoot;
+    for (uint32 level = mRoot.mDepth - mLayout->getBrickLevels(); level-- > 0; octant.mEdge /= 2.0f)
+    {
+        const Vec3<int32>& corner = CHILD_CORNERS[(rank >> (3 * level)) % NUM_CHILDREN];
+        const float quarter = octant.mEdge / 4.0f;
+        for (int axis = 0; axis < 3; ++axis)
+            octant.mCentre[axis] += corner[axis] != 0 ? quarter : -quarter;
+    }
     mFillings.push_back({BrickCubes(*mLayout, octant.mCentre, octant.mEdge)});
     mBricks.emplace_back();
-    mPlaces[place] = static_cast<uint16>(mBricks.size() - 1);
-    return mPlaces[place];
+    mRanks[rank] = static_cast<uint16>(mBricks.size() - 1);
+    return mRanks[rank];
 }
 
 void BlockBricks::finish()
@@ -232,7 +275,7 @@ void BlockBricks::finish()
     const uint32 numRanks = 1u << (3 * (mRoot.mDepth - levels));
     for (uint32 rank = 0; rank < numRanks; ++rank)
     {
-        const uint16 brick = mPlaces[getPlace(rank)];
+        const uint16 brick = mRanks[rank];
         if (brick != NONE)
             finishBrick(brick, rank);
     }
@@ -244,11 +287,14 @@ void BlockBricks::finish()
 /// @param rank  its place in the order of the octree.
 void BlockBricks::finishBrick(uint32 number, uint32 rank)
 {
+    const auto isNotEmpty = [](uint64 plane) { return plane != 0; };
     VoxelBrick& brick = mBricks[number];
+    const bool hasVoxels = std::any_of(std::begin(brick.mOccupied), std::end(brick.mOccupied), isNotEmpty);
+    if (!hasVoxels && !mFillings[number].mIsTouched)
+        return;
     mTouched[0] |= mRoot.mDepth > mLayout->getBrickLevels() ? uint64{1} << (rank / NUM_CHILDREN) : 0;
     countBrick(brick, mFillings[number]);
-    const auto isEmpty = [](uint64 plane) { return plane == 0; };
-    if (std::all_of(std::begin(brick.mOccupied), std::end(brick.mOccupied), isEmpty))
+    if (!hasVoxels)
         return; // what touches an octant may miss its children, which are a little smaller together
     mOrder.push_back(static_cast<uint16>(number));
     for (uint32 level = mRoot.mDepth - mLayout->getBrickLevels(); level-- > 0;)

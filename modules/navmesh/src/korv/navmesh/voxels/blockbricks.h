@@ -47,6 +47,7 @@ private:
         BrickCubes mCubes;
         uint64 mParents = 0; // octants touched, see BrickOverlaps, beside those above voxels
         uint64 mChildren = 0;
+        bool mIsTouched = false; // also when no voxel is
         bool mHasType = false;
         uint32 mTypesOfCells = 0; // where those of walkable cells begin, when they differ
     };
@@ -65,22 +66,26 @@ private:
     Octant findHome(const CellRange& range) const;
     Octant findOctant(const Vec3<int32>& cell, uint32 depth) const;
     void descend(const Octant& octant, const VoxelTriangle& triangle, bool covers);
+    bool addFromBox(const CellRange& range, const VoxelTriangle& triangle);
+    bool addCertain(const Vec3<int32>& position, const VoxelTriangle& triangle);
     void addToBrick(const Octant& octant, const VoxelTriangle& triangle, bool covers);
     void addVoxelPlanes(uint32 brick, const BrickOverlaps& found, const TriangleClass& triangleClass);
     bool hasManyTypesWith(uint32 brick, uint16 type);
-    uint32 getPlace(uint32 rank) const;
-    uint32 getBrick(uint32 place) { return mPlaces[place] != NONE ? mPlaces[place] : addBrick(place); }
-    uint32 addBrick(uint32 place);
+    uint32 getRank(uint32 u, uint32 v, uint32 w) const;
+    uint32 getBrick(uint32 rank) { return mRanks[rank] != NONE ? mRanks[rank] : addBrick(rank); }
+    uint32 addBrick(uint32 rank);
     void finishBrick(uint32 brick, uint32 rank);
     void countBrick(const VoxelBrick& brick, const Filling& filling);
 
     Octant mRoot{};
     bool mIsOrdinary = false; // whether all of it lies within ORDINARY_REACH
     const PlaneLayout* mLayout = nullptr;
-    CellGrid mGrid; // of voxels
+    CellGrid mGrid;          // of voxels
+    float mBrickEdge = 0.0f; // [world units]
     uint32 mFlips[3] = {};
-    uint16 mPlaces[MAX_BRICKS]; // bricks by place: 64 * w + 8 * v + u, in bricks
-    uint64 mTouched[2] = {};    // octants of two and of four bricks a side, by rank
+    uint32 mLevelsLess = 0;    // than in the largest block
+    uint16 mRanks[MAX_BRICKS]; // bricks by their place in the order of the octree
+    uint64 mTouched[2] = {};   // octants of two and of four bricks a side, by rank
 
     Vector<VoxelBrick> mBricks; // in the order in which they were touched
     Vector<Filling> mFillings;  // beside them

@@ -18,7 +18,8 @@
 // from a centre, that and the projections come to 24 u L E^2 + 8 u L n, compared with half a cube times n; here it is
 // 27 u L E^2 + 10 u L n. Seen from a point that the rounded triangle shares with a shrunk cube, which the literal test
 // must find, it is 48 u E^3 + 8 u L n. The normals of the triangle and the rounded one differ by 24 u L E. The centres
-// of octants are off by u times the largest coordinate from one level to the next, of which there are two.
+// of octants are off by u times the largest coordinate from one level to the next, of which a brick has two; a block
+// measures what it really is.
 
 #include "korv/navmesh/voxels/brickoverlaps.h"
 
@@ -36,6 +37,7 @@ constexpr uint32 U = 0;
 constexpr uint32 V = 1;
 constexpr uint32 W = 2;
 constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
+constexpr float UNIT = 8e-8f; // the unit roundoff, rounded up by a third
 constexpr uint64 COLUMN = 0x0101010101010101;
 constexpr uint32 ROW = 0xFF;
 constexpr uint64 FIRST_PARTS = 0x0000050500000505; // of the octants of 4 voxels a side
@@ -94,36 +96,37 @@ FloatLanes nextCorners(FloatLanes corners)
     return __builtin_shufflevector(corners, corners, 1, 2, 0, 3);
 }
 
+float largestOf(FloatLanes corners)
+{
+    return std::max(std::max(corners[0], corners[1]), corners[2]);
+}
+
 /// A triangle along an axis of the plane, seen from the brick's centre.
 struct AxisLanes
 {
-    /// @param centre,edge  of the brick.
+    /// @param centre  of the brick.
+    /// @param edge  of the largest octant that is tested, or of one around it.
     AxisLanes(const float (&positions)[3], float centre, float edge)
     {
         const FloatLanes corners = {positions[0], positions[1], positions[2], centre};
         mCorners = corners - centre;
         mEdges = nextCorners(corners) - corners;
-        const FloatLanes lengths = absoluteLanes(mCorners);
-        mFarthest = std::max({lengths[0], lengths[1], lengths[2]}) + edge / 2.0f;
+        mFarthest = largestOf(absoluteLanes(mCorners)) + edge / 2.0f;
     }
 
     /// The test along the axis.
     Touched<uint32> find(const float (&offsets)[EDGE], const Limits& limits) const
     {
-        const float min = std::min({mCorners[0], mCorners[1], mCorners[2]});
-        const float max = std::max({mCorners[0], mCorners[1], mCorners[2]});
+        const float min = -largestOf(-mCorners);
+        const float max = largestOf(mCorners);
         const FloatLanes middle = sameLanes((min + max) * 0.5f);
         const FloatLanes spread = sameLanes((max - min) * 0.5f);
         return limits.compare({absoluteLanes(middle - loadLanes(offsets)) - spread,
                                absoluteLanes(middle - loadLanes(offsets + NUM_LANES)) - spread});
     }
 
-    /// Whether a product with an edge's component has few digits, or none.
-    bool hasTinyEdge() const
-    {
-        const MaskLanes isTiny = (mEdges != 0.0f) & (absoluteLanes(mEdges) < 1e-15f);
-        return gatherBits(isTiny, isTiny) != 0;
-    }
+    /// Edges' components so short that products with them have few digits, or none.
+    MaskLanes findTinyEdges() const { return (mEdges != 0.0f) & (absoluteLanes(mEdges) < 1e-15f); }
 
     FloatLanes mCorners;
     FloatLanes mEdges; // from each corner to the next
@@ -256,7 +259,7 @@ struct BrickVoxels
 {
     const float (&mOffsets)[3][EDGE]; // along u, v and w
     float mHalf;                      // of a voxel's edge, enlarged
-    float mReach;                     // about the largest coordinate
+    float mDrift;                     // how far off the centres of two octants are at most, together
 };
 
 /// What the tests along the axes say, and those along the normals of edges: the latter look at the brick from a side.
@@ -332,7 +335,8 @@ public:
     BrickTests(const VoxelTriangle& triangle, const PlaneLayout& layout, const Vec3<float>& centre, float edge)
         : mAxes{project(triangle, layout.getAxis(U), centre, edge), project(triangle, layout.getAxis(V), centre, edge),
                 project(triangle, layout.getAxis(W), centre, edge)},
-          mFarthest(std::max({mAxes[U].mFarthest, mAxes[V].mFarthest, mAxes[W].mFarthest})), mExtent(triangle.mExtent)
+          mFarthest(std::max(std::max(mAxes[U].mFarthest, mAxes[V].mFarthest), mAxes[W].mFarthest)),
+          mExtent(triangle.mExtent)
     {
     }
 
@@ -342,7 +346,7 @@ public:
     /// @return whether they are certain.
     bool findFlat(uint32 flat, const BrickVoxels& voxels, uint64 (&planes)[EDGE]) const
     {
-        const float errors = boundErrors(voxels.mReach);
+        const float errors = boundErrors(voxels.mDrift);
         if (!isSmall(errors, voxels))
             return false;
         const Limits limits = {sameLanes(voxels.mHalf - errors), sameLanes(voxels.mHalf + errors)};
@@ -357,7 +361,7 @@ public:
     bool find(const BrickVoxels& voxels, uint64 (&planes)[EDGE]) const
     {
         const PlaneTest plane(mAxes);
-        const float errors = boundErrors(voxels.mReach, plane.getLength());
+        const float errors = boundErrors(voxels.mDrift, plane.getLength());
         if (!isSmall(errors, voxels))
             return false;
         const Limits limits = {sameLanes(voxels.mHalf - errors), sameLanes(voxels.mHalf + errors)};
@@ -369,8 +373,6 @@ public:
     }
 
 private:
-    static constexpr float UNIT = 8e-8f;
-
     static AxisLanes project(const VoxelTriangle& triangle, int axis, const Vec3<float>& centre, float edge)
     {
         return {triangle.mPositions[axis], centre[axis], edge};
@@ -378,21 +380,21 @@ private:
 
     /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
     /// by a third.
-    /// @param reach  largest coordinate of the brick.
-    float boundErrors(float reach) const
+    float boundErrors(float drift) const
     {
-        if (mAxes[U].hasTinyEdge() || mAxes[V].hasTinyEdge() || mAxes[W].hasTinyEdge())
+        const MaskLanes areTiny = mAxes[U].findTinyEdges() | mAxes[V].findTinyEdges() | mAxes[W].findTinyEdges();
+        if (gatherBits(areTiny, areTiny) != 0)
             return std::numeric_limits<float>::infinity();
-        return UNIT * (mFarthest * 20.0f + 2.0f * reach);
+        return UNIT * mFarthest * 20.0f + drift;
     }
 
     /// The same with a normal, given the sum of its components. Infinite for a triangle without area.
-    float boundErrors(float reach, float normal) const
+    float boundErrors(float drift, float normal) const
     {
         const float certain = normal - UNIT * mExtent * (24.0f * mFarthest + 48.0f * mExtent);
         if (!(certain > 0.0f))
             return std::numeric_limits<float>::infinity();
-        return boundErrors(reach) + UNIT * mExtent * mExtent * (51.0f * mFarthest + 48.0f * mExtent) / certain;
+        return boundErrors(drift) + UNIT * mExtent * mExtent * (51.0f * mFarthest + 48.0f * mExtent) / certain;
     }
 
     static bool isSmall(float errors, const BrickVoxels& voxels)
@@ -537,7 +539,7 @@ uint64 findChildren(uint64 parents)
 
 BrickCubes::BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, float edge)
     : mLayout(layout), mCentre(centre), mEdge(edge),
-      mReach(std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge)
+      mDrift(2.0f * UNIT * (std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge))
 {
     for (int i = 0; i < 3; ++i)
     {
@@ -564,7 +566,7 @@ BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
         findCovered(triangle, result);
         return result;
     }
-    if (isFull && findCertain(triangle, result))
+    if (isFull && findCertain(triangle, mEdge, mDrift, result))
         return result;
     result = BrickOverlaps();
     descend(mLayout, triangle, covers, {mCentre, mEdge, levels, 0}, result);
@@ -572,12 +574,12 @@ BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
 }
 
 /// @return whether the result is certain.
-bool BrickCubes::findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const
+bool BrickCubes::findCertain(const VoxelTriangle& triangle, float edge, float drift, BrickOverlaps& result) const
 {
     if (!std::isfinite(triangle.mExtent))
         return false;
-    const BrickTests tests(triangle, mLayout, mCentre, mEdge);
-    const BrickVoxels voxels = {mOffsets, getHalf(mEdge / 4.0f), mReach};
+    const BrickTests tests(triangle, mLayout, mCentre, edge);
+    const BrickVoxels voxels = {mOffsets, getHalf(mEdge / 4.0f), drift};
     const bool isCertain = triangle.mFlatAxis != VoxelTriangle::NOT_FLAT
                                ? tests.findFlat(mLayout.findPlaneAxis(triangle.mFlatAxis), voxels, result.mVoxels)
                                : tests.find(voxels, result.mVoxels);

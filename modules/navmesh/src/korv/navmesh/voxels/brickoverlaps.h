@@ -30,17 +30,22 @@ public:
     /// @param triangle  one that touches the brick.
     /// @param covers  that it is known to span the whole brick, see ChildCubes.
     BrickOverlaps find(const VoxelTriangle& triangle, bool covers) const;
+    /// Finds what a triangle touches that may not touch the brick, when the way down began at an octant further up.
+    /// Octants on the way to the brick are touched if voxels of theirs are.
+    /// @param edge  of the octant.
+    /// @param drift  how far off the centres of octants in it are from each other at most, by rounding.
+    /// @return whether that is certain; nothing is found then but what lies in the brick.
+    bool findCertain(const VoxelTriangle& triangle, float edge, float drift, BrickOverlaps& result) const;
 
 private:
     static constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
 
-    bool findCertain(const VoxelTriangle& triangle, BrickOverlaps& result) const;
     void findCovered(const VoxelTriangle& triangle, BrickOverlaps& result) const;
 
     const PlaneLayout& mLayout;
     Vec3<float> mCentre;
     float mEdge;
-    float mReach;                        // about the largest coordinate of the brick
+    float mDrift;                        // of the centres of octants in the brick
     alignas(16) float mOffsets[3][EDGE]; // of the voxels' centres from the brick's, along u, v and w
 };
 } // namespace KORV::NavMesh

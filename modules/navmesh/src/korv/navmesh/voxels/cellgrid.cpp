@@ -16,8 +16,8 @@
 // - A flat triangle's normal has one component and separates only where the box does.
 //
 // Numbers: u is the unit roundoff 6e-8, L the largest distance along an axis from the centre of an octant to a corner,
-// at most 2.5 times the grid's edge; h half the edge of an octant, E the largest component of an edge. Centres of
-// octants are off by u times the largest coordinate on each level; places in the grid by 12 u times the grid's edge.
+// at most 2.5 times the grid's edge; h half the edge of an octant, E the largest component of an edge. How far
+// off rounding takes the centres of octants is measured; places in the grid are off by 12 u times the grid's edge.
 // With L at most 2.5 times the edge of a grid of 64 cells, that is 1430 u cells, and 23 u of the edge in general.
 // Edges here are those of the corners as they stand, so that the normal, too, is off by up to 24 u L E. Products of
 // components smaller than 1e-20 have few digits or none, which the above leaves out.
@@ -84,6 +84,16 @@ float largestAxis(FloatLanes lanes)
 {
     return std::max({lanes[0], lanes[1], lanes[2]});
 }
+/// How far rounding takes the centres of octants off, along an axis. @param ideal  where the octant's centre should be.
+float measureDrift(double ideal, float centre, float edge, uint32 levels)
+{
+    if (levels == 0)
+        return static_cast<float>(std::fabs(centre - ideal));
+    const float quarter = edge / 4.0f;
+    return std::max({static_cast<float>(std::fabs(centre - ideal)),
+                     measureDrift(ideal - quarter, centre - quarter, edge / 2.0f, levels - 1),
+                     measureDrift(ideal + quarter, centre + quarter, edge / 2.0f, levels - 1)});
+}
 } // namespace
 
 CellGrid::CellGrid(const Vec3<float>& centre, float edge, uint32 levels)
@@ -92,14 +102,15 @@ CellGrid::CellGrid(const Vec3<float>& centre, float edge, uint32 levels)
     const float cell = edge / dimension;
     const float scale = 1.0f / cell;
     const float enlarged = OVERLAP_MARGIN / 2.0f * scale;
-    const float reach = std::max({std::fabs(centre.mX), std::fabs(centre.mY), std::fabs(centre.mZ)}) + edge;
     mCentre = toLanes(centre);
     mScale = FloatLanes{scale, scale, scale, 0.0f};
     mFirst = sameLanes(dimension / 2.0f - enlarged);
     mLast = sameLanes(dimension / 2.0f + enlarged);
     mFirst[3] = mLast[3] = 0.5f;
     mDimension = sameLanes(dimension);
-    mErrors = UNIT * (static_cast<float>(levels + 1) * reach * scale + 25.0f * dimension);
+    for (int axis = 0; axis < 3; ++axis)
+        mDrift = std::max(mDrift, measureDrift(centre[axis], centre[axis], edge, levels));
+    mErrors = mDrift * scale + UNIT * 25.0f * dimension;
     mReach = mErrors < LARGEST_ERRORS && isWithinReach(centre, edge) ? 2.0f * edge : 0.0f;
     mCubicShare = UNIT * 96.0f / (CLEAR * cell / 2.0f);
     mLinearShare = UNIT * 60.0f * edge;

@@ -33,6 +33,9 @@ public:
     /// @param levels  below it.
     CellGrid(const Vec3<float>& centre, float edge, uint32 levels);
 
+    /// How far off the centres of octants are at most, by rounding on the way down to them. [world units]
+    float getDrift() const { return mDrift; }
+
     /// The cells that the box reaches; the triangle touches none else.
     /// @return whether that is certain. Then an octant that the whole box lies in is found touched all the way down,
     /// and none beside it.
@@ -50,8 +53,9 @@ private:
     FloatLanes mScale; // cells per world unit
     FloatLanes mFirst; // from the centre to where the grid begins, less and more what cells are enlarged by [cells]
     FloatLanes mLast;
-    FloatLanes mDimension;    // [cells]
-    float mReach = 0.0f;      // how far off a triangle may be [world units]
+    FloatLanes mDimension; // [cells]
+    float mReach = 0.0f;   // how far off a triangle may be [world units]
+    float mDrift = 0.0f;
     float mErrors = 1.0f;     // all rounding errors together [cells]
     float mCubicShare = 0.0f; // how long a normal must be, see the numbers above
     float mLinearShare = 0.0f;
