@@ -217,7 +217,8 @@ KORV_TEST(BrickOverlaps, agreeWithTheWayDown)
                 source.moveToContact(corners, 2u << n % 3);
             LiteralBrick expected(layout, corners);
             expected.descend(source.mCentre, source.mEdge, PlaneLayout::BRICK_LEVELS, 0);
-            const BrickOverlaps found = cubes.find(VoxelTriangle({}, corners, source.mOrdinary), false);
+            const VoxelTriangle triangle({}, corners, source.mOrdinary);
+            const BrickOverlaps found = cubes.find(BrickTriangle(triangle, layout), false);
             ASSERT_EQ(found.mChildren, expected.mFound.mChildren);
             ASSERT_EQ(found.mParents, expected.mFound.mParents);
             ASSERT_TRUE(std::equal(std::begin(found.mVoxels), std::end(found.mVoxels), expected.mFound.mVoxels));

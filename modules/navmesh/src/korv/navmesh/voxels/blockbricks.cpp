@@ -66,7 +66,8 @@ void BlockBricks::addTriangle(const Vec3<float> (&corners)[3], const TriangleCla
         addRow(range, triangleClass);
     else
     {
-        const VoxelTriangle triangle(triangleClass, corners, mIsOrdinary);
+        const VoxelTriangle voxelTriangle(triangleClass, corners, mIsOrdinary);
+        const BrickTriangle triangle(voxelTriangle, *mLayout);
         const bool hasHome = isClear && range.mIsInside;
         if (!hasHome || !addFromBox(range, triangle))
             descend(hasHome ? findHome(range) : mRoot, triangle, false);
@@ -75,7 +76,7 @@ void BlockBricks::addTriangle(const Vec3<float> (&corners)[3], const TriangleCla
 
 /// Tests the bricks that a box reaches when they are several, but few.
 /// @return whether the triangle is done with.
-bool BlockBricks::addFromBox(const CellRange& range, const VoxelTriangle& triangle)
+bool BlockBricks::addFromBox(const CellRange& range, const BrickTriangle& triangle)
 {
     constexpr int32 MOST_BRICKS = 4;
     const Vec3<int32> first(range.mFirst[0] / 8, range.mFirst[1] / 8, range.mFirst[2] / 8);
@@ -83,7 +84,7 @@ bool BlockBricks::addFromBox(const CellRange& range, const VoxelTriangle& triang
     const int32 numBricks = (last.mX - first.mX + 1) * (last.mY - first.mY + 1) * (last.mZ - first.mZ + 1);
     if (mLayout->getBrickLevels() < PlaneLayout::BRICK_LEVELS || numBricks == 1 || numBricks > MOST_BRICKS)
         return false;
-    if (triangle.mExtent > mBrickEdge && triangle.mFlatAxis == VoxelTriangle::NOT_FLAT)
+    if (triangle.mTriangle.mExtent > mBrickEdge && triangle.mTriangle.mFlatAxis == VoxelTriangle::NOT_FLAT)
         return false;
     bool isCertain = true;
     Vec3<int32> position;
@@ -101,7 +102,7 @@ bool BlockBricks::addFromBox(const CellRange& range, const VoxelTriangle& triang
 /// Adds the voxels of a brick that a triangle in the block touches, if there are any.
 /// @param position  of the brick. [bricks]
 /// @return false when they are uncertain.
-bool BlockBricks::addCertain(const Vec3<int32>& position, const VoxelTriangle& triangle)
+bool BlockBricks::addCertain(const Vec3<int32>& position, const BrickTriangle& triangle)
 {
     uint32 uvw[3];
     for (int i = 0; i < 3; ++i)
@@ -110,7 +111,7 @@ bool BlockBricks::addCertain(const Vec3<int32>& position, const VoxelTriangle& t
     BrickOverlaps found;
     if (!mFillings[brick].mCubes.findCertain(triangle, mRoot.mEdge, 2.0f * mGrid.getDrift(), found))
         return false;
-    addVoxelPlanes(brick, found, triangle.mClass);
+    addVoxelPlanes(brick, found, triangle.mTriangle.mClass);
     return true;
 }
 
@@ -173,7 +174,7 @@ BlockBricks::Octant BlockBricks::findOctant(const Vec3<int32>& cell, uint32 dept
     return octant;
 }
 
-void BlockBricks::descend(const Octant& octant, const VoxelTriangle& triangle, bool covers)
+void BlockBricks::descend(const Octant& octant, const BrickTriangle& triangle, bool covers)
 {
     if (octant.mDepth <= mLayout->getBrickLevels())
     {
@@ -184,7 +185,7 @@ void BlockBricks::descend(const Octant& octant, const VoxelTriangle& triangle, b
     if (level < std::size(mTouched))
         mTouched[level] |= uint64{1} << octant.mRank;
     ChildCubes cubes(octant.mCentre, octant.mEdge);
-    const ChildCubes::Overlaps found = cubes.find(triangle, covers);
+    const ChildCubes::Overlaps found = cubes.find(triangle.mTriangle, covers);
     for (uint32 rest = found.mTouched; rest != 0; rest &= rest - 1)
     {
         const uint32 k = static_cast<uint32>(std::countr_zero(rest));
@@ -193,7 +194,7 @@ void BlockBricks::descend(const Octant& octant, const VoxelTriangle& triangle, b
     }
 }
 
-void BlockBricks::addToBrick(const Octant& octant, const VoxelTriangle& triangle, bool covers)
+void BlockBricks::addToBrick(const Octant& octant, const BrickTriangle& triangle, bool covers)
 {
     const uint32 brick = getBrick(octant.mRank);
     Filling& filling = mFillings[brick];
@@ -201,7 +202,7 @@ void BlockBricks::addToBrick(const Octant& octant, const VoxelTriangle& triangle
     filling.mIsTouched = true;
     filling.mParents |= found.mParents;
     filling.mChildren |= found.mChildren;
-    addVoxelPlanes(brick, found, triangle.mClass);
+    addVoxelPlanes(brick, found, triangle.mTriangle.mClass);
 }
 
 /// Adds the voxels that a triangle touches. The first walkable triangle decides about a voxel.

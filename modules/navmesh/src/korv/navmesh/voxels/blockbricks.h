@@ -65,10 +65,10 @@ private:
     void addCell(uint32 u, uint32 v, uint32 w, const TriangleClass& triangleClass);
     Octant findHome(const CellRange& range) const;
     Octant findOctant(const Vec3<int32>& cell, uint32 depth) const;
-    void descend(const Octant& octant, const VoxelTriangle& triangle, bool covers);
-    bool addFromBox(const CellRange& range, const VoxelTriangle& triangle);
-    bool addCertain(const Vec3<int32>& position, const VoxelTriangle& triangle);
-    void addToBrick(const Octant& octant, const VoxelTriangle& triangle, bool covers);
+    void descend(const Octant& octant, const BrickTriangle& triangle, bool covers);
+    bool addFromBox(const CellRange& range, const BrickTriangle& triangle);
+    bool addCertain(const Vec3<int32>& position, const BrickTriangle& triangle);
+    void addToBrick(const Octant& octant, const BrickTriangle& triangle, bool covers);
     void addVoxelPlanes(uint32 brick, const BrickOverlaps& found, const TriangleClass& triangleClass);
     bool hasManyTypesWith(uint32 brick, uint16 type);
     uint32 getRank(uint32 u, uint32 v, uint32 w) const;

@@ -101,17 +101,18 @@ float largestOf(FloatLanes corners)
     return std::max(std::max(corners[0], corners[1]), corners[2]);
 }
 
+/// The axes that are seen along another, as columns and rows.
+constexpr uint32 COLUMNS[3] = {V, U, U};
+constexpr uint32 ROWS[3] = {W, W, V};
+
 /// A triangle along an axis of the plane, seen from the brick's centre.
 struct AxisLanes
 {
     /// @param centre  of the brick.
     /// @param edge  of the largest octant that is tested, or of one around it.
-    AxisLanes(const float (&positions)[3], float centre, float edge)
+    AxisLanes(FloatLanes corners, float centre, float edge)
+        : mCorners(corners - centre), mFarthest(largestOf(absoluteLanes(mCorners)) + edge / 2.0f)
     {
-        const FloatLanes corners = {positions[0], positions[1], positions[2], centre};
-        mCorners = corners - centre;
-        mEdges = nextCorners(corners) - corners;
-        mFarthest = largestOf(absoluteLanes(mCorners)) + edge / 2.0f;
     }
 
     /// The test along the axis.
@@ -125,12 +126,8 @@ struct AxisLanes
                                absoluteLanes(middle - loadLanes(offsets + NUM_LANES)) - spread});
     }
 
-    /// Edges' components so short that products with them have few digits, or none.
-    MaskLanes findTinyEdges() const { return (mEdges != 0.0f) & (absoluteLanes(mEdges) < 1e-15f); }
-
     FloatLanes mCorners;
-    FloatLanes mEdges; // from each corner to the next
-    float mFarthest;   // distance of a corner from the centre of a cube, at most
+    float mFarthest; // distance of a corner from the centre of a cube, at most
 };
 
 /// The tests in one of the planes that two axes span, along the normals of the three edges there. Distances are divided
@@ -138,13 +135,10 @@ struct AxisLanes
 class EdgeTests
 {
 public:
-    EdgeTests(const AxisLanes& x, const AxisLanes& y)
+    /// @param along  the edges, see BrickTriangle.
+    EdgeTests(const FloatLanes (&along)[2], const AxisLanes& x, const AxisLanes& y)
+        : mAlongX(along[0]), mAlongY(along[1])
     {
-        const FloatLanes length = absoluteLanes(x.mEdges) + absoluteLanes(y.mEdges);
-        const MaskLanes isEdge = length > 0.0f; // one along the third axis separates nothing
-        const FloatLanes scale = isEdge ? 1.0f / length : FloatLanes{};
-        mAlongX = x.mEdges * scale;
-        mAlongY = y.mEdges * scale;
         const FloatLanes here = mAlongX * y.mCorners - mAlongY * x.mCorners;
         const FloatLanes opposite =
             mAlongX * nextCorners(nextCorners(y.mCorners)) - mAlongY * nextCorners(nextCorners(x.mCorners));
@@ -203,24 +197,12 @@ private:
 class PlaneTest
 {
 public:
-    explicit PlaneTest(const AxisLanes (&axes)[3])
+    PlaneTest(const BrickTriangle& triangle, const AxisLanes (&axes)[3])
+        : mNormal(triangle.mNormal), mDistance(mNormal[U] * axes[U].mCorners[0] + mNormal[V] * axes[V].mCorners[0] +
+                                               mNormal[W] * axes[W].mCorners[0])
     {
-        float distance = 0.0f;
-        for (uint32 i = 0; i < 3; ++i)
-        {
-            const FloatLanes& x = axes[(i + 1) % 3].mEdges;
-            const FloatLanes& y = axes[(i + 2) % 3].mEdges;
-            mNormal[i] = x[0] * y[1] - y[0] * x[1];
-            mLength += std::fabs(mNormal[i]);
-            distance += mNormal[i] * axes[i].mCorners[0];
-        }
-        for (float& component : mNormal)
-            component /= mLength;
-        mDistance = distance / mLength;
     }
 
-    /// The sum of the normal's components.
-    float getLength() const { return mLength; }
     /// The axis that the normal is closest to.
     uint32 getMainAxis() const
     {
@@ -249,8 +231,7 @@ public:
     }
 
 private:
-    float mNormal[3];
-    float mLength = 0.0f;
+    const float (&mNormal)[3];
     float mDistance; // of the plane from the brick's centre
 };
 
@@ -279,26 +260,24 @@ public:
     }
 
     /// Tests the edges seen along an axis.
-    void look(uint32 axis, const AxisLanes (&axes)[3], const BrickVoxels& voxels, const Limits& limits)
+    void look(uint32 axis, const BrickTriangle& triangle, const AxisLanes (&axes)[3], const BrickVoxels& voxels,
+              const Limits& limits)
     {
-        const uint32 column = axis == U ? V : U;
-        const uint32 row = axis == W ? V : W;
-        test(axis, EdgeTests(axes[column], axes[row]), voxels, limits);
+        test(axis, EdgeTests(triangle.mAlong[axis], axes[COLUMNS[axis]], axes[ROWS[axis]]), voxels, limits);
     }
 
     /// Tests the edges seen along all axes. Where the triangle covers the brick, seen along its normal's main axis, its
     /// plane alone decides, and the other views are left out.
-    void lookAlongNormal(uint32 axis, const AxisLanes (&axes)[3], const BrickVoxels& voxels, const Limits& limits)
+    void lookAlongNormal(uint32 axis, const BrickTriangle& triangle, const AxisLanes (&axes)[3],
+                         const BrickVoxels& voxels, const Limits& limits)
     {
-        const uint32 column = axis == U ? V : U;
-        const uint32 row = axis == W ? V : W;
-        const EdgeTests edges(axes[column], axes[row]);
-        const float farthest = std::max(std::fabs(voxels.mOffsets[column][0]), std::fabs(voxels.mOffsets[row][0]));
+        const EdgeTests edges(triangle.mAlong[axis], axes[COLUMNS[axis]], axes[ROWS[axis]]);
+        const float farthest = std::max(reach(voxels.mOffsets[COLUMNS[axis]]), reach(voxels.mOffsets[ROWS[axis]]));
         if (edges.holdsAll(farthest, limits))
             return;
         test(axis, edges, voxels, limits);
-        look((axis + 1) % 3, axes, voxels, limits);
-        look((axis + 2) % 3, axes, voxels, limits);
+        look((axis + 1) % 3, triangle, axes, voxels, limits);
+        look((axis + 2) % 3, triangle, axes, voxels, limits);
     }
 
     uint32 getLevels() const { return mExtents[W].mGrown; }
@@ -315,11 +294,15 @@ public:
     }
 
 private:
+    static float reach(const float (&offsets)[EDGE])
+    {
+        return std::max(std::fabs(offsets[0]), std::fabs(offsets[EDGE - 1]));
+    }
+
     void test(uint32 axis, const EdgeTests& edges, const BrickVoxels& voxels, const Limits& limits)
     {
-        const uint32 column = axis == U ? V : U;
-        const uint32 row = axis == W ? V : W;
-        mViews[axis] = edges.find(voxels.mOffsets[column], voxels.mOffsets[row], mExtents[row].mGrown, limits);
+        mViews[axis] = edges.find(voxels.mOffsets[COLUMNS[axis]], voxels.mOffsets[ROWS[axis]],
+                                  mExtents[ROWS[axis]].mGrown, limits);
     }
 
     static constexpr uint64 ALL = ~uint64{0};
@@ -332,11 +315,12 @@ private:
 class BrickTests
 {
 public:
-    BrickTests(const VoxelTriangle& triangle, const PlaneLayout& layout, const Vec3<float>& centre, float edge)
-        : mAxes{project(triangle, layout.getAxis(U), centre, edge), project(triangle, layout.getAxis(V), centre, edge),
-                project(triangle, layout.getAxis(W), centre, edge)},
+    BrickTests(const BrickTriangle& triangle, const PlaneLayout& layout, const Vec3<float>& centre, float edge)
+        : mTriangle(triangle), mAxes{{triangle.mCorners[U], centre[layout.getAxis(U)], edge},
+                                     {triangle.mCorners[V], centre[layout.getAxis(V)], edge},
+                                     {triangle.mCorners[W], centre[layout.getAxis(W)], edge}},
           mFarthest(std::max(std::max(mAxes[U].mFarthest, mAxes[V].mFarthest), mAxes[W].mFarthest)),
-          mExtent(triangle.mExtent)
+          mExtent(triangle.mTriangle.mExtent)
     {
     }
 
@@ -353,37 +337,31 @@ public:
         SideViews views;
         if (!views.findExtents(mAxes, voxels, limits))
             return true;
-        views.look(flat, mAxes, voxels, limits);
+        views.look(flat, mTriangle, mAxes, voxels, limits);
         return collect(views, nullptr, voxels, limits, planes);
     }
 
     /// The same for one that isn't flat.
     bool find(const BrickVoxels& voxels, uint64 (&planes)[EDGE]) const
     {
-        const PlaneTest plane(mAxes);
-        const float errors = boundErrors(voxels.mDrift, plane.getLength());
+        const PlaneTest plane(mTriangle, mAxes);
+        const float errors = boundErrors(voxels.mDrift, mTriangle.mNormalLength);
         if (!isSmall(errors, voxels))
             return false;
         const Limits limits = {sameLanes(voxels.mHalf - errors), sameLanes(voxels.mHalf + errors)};
         SideViews views;
         if (!views.findExtents(mAxes, voxels, limits))
             return true;
-        views.lookAlongNormal(plane.getMainAxis(), mAxes, voxels, limits);
+        views.lookAlongNormal(plane.getMainAxis(), mTriangle, mAxes, voxels, limits);
         return collect(views, &plane, voxels, limits, planes);
     }
 
 private:
-    static AxisLanes project(const VoxelTriangle& triangle, int axis, const Vec3<float>& centre, float edge)
-    {
-        return {triangle.mPositions[axis], centre[axis], edge};
-    }
-
     /// What all rounding errors come to, here and in the literal test, as a distance: see the numbers above, rounded up
     /// by a third.
     float boundErrors(float drift) const
     {
-        const MaskLanes areTiny = mAxes[U].findTinyEdges() | mAxes[V].findTinyEdges() | mAxes[W].findTinyEdges();
-        if (gatherBits(areTiny, areTiny) != 0)
+        if (mTriangle.mHasTinyEdge)
             return std::numeric_limits<float>::infinity();
         return UNIT * mFarthest * 20.0f + drift;
     }
@@ -427,6 +405,7 @@ private:
         return true;
     }
 
+    const BrickTriangle& mTriangle;
     AxisLanes mAxes[3];
     float mFarthest;
     float mExtent;
@@ -521,6 +500,36 @@ void descend(const PlaneLayout& layout, const VoxelTriangle& triangle, bool cove
 }
 } // namespace
 
+BrickTriangle::BrickTriangle(const VoxelTriangle& triangle, const PlaneLayout& layout)
+    : mTriangle(triangle), mNormalLength(0.0f)
+{
+    MaskLanes areTiny = {};
+    for (uint32 i = 0; i < 3; ++i)
+    {
+        const float(&positions)[3] = triangle.mPositions[layout.getAxis(static_cast<int>(i))];
+        mCorners[i] = FloatLanes{positions[0], positions[1], positions[2], positions[2]};
+        mEdges[i] = nextCorners(mCorners[i]) - mCorners[i];
+        areTiny |= (mEdges[i] != 0.0f) & (absoluteLanes(mEdges[i]) < 1e-15f);
+    }
+    mHasTinyEdge = gatherBits(areTiny, areTiny) != 0;
+    for (uint32 i = 0; i < 3; ++i)
+    {
+        const FloatLanes x = mEdges[COLUMNS[i]];
+        const FloatLanes y = mEdges[ROWS[i]];
+        const FloatLanes length = absoluteLanes(x) + absoluteLanes(y);
+        const FloatLanes scale =
+            length > 0.0f ? 1.0f / length : FloatLanes{}; // an edge along the axis separates nothing
+        mAlong[i][0] = x * scale;
+        mAlong[i][1] = y * scale;
+        const FloatLanes& p = mEdges[(i + 1) % 3];
+        const FloatLanes& q = mEdges[(i + 2) % 3];
+        mNormal[i] = p[0] * q[1] - q[0] * p[1];
+        mNormalLength += std::fabs(mNormal[i]);
+    }
+    for (float& component : mNormal)
+        component /= mNormalLength;
+}
+
 uint64 findParents(const uint64 (&voxels)[EDGE])
 {
     uint64 parents = 0;
@@ -556,32 +565,33 @@ BrickCubes::BrickCubes(const PlaneLayout& layout, const Vec3<float>& centre, flo
     }
 }
 
-BrickOverlaps BrickCubes::find(const VoxelTriangle& triangle, bool covers) const
+BrickOverlaps BrickCubes::find(const BrickTriangle& triangle, bool covers) const
 {
     BrickOverlaps result;
     const uint32 levels = mLayout.getBrickLevels();
     const bool isFull = levels == PlaneLayout::BRICK_LEVELS;
     if (isFull && covers)
     {
-        findCovered(triangle, result);
+        findCovered(triangle.mTriangle, result);
         return result;
     }
     if (isFull && findCertain(triangle, mEdge, mDrift, result))
         return result;
     result = BrickOverlaps();
-    descend(mLayout, triangle, covers, {mCentre, mEdge, levels, 0}, result);
+    descend(mLayout, triangle.mTriangle, covers, {mCentre, mEdge, levels, 0}, result);
     return result;
 }
 
 /// @return whether the result is certain.
-bool BrickCubes::findCertain(const VoxelTriangle& triangle, float edge, float drift, BrickOverlaps& result) const
+bool BrickCubes::findCertain(const BrickTriangle& triangle, float edge, float drift, BrickOverlaps& result) const
 {
-    if (!std::isfinite(triangle.mExtent))
+    const VoxelTriangle& corners = triangle.mTriangle;
+    if (!std::isfinite(corners.mExtent))
         return false;
     const BrickTests tests(triangle, mLayout, mCentre, edge);
     const BrickVoxels voxels = {mOffsets, getHalf(mEdge / 4.0f), drift};
-    const bool isCertain = triangle.mFlatAxis != VoxelTriangle::NOT_FLAT
-                               ? tests.findFlat(mLayout.findPlaneAxis(triangle.mFlatAxis), voxels, result.mVoxels)
+    const bool isCertain = corners.mFlatAxis != VoxelTriangle::NOT_FLAT
+                               ? tests.findFlat(mLayout.findPlaneAxis(corners.mFlatAxis), voxels, result.mVoxels)
                                : tests.find(voxels, result.mVoxels);
     if (!isCertain)
         return false;

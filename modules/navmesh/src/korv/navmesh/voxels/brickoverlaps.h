@@ -13,6 +13,22 @@ struct BrickOverlaps
     uint64 mChildren = 0;                         ///< octants of 4 voxels a side, at the bit of their first part
 };
 
+/// A triangle as bricks are tested with it: what is the same for all of them. Along u, v and w; a lane for each corner
+/// or the edge from there to the next.
+struct BrickTriangle
+{
+    /// @param triangle  must outlive the object.
+    BrickTriangle(const VoxelTriangle& triangle, const PlaneLayout& layout);
+
+    const VoxelTriangle& mTriangle;
+    FloatLanes mCorners[3];
+    FloatLanes mEdges[3];
+    FloatLanes mAlong[3][2]; ///< seen along each axis: edges divided by the sums of their components, 0 for a point
+    float mNormal[3];        ///< the same of the normal, unless the triangle is flat
+    float mNormalLength;     ///< the sum of its components
+    bool mHasTinyEdge;       ///< whether products with a component have few digits, or none
+};
+
 /// The octants of 2 voxels a side that voxels lie in, as BrickOverlaps has them.
 uint64 findParents(const uint64 (&voxels)[PlaneLayout::BRICK_EDGE]);
 /// The octants of 4 voxels a side that such octants lie in.
@@ -29,13 +45,13 @@ public:
 
     /// @param triangle  one that touches the brick.
     /// @param covers  that it is known to span the whole brick, see ChildCubes.
-    BrickOverlaps find(const VoxelTriangle& triangle, bool covers) const;
+    BrickOverlaps find(const BrickTriangle& triangle, bool covers) const;
     /// Finds what a triangle touches that may not touch the brick, when the way down began at an octant further up.
     /// Octants on the way to the brick are touched if voxels of theirs are.
     /// @param edge  of the octant.
     /// @param drift  how far off the centres of octants in it are from each other at most, by rounding.
     /// @return whether that is certain; nothing is found then but what lies in the brick.
-    bool findCertain(const VoxelTriangle& triangle, float edge, float drift, BrickOverlaps& result) const;
+    bool findCertain(const BrickTriangle& triangle, float edge, float drift, BrickOverlaps& result) const;
 
 private:
     static constexpr uint32 EDGE = PlaneLayout::BRICK_EDGE;
