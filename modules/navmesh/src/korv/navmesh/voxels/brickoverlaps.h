@@ -1,7 +1,6 @@
 #pragma once
 
-#include "korv/navmesh/voxels/childoverlaps.h"
-#include "korv/navmesh/voxels/voxelbricks.h"
+#include "korv/navmesh/voxels/bricktests.h"
 
 namespace KORV::NavMesh
 {
@@ -11,22 +10,6 @@ struct BrickOverlaps
     uint64 mVoxels[PlaneLayout::BRICK_EDGE] = {}; ///< planes, as those of a VoxelBrick
     uint64 mParents = 0;                          ///< octants of 2 voxels a side, bit 16 * w + 4 * v + u
     uint64 mChildren = 0;                         ///< octants of 4 voxels a side, at the bit of their first part
-};
-
-/// A triangle as bricks are tested with it: what is the same for all of them. Along u, v and w; a lane for each corner
-/// or the edge from there to the next.
-struct BrickTriangle
-{
-    /// @param triangle  must outlive the object.
-    BrickTriangle(const VoxelTriangle& triangle, const PlaneLayout& layout);
-
-    const VoxelTriangle& mTriangle;
-    FloatLanes mCorners[3];
-    FloatLanes mEdges[3];
-    FloatLanes mAlong[3][2]; ///< seen along each axis: edges divided by the sums of their components, 0 for a point
-    float mNormal[3];        ///< the same of the normal, unless the triangle is flat
-    float mNormalLength;     ///< the sum of its components
-    bool mHasTinyEdge;       ///< whether products with a component have few digits, or none
 };
 
 /// The octants of 2 voxels a side that voxels lie in, as BrickOverlaps has them.

@@ -35,9 +35,8 @@ constexpr size_t MAX_BLOCK_TRIANGLES = 50000;
 VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutput& output, const RunControl& control,
                                float progressSpan, Common::Threading::ThreadPool* pool,
                                Common::Memory::Allocator* allocator)
-    : mGeometries(geometries), mOutput(output), mControl(control), mTotalSpan(progressSpan),
-      mInput(geometries, allocator), mQueue(mInput, pool, allocator), mPlaces(allocator), mStack(allocator),
-      mOverlaps(allocator)
+    : mOutput(output), mControl(control), mTotalSpan(progressSpan), mInput(geometries, allocator),
+      mQueue(mInput, pool, allocator), mPlaces(allocator), mStack(allocator), mOverlaps(allocator)
 {
 }
 

@@ -46,7 +46,6 @@ private:
     void takeOldestBlock();
     void countSteps(uint32 count);
 
-    const Vector<GeometryInfo>& mGeometries;
     VoxelOutput& mOutput;
     const RunControl& mControl;
     float mTotalSpan;
