@@ -1,12 +1,14 @@
-#include "korv/navmesh/voxels/brickoverlaps.h"
+#include "korv/navmesh/voxels/blockbricks.h"
 
 #include "korv/common/geom/geomutility.h"
 #include "korv/navmesh/voxels/leafcursor.h"
 #include "support/test.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <random>
+#include <vector>
 
 using namespace KORV;
 using namespace KORV::NavMesh;
@@ -159,6 +161,51 @@ private:
     const Corners& mCorners;
 };
 
+/// The way down a block: ranks of voxels in the order of the octree, and how many octants there are above them.
+struct LiteralBlock
+{
+    void descend(const Vec3<float>& centre, float edge, uint32 levels, uint32 rank)
+    {
+        const uint32 touched = findTouchedOneByOne(centre, edge, mCorners);
+        ChildCubes cubes(centre, edge);
+        for (uint32 k = 0; k < NUM_CHILDREN; ++k)
+        {
+            if (((touched >> k) & 1u) == 0)
+                continue;
+            if (levels == 1)
+            {
+                mVoxels.push_back(rank * NUM_CHILDREN + k);
+                continue;
+            }
+            ++mNumInnerOctants;
+            descend(cubes.getCentre(k), edge / 2.0f, levels - 1, rank * NUM_CHILDREN + k);
+        }
+    }
+
+    const Corners& mCorners;
+    std::vector<uint32> mVoxels;
+    uint64 mNumInnerOctants = 0;
+};
+
+std::vector<uint32> listVoxels(const BlockBricks& bricks, const PlaneLayout& layout, uint32 brickLevels)
+{
+    std::vector<uint32> ranks;
+    const auto list = [&](const VoxelBrick& brick)
+    {
+        uint32 rank = 0;
+        for (uint32 level = brickLevels; level-- > 0;)
+            rank = rank * NUM_CHILDREN + childOnLevel(brick.mPosition, level);
+        for (uint32 cell = 0; cell < PlaneLayout::BRICK_VOXELS; ++cell)
+        {
+            if (((brick.mOccupied[cell / 64] >> (cell % 64)) & 1u) != 0)
+                ranks.push_back(rank * PlaneLayout::BRICK_VOXELS + layout.getRank(cell));
+        }
+    };
+    bricks.forEachBrick(list);
+    std::sort(ranks.begin(), ranks.end());
+    return ranks;
+}
+
 /// Checks an octant and some way down, where a triangle may be known to span the octant.
 void expectSameBelow(const VoxelTriangle& triangle, const Corners& corners, const Vec3<float>& centre, float edge,
                      bool covers, uint32 levels, std::array<uint32, 2>& counts)
@@ -226,4 +273,36 @@ KORV_TEST(BrickOverlaps, agreeWithTheWayDown)
         }
     }
     EXPECT_GT(numTouching, 10000u);
+}
+
+// Triangles as small as a voxel and up to some bricks long, most of which are decided by their box.
+KORV_TEST(BlockBricks, agreeWithTheWayDown)
+{
+    uint32 numTouching = 0;
+    for (uint32 seed = 0; seed < 600; ++seed)
+    {
+        KORV_CONTEXT("seed " << seed);
+        TriangleSource source(seed);
+        const uint32 depth = 3 + seed % 4;
+        const PlaneLayout layout(depth, seed % NUM_MAIN_AXES);
+        BlockBricks bricks(Common::Memory::getDefaultAllocator());
+        for (uint32 n = 0; n < 20; ++n)
+        {
+            Corners corners;
+            source.makeTriangle(corners);
+            for (Vec3<float>& corner : corners)
+                corner = corners[0] + (corner - corners[0]) * (n % 2 == 0 ? 0.1f : 1.0f);
+            if (n % 4 == 0)
+                source.moveToContact(corners, 1u << depth);
+            bricks.start(source.mCentre, source.mEdge, depth, layout);
+            bricks.addTriangle(corners, {});
+            bricks.finish();
+            LiteralBlock expected{corners, {}, 0};
+            expected.descend(source.mCentre, source.mEdge, depth, 0);
+            ASSERT_EQ(listVoxels(bricks, layout, depth - PlaneLayout::BRICK_LEVELS), expected.mVoxels);
+            ASSERT_EQ(bricks.countInnerOctants(), expected.mNumInnerOctants);
+            numTouching += expected.mVoxels.empty() ? 0 : 1;
+        }
+    }
+    EXPECT_GT(numTouching, 3000u);
 }
