@@ -28,7 +28,7 @@ constexpr uint32 STEPS_PER_REPORT = 4096;
 constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
 constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
 /// How many triangles a block should have at most so that there is work for all workers, and may have in any case.
-constexpr uint64 FAIR_BLOCK_TRIANGLES = 4000;
+constexpr uint64 FAIR_BLOCK_TRIANGLES = 1500;
 constexpr size_t MAX_BLOCK_TRIANGLES = 50000;
 } // namespace
 
