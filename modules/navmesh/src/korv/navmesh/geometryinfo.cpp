@@ -2,7 +2,6 @@
 
 #include "korv/common/debug/assert.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace KORV::NavMesh
@@ -17,9 +16,11 @@ void readTriple(T (&values)[3], const void* base, uint32 id, uint32 stride)
 {
     if (base == nullptr)
         return;
-    const size_t count = std::min<size_t>(3, stride / sizeof(T));
-    const uint64 offset = static_cast<uint64>(id) * stride;
-    std::memcpy(values, static_cast<const unsigned char*>(base) + offset, count * sizeof(T));
+    const unsigned char* const source = static_cast<const unsigned char*>(base) + static_cast<uint64>(id) * stride;
+    if (stride >= sizeof(values))
+        std::memcpy(values, source, sizeof(values)); // nearly always, and of a known size
+    else
+        std::memcpy(values, source, stride / sizeof(T) * sizeof(T));
 }
 
 template <class Index>

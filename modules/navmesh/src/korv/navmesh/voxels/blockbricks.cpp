@@ -62,7 +62,7 @@ void BlockBricks::addTriangle(const Vec3<float> (&corners)[3], const TriangleCla
     const bool isClear = mRoot.mDepth == 0 || mGrid.find(corners, range);
     if (mRoot.mDepth == 0)
         addCell(0, 0, 0, triangleClass);
-    else if (isClear && std::popcount(range.mLongAxes) < 2 && mGrid.touchesRow(corners, range))
+    else if (isClear && range.isRow() && mGrid.touchesRow(corners, range))
         addRow(range, triangleClass);
     else
     {

@@ -9,6 +9,8 @@ namespace KORV::NavMesh
 struct CellRange
 {
     Vec3<int32> getFirst() const { return {mFirst[0], mFirst[1], mFirst[2]}; }
+    /// Whether the box is thinner than a cell along two axes at least.
+    bool isRow() const { return (mLongAxes & (mLongAxes - 1)) == 0; }
     /// Levels of the smallest octant that all these cells lie in.
     uint32 getCommonLevels() const
     {
