@@ -261,7 +261,7 @@ void NavMeshConnector::Grid::visitAllCells(uint32 begin, uint32 end, const Visit
                 continue;
             const Segment segment = getSegment(mEdges[edge]);
             edges[count] = edge;
-            crossings[count++] = {segment, toCell(segment.mA), toCell(segment.mB)};
+            crossings[count++] = {segment, getEndCells(segment)};
         }
         for (uint32 i = 0; i < count; ++i)
         {
@@ -305,7 +305,7 @@ void NavMeshConnector::Grid::fillEntries(uint32 begin, uint32 end, Vector<uint32
                   [&](uint32 edge, const Crossing& crossing, const Position& position)
                   {
                       const CoarseBox box = crossing.mSegment.getCoarseBox(position);
-                      mEntries[free[getCellNumber(position)]++] = {edge, position == crossing.mFirst, box};
+                      mEntries[free[getCellNumber(position)]++] = {edge, position == crossing.mCells.mFirst, box};
                   });
 }
 

@@ -224,12 +224,16 @@ private:
         Vec2<float> mA;
         Vec2<float> mB;
     };
-    /// A segment with the cells of its ends.
+    /// The cells of a segment's ends.
+    struct EndCells
+    {
+        Position mFirst;
+        Position mLast;
+    };
     struct Crossing
     {
         Segment mSegment;
-        Position mFirst;
-        Position mLast;
+        EndCells mCells;
     };
     struct Cell
     {
@@ -267,6 +271,16 @@ private:
     Position toCell(const Vec2<float>& position) const
     {
         return {toCell(position.mX, mGridX), toCell(position.mY, mGridY)};
+    }
+    EndCells getEndCells(const Segment& segment) const
+    {
+        if (mIsSparse) // it may have more cells than lanes can count
+            return {toCell(segment.mA), toCell(segment.mB)};
+        const MaskLanes numCells{mGridX, mGridY, mGridX, mGridY};
+        const FloatLanes limits = __builtin_convertvector(numCells, FloatLanes);
+        const FloatLanes inside = smallerLanes(largerLanes(FloatLanes{}, std::bit_cast<FloatLanes>(segment)), limits);
+        const MaskLanes cells = __builtin_convertvector(inside, MaskLanes);
+        return std::bit_cast<EndCells>(cells < numCells ? cells : numCells - 1);
     }
     Segment getSegment(const GridEdge& edge) const
     {
@@ -439,7 +453,7 @@ inline bool NavMeshConnector::Grid::isStraight(const Segment& segment, const Pos
 template <class Visitor>
 void NavMeshConnector::Grid::visitCells(const Segment& segment, const Visitor& visitor) const
 {
-    visitCells(Crossing{segment, toCell(segment.mA), toCell(segment.mB)}, visitor);
+    visitCells(Crossing{segment, getEndCells(segment)}, visitor);
 }
 
 /// The same for a segment whose end cells are known.
@@ -447,8 +461,8 @@ template <class Visitor>
 void NavMeshConnector::Grid::visitCells(const Crossing& crossing, const Visitor& visitor) const
 {
     const Segment& segment = crossing.mSegment;
-    const Position& end = crossing.mLast;
-    Position cell = crossing.mFirst;
+    const Position& end = crossing.mCells.mLast;
+    Position cell = crossing.mCells.mFirst;
     if (cell != end && !isStraight(segment, cell, end))
     {
         for (CellWalk walk(*this, segment, cell, end); !walk.isDone() && !visitor(walk.getCell());)
