@@ -118,14 +118,17 @@ void ChordTable::listSides()
     for (size_t i = 0; i < n; ++i)
     {
         mSideStart[i] = static_cast<uint32>(numSides);
-        numSides += writeSides(numSides, static_cast<int32>(i));
+        const int32 corner = static_cast<int32>(i);
+        numSides += mOutline.mClosed ? writeSides<true>(numSides, corner) : writeSides<false>(numSides, corner);
         if (mRowWords > 0)
-            markSeen(static_cast<int32>(i));
+            markSeen(corner);
     }
     mSideStart[n] = static_cast<uint32>(numSides);
 }
 
-/// The sides that start at a corner, which sight need not be marked for any more. @return how many.
+/// The sides that start at a corner. What sight in a closed outline has marked is no side, and is not marked any more.
+/// @return how many.
+template <bool CLOSED>
 inline size_t ChordTable::writeSides(size_t at, int32 i)
 {
     const Vec2<float>* const points = mOutline.measured().data();
@@ -139,8 +142,9 @@ inline size_t ChordTable::writeSides(size_t at, int32 i)
     const int32* const end = laterEnd(i) - (i == 0 ? 1 : 0); // without the closing edge
     for (int32* seen = mLater.data() + mLaterStart[static_cast<size_t>(i)]; seen != end; ++seen)
     {
-        const uint32 isTouching = (*seen & ClosedSight::TOUCHING) != 0 ? 1 : 0;
-        *seen &= ~ClosedSight::TOUCHING;
+        const uint32 isTouching = CLOSED && (*seen & ClosedSight::TOUCHING) != 0 ? 1 : 0;
+        if constexpr (CLOSED)
+            *seen &= ~ClosedSight::TOUCHING;
         const int32 k = *seen;
         // written in any case: which are sides follows no pattern
         sides[size].mTo = k;

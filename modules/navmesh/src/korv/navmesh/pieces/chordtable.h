@@ -165,6 +165,7 @@ private:
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
     void listSides();
+    template <bool CLOSED>
     size_t writeSides(size_t at, int32 i);
     void markSeen(int32 i);
     void measureSides();
