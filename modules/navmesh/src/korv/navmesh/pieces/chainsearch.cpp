@@ -5,7 +5,7 @@ namespace KORV::NavMesh
 namespace
 {
 /// More than this, and a search of its own is the faster way to price a chord.
-constexpr int32 MAX_STEPS = 160;
+constexpr int32 MAX_STEPS = 600;
 /// After so many the count of searches starts anew.
 constexpr int32 MAX_SEARCHES = 1 << 30;
 } // namespace
