@@ -27,7 +27,7 @@ struct PlaneOutline
 
     Vector<Vec2<float>> mPoints;  ///< decide what sees what
     Vector<Vec2<float>> mUnmoved; ///< lengths and turns are those of these, unless there are none
-    bool mClosed = false;         ///< whether lines of sight may touch it; they are no chords then
+    bool mClosed = false;         ///< whether lines of sight may touch it; those that do are no chords
     Vector<uint8> mReflex;        ///< 1: the interior angle is 180 degrees or more, or nearly so
 };
 
