@@ -124,68 +124,44 @@ uint32 findTouchedOneByOne(const Vec3<float>& centre, float edge, const Corners&
     return touched;
 }
 
-/// The way down a brick, octant by octant.
-class LiteralBrick
+/// Goes down an octant by the literal test, and calls a function with each octant touched: the levels below it, and its
+/// rank among those of its size in the order of the octree.
+template <class Function>
+void descend(const Corners& corners, const Vec3<float>& centre, float edge, uint32 levels, uint32 rank,
+             const Function& function)
 {
-public:
-    LiteralBrick(const PlaneLayout& layout, const Corners& corners) : mLayout(layout), mCorners(corners) {}
-
-    void descend(const Vec3<float>& centre, float edge, uint32 levels, uint32 rank)
+    const uint32 touched = findTouchedOneByOne(centre, edge, corners);
+    const ChildCubes cubes(centre, edge);
+    for (uint32 k = 0; k < NUM_CHILDREN; ++k)
     {
-        const uint32 touched = findTouchedOneByOne(centre, edge, mCorners);
-        ChildCubes cubes(centre, edge);
-        for (uint32 k = 0; k < NUM_CHILDREN; ++k)
-        {
-            if (((touched >> k) & 1u) == 0)
-                continue;
-            const uint32 child = rank * NUM_CHILDREN + k;
-            const uint32 cell = mLayout.getCell(child << (3 * (levels - 1)));
-            const uint32 u = cell % 8;
-            const uint32 v = cell / 8 % 8;
-            const uint32 w = cell / 64;
-            if (levels == 1)
-                mFound.mVoxels[w] |= uint64{1} << (8 * v + u);
-            else if (levels == 2)
-                mFound.mParents |= uint64{1} << (16 * (w / 2) + 4 * (v / 2) + u / 2);
-            else
-                mFound.mChildren |= uint64{1} << (16 * (w / 4 * 2) + 4 * (v / 4 * 2) + u / 4 * 2);
-            if (levels > 1)
-                descend(cubes.getCentre(k), edge / 2.0f, levels - 1, child);
-        }
+        if (((touched >> k) & 1u) == 0)
+            continue;
+        const uint32 child = rank * NUM_CHILDREN + k;
+        function(levels - 1, child);
+        if (levels > 1)
+            descend(corners, cubes.getCentre(k), edge / 2.0f, levels - 1, child, function);
     }
+}
 
-    BrickOverlaps mFound;
-
-private:
-    const PlaneLayout& mLayout;
-    const Corners& mCorners;
-};
-
-/// The way down a block: ranks of voxels in the order of the octree, and how many octants there are above them.
-struct LiteralBlock
+BrickOverlaps findOneByOne(const PlaneLayout& layout, const Corners& corners, const Vec3<float>& centre, float edge)
 {
-    void descend(const Vec3<float>& centre, float edge, uint32 levels, uint32 rank)
+    BrickOverlaps found;
+    const auto add = [&](uint32 levels, uint32 rank)
     {
-        const uint32 touched = findTouchedOneByOne(centre, edge, mCorners);
-        ChildCubes cubes(centre, edge);
-        for (uint32 k = 0; k < NUM_CHILDREN; ++k)
-        {
-            if (((touched >> k) & 1u) == 0)
-                continue;
-            if (levels == 1)
-            {
-                mVoxels.push_back(rank * NUM_CHILDREN + k);
-                continue;
-            }
-            ++mNumInnerOctants;
-            descend(cubes.getCentre(k), edge / 2.0f, levels - 1, rank * NUM_CHILDREN + k);
-        }
-    }
-
-    const Corners& mCorners;
-    std::vector<uint32> mVoxels;
-    uint64 mNumInnerOctants = 0;
-};
+        const uint32 cell = layout.getCell(rank << (3 * levels));
+        const uint32 u = cell % 8;
+        const uint32 v = cell / 8 % 8;
+        const uint32 w = cell / 64;
+        if (levels == 0)
+            found.mVoxels[w] |= uint64{1} << (8 * v + u);
+        else if (levels == 1)
+            found.mParents |= uint64{1} << (16 * (w / 2) + 4 * (v / 2) + u / 2);
+        else
+            found.mChildren |= uint64{1} << (16 * (w / 4 * 2) + 4 * (v / 4 * 2) + u / 4 * 2);
+    };
+    descend(corners, centre, edge, PlaneLayout::BRICK_LEVELS, 0, add);
+    return found;
+}
 
 std::vector<uint32> listVoxels(const BlockBricks& bricks, const PlaneLayout& layout, uint32 brickLevels)
 {
@@ -262,13 +238,12 @@ KORV_TEST(BrickOverlaps, agreeWithTheWayDown)
             source.makeTriangle(corners);
             if (n % 2 == 0)
                 source.moveToContact(corners, 2u << n % 3);
-            LiteralBrick expected(layout, corners);
-            expected.descend(source.mCentre, source.mEdge, PlaneLayout::BRICK_LEVELS, 0);
+            const BrickOverlaps expected = findOneByOne(layout, corners, source.mCentre, source.mEdge);
             const VoxelTriangle triangle({}, corners, source.mOrdinary);
             const BrickOverlaps found = cubes.find(BrickTriangle(triangle, layout), false);
-            ASSERT_EQ(found.mChildren, expected.mFound.mChildren);
-            ASSERT_EQ(found.mParents, expected.mFound.mParents);
-            ASSERT_TRUE(std::equal(std::begin(found.mVoxels), std::end(found.mVoxels), expected.mFound.mVoxels));
+            ASSERT_EQ(found.mChildren, expected.mChildren);
+            ASSERT_EQ(found.mParents, expected.mParents);
+            ASSERT_TRUE(std::equal(std::begin(found.mVoxels), std::end(found.mVoxels), expected.mVoxels));
             numTouching += found.mChildren != 0 ? 1 : 0;
         }
     }
@@ -297,11 +272,14 @@ KORV_TEST(BlockBricks, agreeWithTheWayDown)
             bricks.start(source.mCentre, source.mEdge, depth, layout);
             bricks.addTriangle(corners, {});
             bricks.finish();
-            LiteralBlock expected{corners, {}, 0};
-            expected.descend(source.mCentre, source.mEdge, depth, 0);
-            ASSERT_EQ(listVoxels(bricks, layout, depth - PlaneLayout::BRICK_LEVELS), expected.mVoxels);
-            ASSERT_EQ(bricks.countInnerOctants(), expected.mNumInnerOctants);
-            numTouching += expected.mVoxels.empty() ? 0 : 1;
+            std::vector<uint32> voxels;
+            uint64 numInnerOctants = 0;
+            const auto list = [&](uint32 levels, uint32 rank)
+            { levels == 0 ? voxels.push_back(rank) : void(++numInnerOctants); };
+            descend(corners, source.mCentre, source.mEdge, depth, 0, list);
+            ASSERT_EQ(listVoxels(bricks, layout, depth - PlaneLayout::BRICK_LEVELS), voxels);
+            ASSERT_EQ(bricks.countInnerOctants(), numInnerOctants);
+            numTouching += voxels.empty() ? 0 : 1;
         }
     }
     EXPECT_GT(numTouching, 3000u);

@@ -280,31 +280,23 @@ public:
     {
     }
 
-    /// Finds the voxels that a flat triangle touches.
-    bool findFlat(uint64 (&planes)[EDGE]) const
-    {
-        const float errors = boundErrors();
-        if (!isSmall(errors))
-            return false;
-        const Limits limits = {sameLanes(mVoxels.mHalf - errors), sameLanes(mVoxels.mHalf + errors)};
-        SideViews views;
-        if (!views.findExtents(mAxes, mVoxels, limits))
-            return true;
-        views.look(mTriangle.mFlatAxis, mTriangle, mAxes, mVoxels, limits);
-        return collect(views, nullptr, limits, planes);
-    }
-
-    /// The same for one that isn't flat.
+    /// Finds the voxels that the triangle touches, see findVoxels.
     bool find(uint64 (&planes)[EDGE]) const
     {
-        const PlaneTest plane(mTriangle, mAxes);
-        const float errors = boundErrors(mTriangle.mNormalLength);
+        const bool isFlat = mTriangle.mFlatAxis != VoxelTriangle::NOT_FLAT;
+        const float errors = isFlat ? boundErrors() : boundErrors(mTriangle.mNormalLength);
         if (!isSmall(errors))
             return false;
         const Limits limits = {sameLanes(mVoxels.mHalf - errors), sameLanes(mVoxels.mHalf + errors)};
         SideViews views;
         if (!views.findExtents(mAxes, mVoxels, limits))
             return true;
+        if (isFlat)
+        {
+            views.look(mTriangle.mFlatAxis, mTriangle, mAxes, mVoxels, limits);
+            return collect(views, nullptr, limits, planes);
+        }
+        const PlaneTest plane(mTriangle, mAxes);
         views.lookAlongNormal(plane.getMainAxis(), mTriangle, mAxes, mVoxels, limits);
         return collect(views, &plane, limits, planes);
     }
@@ -364,7 +356,6 @@ private:
     float mExtent;
     float mDrift;
 };
-
 } // namespace
 
 BrickTriangle::BrickTriangle(const VoxelTriangle& triangle, const PlaneLayout& layout)
@@ -405,7 +396,6 @@ bool findVoxels(const BrickTriangle& triangle, const BrickVoxels& voxels, const 
 {
     if (!std::isfinite(triangle.mTriangle.mExtent))
         return false;
-    const BrickTests tests(triangle, voxels, octant);
-    return triangle.mFlatAxis != VoxelTriangle::NOT_FLAT ? tests.findFlat(planes) : tests.find(planes);
+    return BrickTests(triangle, voxels, octant).find(planes);
 }
 } // namespace KORV::NavMesh
