@@ -14,7 +14,7 @@
 // nearest one, and replays them in the order of the edges. A hit beyond a gap of more than the tolerance takes no part:
 // it is thrown out by the first hit before the gap, or never let in.
 //
-// Edges lie in boxes of eight, these in groups of eight, and so on. A box is passed over when it lies beside the ray,
+// Edges lie in boxes of seven, these in groups of eight, and so on. A box is passed over when it lies beside the ray,
 // behind it, or beyond the nearest hit so far. That must never lose a hit that the specified arithmetic reports, so
 // boxes grow by what float arithmetic can be off: laterally by a share of the largest coordinate. Along the ray it can
 // be off by much more, since the arithmetic divides by a sine that may be as small as 1e-4: there the error grows with
@@ -38,7 +38,7 @@ constexpr size_t MAX_HITS = 48;
 constexpr float PARALLEL = 0.0001f;
 constexpr float BEFORE_EDGE = -0.0001f;
 constexpr float BEYOND_EDGE = 1.0001f;
-/// The same with room for rounding.
+/// How far they do, with room for rounding.
 constexpr float END_SLACK = 0.0002f;
 /// Lateral errors: about 2.4e-6 of the largest coordinate, of the box test and of LineRay together, and less than 1e-6
 /// of the boxes themselves.
@@ -48,8 +48,6 @@ constexpr float GROWTH = 2e-2f;
 /// From the centre of a box to the farthest point of its edges, and their length, in half extents.
 constexpr float GROWTH_REACH = 6.0f;
 constexpr float MAX_COORDINATE = 1e12f;
-/// Of the distance that edges are sorted out by; more than its rounding.
-constexpr float BOUND_SLACK = 1.0001f;
 
 float smallest(FloatLanes lanes)
 {
@@ -65,12 +63,15 @@ float largest(FloatLanes lanes)
 struct EdgeBoxes::Ray
 {
     Ray(const Vec2<float>& origin, const Vec2<float>& dir)
-        : mLanesX(sameLanes(dir.mX)), mLanesY(sameLanes(dir.mY)), mOrigin(origin), mDir(dir)
+        : mDirX(sameLanes(dir.mX)), mDirY(sameLanes(dir.mY)), mOriginX(sameLanes(origin.mX)),
+          mOriginY(sameLanes(origin.mY)), mOrigin(origin), mDir(dir)
     {
     }
 
-    FloatLanes mLanesX; // of the direction
-    FloatLanes mLanesY;
+    FloatLanes mDirX;
+    FloatLanes mDirY;
+    FloatLanes mOriginX;
+    FloatLanes mOriginY;
     Vec2<float> mOrigin;
     Vec2<float> mDir;
 };
@@ -90,8 +91,8 @@ EdgeBoxes::BoxGroup::BoxGroup()
     std::fill_n(mY, FAN_OUT, 0.0f);
     std::fill_n(mHalfX, FAN_OUT, -NO_HIT / 4.0f); // no ray comes near
     std::fill_n(mHalfY, FAN_OUT, -NO_HIT / 4.0f);
+    std::fill_n(mCertain, FAN_OUT, 0.0f);
     std::fill_n(mGrowth, FAN_OUT, 0.0f);
-    std::fill_n(mGrowthHere, FAN_OUT, 0.0f);
 }
 
 EdgeBoxes::EdgeBoxes(const Vector<Vec2<float>>& polygon, Common::Memory::Allocator* allocator)
@@ -117,7 +118,7 @@ void EdgeBoxes::fill()
     fillGroups();
     mLastRun.resize(mPolygon.size());
     for (size_t corner = 0; corner < mLastRun.size(); ++corner)
-        mLastRun[corner] = static_cast<uint32>(corner / FAN_OUT);
+        mLastRun[corner] = static_cast<uint32>(corner / NUM_EDGES);
 }
 
 bool EdgeBoxes::measure()
@@ -134,22 +135,36 @@ bool EdgeBoxes::measure()
     return true;
 }
 
-/// The last corner takes the places past the end.
+/// The first corner follows the last one, and takes the places past the end.
 void EdgeBoxes::fillRuns()
 {
-    mRuns.resize((mPolygon.size() + FAN_OUT - 1) / FAN_OUT);
-    const size_t last = mPolygon.size() - 1;
-    for (size_t at = 0; at < mRuns.size() * FAN_OUT; ++at)
+    const size_t n = mPolygon.size();
+    mRuns.resize((n + NUM_EDGES - 1) / NUM_EDGES);
+    for (size_t at = 0; at < mRuns.size(); ++at)
     {
-        EdgeRun& run = mRuns[at / FAN_OUT];
-        const size_t place = at % FAN_OUT;
-        const Vec2<float>& from = mPolygon[std::min(at, last)];
-        const Vec2<float> along = at > last ? Vec2<float>(0.0f, 0.0f) : mPolygon[at < last ? at + 1 : 0] - from;
-        run.mX[place] = from.mX;
-        run.mY[place] = from.mY;
-        run.mEdgeX[place] = along.mX;
-        run.mEdgeY[place] = along.mY;
+        EdgeRun& run = mRuns[at];
+        for (size_t place = 0; place < NUM_CORNERS; ++place)
+        {
+            const size_t corner = at * NUM_EDGES + place;
+            const Vec2<float>& point = mPolygon[corner < n ? corner : 0];
+            run.mX[place] = point.mX;
+            run.mY[place] = point.mY;
+        }
+        run.mSlack = END_SLACK * findLongest(run) + mNoise;
     }
+}
+
+/// The most that an edge of a run is long, both axes added up.
+float EdgeBoxes::findLongest(const EdgeRun& run)
+{
+    FloatLanes longest = sameLanes(0.0f);
+    for (const size_t at : {size_t{0}, NUM_EDGES - NUM_LANES})
+    {
+        const FloatLanes x = loadLanes(run.mX + at + 1) - loadLanes(run.mX + at);
+        const FloatLanes y = loadLanes(run.mY + at + 1) - loadLanes(run.mY + at);
+        longest = largerLanes(longest, absoluteLanes(x) + absoluteLanes(y));
+    }
+    return largest(longest);
 }
 
 void EdgeBoxes::fillGroups()
@@ -164,7 +179,7 @@ void EdgeBoxes::fillGroups()
         Box whole{};
         for (size_t run = first; run < std::min(first + FAN_OUT, mRuns.size()); ++run)
         {
-            const Box box = boxOfRun(run);
+            const Box box = boxOfRun(mRuns[run]);
             putBox(mGroups[group], run - first, box);
             whole = run > first ? unite(whole, box) : box;
         }
@@ -175,29 +190,13 @@ void EdgeBoxes::fillGroups()
     }
 }
 
-EdgeBoxes::Box EdgeBoxes::boxOfRun(size_t run) const
+EdgeBoxes::Box EdgeBoxes::boxOfRun(const EdgeRun& run)
 {
-    const EdgeRun& edges = mRuns[run];
-    FloatLanes low[2] = {sameLanes(NO_HIT), sameLanes(NO_HIT)};
-    FloatLanes high[2] = {sameLanes(-NO_HIT), sameLanes(-NO_HIT)};
-    FloatLanes longest = sameLanes(0.0f);
-    for (size_t at = 0; at < FAN_OUT; at += NUM_LANES)
-    {
-        FloatLanes length = sameLanes(0.0f);
-        const float* const starts[2] = {edges.mX + at, edges.mY + at};
-        const float* const ways[2] = {edges.mEdgeX + at, edges.mEdgeY + at};
-        for (size_t axis = 0; axis < 2; ++axis)
-        {
-            const FloatLanes start = loadLanes(starts[axis]);
-            const FloatLanes way = loadLanes(ways[axis]);
-            const FloatLanes slack = END_SLACK * absoluteLanes(way);
-            low[axis] = smallerLanes(low[axis], smallerLanes(start, start + way) - slack);
-            high[axis] = largerLanes(high[axis], largerLanes(start, start + way) + slack);
-            length += absoluteLanes(way);
-        }
-        longest = largerLanes(longest, length);
-    }
-    return {smallest(low[0]), smallest(low[1]), largest(high[0]), largest(high[1]), largest(longest)};
+    const FloatLanes x[2] = {loadLanes(run.mX), loadLanes(run.mX + NUM_LANES)};
+    const FloatLanes y[2] = {loadLanes(run.mY), loadLanes(run.mY + NUM_LANES)};
+    return {smallest(smallerLanes(x[0], x[1])) - run.mSlack, smallest(smallerLanes(y[0], y[1])) - run.mSlack,
+            largest(largerLanes(x[0], x[1])) + run.mSlack, largest(largerLanes(y[0], y[1])) + run.mSlack,
+            findLongest(run)};
 }
 
 EdgeBoxes::Box EdgeBoxes::unite(const Box& a, const Box& b)
@@ -210,13 +209,13 @@ void EdgeBoxes::putBox(BoxGroup& group, size_t place, const Box& box) const
 {
     const float halfX = (box.mMaxX - box.mMinX) * 0.5f + mNoise;
     const float halfY = (box.mMaxY - box.mMinY) * 0.5f + mNoise;
-    const float growth = GROWTH * box.mLongest;
+    const float growth = GROWTH * box.mLongest; // by unit of distance
     group.mX[place] = (box.mMinX + box.mMaxX) * 0.5f;
     group.mY[place] = (box.mMinY + box.mMaxY) * 0.5f;
     group.mHalfX[place] = halfX;
     group.mHalfY[place] = halfY;
-    group.mGrowth[place] = growth;
-    group.mGrowthHere[place] = growth * GROWTH_REACH * (halfX + halfY);
+    group.mCertain[place] = std::max(1.0f - growth, 0.0f);
+    group.mGrowth[place] = growth * GROWTH_REACH * (halfX + halfY);
 }
 
 float EdgeBoxes::squaredMidpointDistance(int32 edge, int32 from) const
@@ -274,7 +273,7 @@ int32 EdgeBoxes::findNearestEdge(int32 from, const Vec2<float>& dir)
     visitRuns([&](const BoxGroup& group) { return meetGroup(group, ray); }, visit);
     const int32 edge = choose(from, dir);
     if (edge >= 0)
-        mLastRun[static_cast<size_t>(from)] = static_cast<uint32>(edge) / static_cast<uint32>(FAN_OUT);
+        mLastRun[static_cast<size_t>(from)] = static_cast<uint32>(edge) / static_cast<uint32>(NUM_EDGES);
     return edge;
 }
 
@@ -322,7 +321,7 @@ int32 EdgeBoxes::findInRun(size_t run, const Region& region) const
     const EdgeRun& corners = mRuns[run];
     for (uint32 bits = region.mTriangle.findInside(corners.mX, corners.mY); bits != 0; bits &= bits - 1)
     {
-        const int32 corner = static_cast<int32>(run * FAN_OUT) + std::countr_zero(bits);
+        const int32 corner = static_cast<int32>(run * NUM_EDGES) + std::countr_zero(bits);
         if (corner < mN && std::find(region.mCorners, region.mCorners + 3, corner) == region.mCorners + 3)
             return corner;
     }
@@ -362,69 +361,64 @@ inline void EdgeBoxes::visitRunsOfGroup(size_t group, const Meet& meet, const Vi
 /// A bit for each box that the ray may meet edges in, up to the nearest hit.
 inline uint32 EdgeBoxes::meetGroup(const BoxGroup& group, const Ray& ray) const
 {
-    const FloatLanes dirX = ray.mLanesX;
-    const FloatLanes dirY = ray.mLanesY;
-    const FloatLanes sizeX = absoluteLanes(dirX);
-    const FloatLanes sizeY = absoluteLanes(dirY);
+    const FloatLanes sizeX = absoluteLanes(ray.mDirX);
+    const FloatLanes sizeY = absoluteLanes(ray.mDirY);
     const float bound = mNearestHit + MAX_CLUSTER;
     MaskLanes met[2];
     for (size_t half = 0; half < 2; ++half)
     {
         const size_t at = half * NUM_LANES;
-        const FloatLanes x = loadLanes(group.mX + at) - ray.mOrigin.mX;
-        const FloatLanes y = loadLanes(group.mY + at) - ray.mOrigin.mY;
+        const FloatLanes x = loadLanes(group.mX + at) - ray.mOriginX;
+        const FloatLanes y = loadLanes(group.mY + at) - ray.mOriginY;
         const FloatLanes halfX = loadLanes(group.mHalfX + at);
         const FloatLanes halfY = loadLanes(group.mHalfY + at);
-        const FloatLanes along = dirX * x + dirY * y;
-        const FloatLanes lateral = dirX * y - dirY * x;
-        const FloatLanes reach = sizeX * halfX + sizeY * halfY + loadLanes(group.mGrowthHere + at) +
-                                 loadLanes(group.mGrowth + at) * absoluteLanes(along);
+        const FloatLanes along = (ray.mDirX * x + ray.mDirY * y) * loadLanes(group.mCertain + at);
+        const FloatLanes lateral = ray.mDirX * y - ray.mDirY * x;
+        const FloatLanes reach = sizeX * halfX + sizeY * halfY + loadLanes(group.mGrowth + at);
         met[half] = (absoluteLanes(lateral) <= sizeX * halfY + sizeY * halfX) & (along + reach >= 0.0f) &
                     (along - reach <= bound);
     }
     return gatherBits(met[0], met[1]);
 }
 
-/// Adds the hits of eight edges. A division takes longer than all the rest, so most are sorted out by products: those
-/// whose quotients, which rounding moves by a millionth, would be out of range by some more.
+/// Adds the hits of a run: of the edges that go from the left of the ray's line to its right, or come close to that.
 inline void EdgeBoxes::meetRun(size_t run, const Ray& ray)
 {
     const EdgeRun& edges = mRuns[run];
-    const float bound = (mNearestHit + MAX_CLUSTER) * BOUND_SLACK;
-    MaskLanes met[2];
+    MaskLanes left[2];
+    MaskLanes right[2];
     for (size_t half = 0; half < 2; ++half)
     {
         const size_t at = half * NUM_LANES;
-        const FloatLanes x = ray.mOrigin.mX - loadLanes(edges.mX + at);
-        const FloatLanes y = ray.mOrigin.mY - loadLanes(edges.mY + at);
-        const FloatLanes edgeX = loadLanes(edges.mEdgeX + at);
-        const FloatLanes edgeY = loadLanes(edges.mEdgeY + at);
-        const FloatLanes denominator = edgeY * ray.mLanesX - edgeX * ray.mLanesY;
-        const FloatLanes place = ray.mLanesX * y - ray.mLanesY * x;
-        const FloatLanes distance = edgeX * y - edgeY * x;
-        met[half] = (denominator <= -PARALLEL) & (place <= denominator * (2.0f * BEFORE_EDGE)) &
-                    (place >= denominator * (BEYOND_EDGE + TIE)) & (distance < 0.0f) &
-                    (distance >= denominator * bound);
+        const FloatLanes x = ray.mOriginX - loadLanes(edges.mX + at);
+        const FloatLanes y = ray.mOriginY - loadLanes(edges.mY + at);
+        const FloatLanes place = ray.mDirX * y - ray.mDirY * x;
+        left[half] = place <= edges.mSlack;
+        right[half] = place >= -edges.mSlack;
     }
-    for (uint32 hits = gatherBits(met[0], met[1]); hits != 0; hits &= hits - 1)
+    const uint32 passing = gatherBits(left[0], left[1]) & gatherBits(right[0], right[1]) >> 1;
+    for (uint32 hits = passing; hits != 0; hits &= hits - 1)
         meetEdge(run, static_cast<size_t>(std::countr_zero(hits)), ray);
 }
 
-/// Adds the hit of an edge: the specified test, operation by operation.
-void EdgeBoxes::meetEdge(size_t run, size_t place, const Ray& ray)
+/// Adds the hit of an edge: the specified test, operation by operation, but what lies behind is sorted out before the
+/// divisions, which take longer than all the rest.
+inline void EdgeBoxes::meetEdge(size_t run, size_t place, const Ray& ray)
 {
     const EdgeRun& edges = mRuns[run];
     const float x = ray.mOrigin.mX - edges.mX[place];
     const float y = ray.mOrigin.mY - edges.mY[place];
-    const float edgeX = edges.mEdgeX[place];
-    const float edgeY = edges.mEdgeY[place];
+    const float edgeX = edges.mX[place + 1] - edges.mX[place];
+    const float edgeY = edges.mY[place + 1] - edges.mY[place];
     const float denominator = edgeY * ray.mDir.mX - edgeX * ray.mDir.mY;
-    const float share = (ray.mDir.mX * y - ray.mDir.mY * x) / denominator;
-    const float distance = (edgeX * y - edgeY * x) / denominator;
-    if (!(denominator <= -PARALLEL && share >= BEFORE_EDGE && share <= BEYOND_EDGE && distance > TIE &&
-          distance <= mNearestHit + MAX_CLUSTER))
+    const float distanceBy = edgeX * y - edgeY * x;
+    if (!(denominator <= -PARALLEL && distanceBy < 0.0f))
         return;
-    mHits.push_back({static_cast<int32>(run * FAN_OUT + place), distance});
+    const float share = (ray.mDir.mX * y - ray.mDir.mY * x) / denominator;
+    const float distance = distanceBy / denominator;
+    if (!(share >= BEFORE_EDGE && share <= BEYOND_EDGE && distance > TIE && distance <= mNearestHit + MAX_CLUSTER))
+        return;
+    mHits.push_back({static_cast<int32>(run * NUM_EDGES + place), distance});
     mNearestHit = std::min(mNearestHit, distance);
 }
 

@@ -34,16 +34,17 @@ public:
 
 private:
     static constexpr size_t FAN_OUT = 8;
+    static constexpr size_t NUM_CORNERS = 8; // of a run
+    static constexpr size_t NUM_EDGES = NUM_CORNERS - 1;
     /// Up to this many runs are all looked at by every ray.
     static constexpr size_t MAX_RUNS_WITHOUT_BOXES = 3;
 
-    /// Eight edges in a row; those past the end are the last corner.
+    /// The corners of seven edges in a row; those past the end are the first corner.
     struct EdgeRun
     {
-        float mX[FAN_OUT];
-        float mY[FAN_OUT];
-        float mEdgeX[FAN_OUT];
-        float mEdgeY[FAN_OUT];
+        float mX[NUM_CORNERS];
+        float mY[NUM_CORNERS];
+        float mSlack; // a ray as close to the end of an edge may be met
     };
 
     /// Boxes around eight runs of edges, or around eight of these groups; those past the end hold nothing.
@@ -54,8 +55,8 @@ private:
         float mY[FAN_OUT];
         float mHalfX[FAN_OUT]; // half extents
         float mHalfY[FAN_OUT];
-        float mGrowth[FAN_OUT]; // what a hit's distance can be off, by unit of distance
-        float mGrowthHere[FAN_OUT];
+        float mCertain[FAN_OUT]; // share of a hit's distance that is
+        float mGrowth[FAN_OUT];  // what it can be off beside
     };
 
     struct Box
@@ -87,7 +88,8 @@ private:
     void fill();
     void fillRuns();
     void fillGroups();
-    Box boxOfRun(size_t run) const;
+    static float findLongest(const EdgeRun& run);
+    static Box boxOfRun(const EdgeRun& run);
     static Box unite(const Box& a, const Box& b);
     void putBox(BoxGroup& group, size_t place, const Box& box) const;
     bool needsBoxes() const { return mRuns.size() > MAX_RUNS_WITHOUT_BOXES; }
