@@ -5,13 +5,14 @@ namespace KORV::NavMesh
 namespace
 {
 /// More than this, and a search of its own is the faster way to price a chord.
-constexpr int32 MAX_STEPS = 600;
-/// After so many the count of searches starts anew.
-constexpr int32 MAX_SEARCHES = 1 << 30;
+constexpr int32 MAX_STEPS = 3000;
+/// After so many the counts of searches and of pricings start anew. One outline has far fewer.
+constexpr int32 MAX_COUNT = 1 << 30;
 } // namespace
 
 ChainSearch::ChainSearch(ChordTable& table, bool serves, Common::Memory::Allocator* allocator)
-    : mTable(table), mServes(serves), mPartOf(allocator), mChains(allocator), mDoubts(allocator), mProgress(allocator)
+    : mTable(table), mServes(serves), mPartOf(allocator), mChains(allocator), mDoubts(allocator), mProgress(allocator),
+      mPrices(allocator)
 {
 }
 
@@ -26,39 +27,52 @@ void ChainSearch::clear()
     mCleared = true;
     mChains.assign(mTable.getNumArrivals(), Chain{});
     const size_t n = mTable.getOutline().mPoints.size();
-    if (mSearch < MAX_SEARCHES && n <= mPartOf.size())
+    if (std::max(mSearch, mPricing) < MAX_COUNT && n <= mPartOf.size())
         return; // no search to come has the number of one before
     mSearch = 0;
+    mPricing = 0;
     mPartOf.assign(n, 0);
     mProgress.clear();
+    mPrices.clear();
 }
 
-/// The same for many arrivals, and where a run is empty or not known.
+/// The same for many arrivals, and where a run is empty or not known. Most of many take no part: no chain comes by
+/// them.
 void ChainSearch::reachAnyhow(int32 corner)
 {
     const ChordTable::Arrival* const arrivals = mTable.arrivals();
+    const int32* const partOf = mPartOf.data();
+    const int32 search = mSearch;
     Chain* const chains = mChains.data();
-    Chain best;
-    mLastReached = NONE;
+    float bestCost = NEVER;
+    uint32 best = NONE;
+    uint32 last = NONE;
     const uint32 end = mTable.arrivalsEnd(corner);
     for (uint32 arrival = firstArrival(corner); arrival < end; ++arrival)
     {
         const ChordTable::Arrival& side = arrivals[arrival];
-        chains[arrival] = {NEVER, NONE, best.mBestCost, best.mBest};
-        if (!takesPart(side.mFrom))
+        Chain& chain = chains[arrival];
+        chain.mCost = NEVER;
+        chain.mBestCost = bestCost;
+        chain.mBest = best;
+        if (partOf[side.mFrom] != search)
             continue;
         uint32 previous = chains[side.mRun].mBest;
         if (previous == NONE)
             previous = findPrevious(arrival, corner);
         if (previous == NONE)
             continue;
-        mLastReached = arrival;
+        last = arrival;
         const float cost = side.mCost + chains[previous].mCost;
-        if (best.mBestCost >= cost)
-            best = {cost, previous, cost, arrival};
-        chains[arrival] = {cost, previous, best.mBestCost, best.mBest};
+        if (bestCost >= cost)
+        {
+            bestCost = cost;
+            best = arrival;
+        }
+        chain = {cost, previous, bestCost, best};
     }
-    mReached = best.mBest;
+    mLastReached = last;
+    mReached = best;
 }
 
 /// The cheapest chain to the corner reached last that turns back convex, when not all do.
@@ -113,14 +127,14 @@ uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
 uint32 ChainSearch::findPrevious(uint32 arrival, int32 corner)
 {
     const int32 from = mTable.arrivals()[arrival].mFrom;
-    const uint32 end = mTable.arrivalsEnd(from);
-    const uint32 first = findFirstChain(mTable.arrivalsBegin(from), end);
+    const Progress& progress = getProgress(from, corner);
+    const uint32 first = progress.mFirst;
     if (first == NONE) // no piece reaches that corner
         return NONE;
     const bool ordered = mTable.getTurns(from) != ChordTable::Turns::UNORDERED;
     const uint32 best = ordered ? NONE : findUnorderedBest(from, corner);
     if (mServes)
-        noteDoubt(arrival, corner, ordered ? first : mProgress[static_cast<size_t>(from)].mRun);
+        noteDoubt(arrival, corner, ordered ? first : progress.mRun);
     return best != NONE ? best : first;
 }
 
@@ -131,8 +145,9 @@ void ChainSearch::noteDoubt(uint32 arrival, int32 corner, uint32 run)
     const uint32 blocker = findFirstChain(run, mTable.arrivalsEnd(from));
     const bool isBlocked = blocker == NONE || !doesAnyTurn(blocker, from, corner);
     const int32 opener = isBlocked ? findOpener(arrival, corner, run) : NO_CORNER;
+    const float least = mChains[mTable.arrivalsEnd(from) - 1].mBestCost + mTable.arrivals()[arrival].mCost;
     if (blocker != NONE || opener != corner)
-        mDoubts.push_back({from, corner, opener, blocker});
+        mDoubts.push_back({least, from, corner, opener, blocker});
 }
 
 int32 ChainSearch::findOpener(uint32 arrival, int32 corner, uint32 run) const
@@ -156,12 +171,12 @@ bool ChainSearch::doesAnyTurn(uint32 chain, int32 from, int32 corner) const
     return mTable.isEdgeHidden(from + 1) || (side != sidesEnd && side->mTo <= corner);
 }
 
-bool ChainSearch::isDoubtSeen(int32 corner) const
+bool ChainSearch::isDoubtSeen(int32 corner, float cost) const
 {
     const auto sees = [this, corner](int32 other) { return other == corner || mTable.sees(other, corner); };
     const auto isOpen = [&](const Doubt& doubt)
     {
-        return sees(doubt.mAt) && sees(doubt.mTo) &&
+        return doubt.mLeast <= cost && sees(doubt.mAt) && sees(doubt.mTo) &&
                (doubt.mOpener == NO_CORNER || !sees(doubt.mOpener) ||
                 (doubt.mBlocker != NONE && !isWaySeen(doubt.mBlocker, corner)));
     };
@@ -172,9 +187,7 @@ bool ChainSearch::isDoubtSeen(int32 corner) const
 /// search asks in that order, too, for corners that take part afterwards: it goes on where it was.
 uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner)
 {
-    if (mProgress.empty() || mProgress[static_cast<size_t>(from)].mSearch != mSearch)
-        beginUnordered(from, corner);
-    Progress& progress = mProgress[static_cast<size_t>(from)];
+    Progress& progress = getProgress(from, corner);
     const uint32 end = mTable.arrivalsEnd(from);
     const ChordTable::Side* const begin = mTable.sidesBegin(from);
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);
@@ -192,14 +205,19 @@ uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner)
 }
 
 /// @param corner  the first one after it that is asked for.
-void ChainSearch::beginUnordered(int32 from, int32 corner)
+ChainSearch::Progress& ChainSearch::getProgress(int32 from, int32 corner)
 {
     if (mProgress.empty())
         mProgress.resize(mPartOf.size());
     Progress& progress = mProgress[static_cast<size_t>(from)];
-    progress = {mSearch, 0, mTable.arrivalsBegin(from), from + 1};
+    if (progress.mSearch == mSearch)
+        return progress;
+    const uint32 begin = mTable.arrivalsBegin(from);
+    const uint32 end = mTable.arrivalsEnd(from);
+    progress = {mSearch, findFirstChain(begin, end), 0, begin, from + 1};
     if (mTable.isEdgeHidden(from + 1) && (from + 1 == corner || takesPart(from + 1)))
-        progress.mRun = advance(progress.mRun, mTable.arrivalsEnd(from), mTable.direction(from, from + 1));
+        progress.mRun = advance(begin, end, mTable.direction(from, from + 1));
+    return progress;
 }
 
 /// Lets arrivals take part up to the first chain that must not go on along a side.
@@ -216,6 +234,8 @@ bool ChainSearch::priceSeenChains(float& cost, int32 corner, const Vec2<float>& 
 {
     mClosing = corner;
     mStepsLeft = MAX_STEPS;
+    ++mPricing;
+    mPrices.resize(std::max(mPrices.size(), mChains.size()));
     return !mTable.isEdgeHidden(corner) && priceSeen(cost, firstArrival(corner), findConvexEnd(corner, back));
 }
 
@@ -243,7 +263,21 @@ bool ChainSearch::priceSeen(float& cost, uint32 chain, uint32 end)
     return found;
 }
 
+/// Different chains share their beginnings, so each is priced once.
 bool ChainSearch::priceSeenChain(float& cost, uint32 chain)
+{
+    SeenPrice& price = mPrices[chain];
+    if (price.mPricing != mPricing)
+    {
+        if (!priceBySides(cost, chain))
+            return false;
+        price = {mPricing, cost};
+    }
+    cost = price.mCost;
+    return true;
+}
+
+bool ChainSearch::priceBySides(float& cost, uint32 chain)
 {
     cost = mChains[chain].mCost;
     if (isChainSeen(chain, mClosing))

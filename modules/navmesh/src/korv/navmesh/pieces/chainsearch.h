@@ -45,13 +45,12 @@ public:
     /// Writes the sides of such a chain, from the last to the first. @return how many, or 0 when it is not seen.
     size_t copyIfSeen(uint32* sides, uint32 chain, int32 corner) const;
     /// The cost of the cheapest chain that closes at the corner reached last and of which all corners see it, where a
-    /// few steps find it. The search must not be doubtful for that corner.
-    /// @return false when they don't.
+    /// few steps find it and unless it is doubtful. @return false when they don't.
     bool priceSeenChains(float& cost, int32 corner, const Vec2<float>& back);
-    /// Whether a search over fewer corners, those that see one which has been reached, may have found cheaper chains:
-    /// at some turn of theirs float noise decides, or the one here had to be taken though it is not convex, for want of
-    /// another. Else costs are lower bounds.
-    bool isDoubtful(int32 corner) const { return !mDoubts.empty() && isDoubtSeen(corner); }
+    /// Whether a search over fewer corners, those that see one which has been reached, may have found other chains that
+    /// cost no more than one here: at some turn of theirs float noise decides, or the one here had to be taken though
+    /// it is not convex, for want of another. Else costs up to that are lower bounds.
+    bool isDoubtful(int32 corner, float cost) const { return !mDoubts.empty() && isDoubtSeen(corner, cost); }
     /// Whether some chain reaches the corner reached last.
     bool isReached() const { return mReached != NONE; }
 
@@ -72,19 +71,29 @@ private:
 
     static constexpr int32 NO_CORNER = -1;
 
-    /// How far the sides of a corner where turns are not in order have been gone through.
+    /// What is known of a corner at which the table leaves something open: how far its sides have been gone through
+    /// where turns are not in order.
     struct Progress
     {
         int32 mSearch = 0;
-        uint32 mSide = 0;  // the next one
-        uint32 mRun = 0;   // end of the arrivals that may go on along all those before
-        int32 mOpener = 0; // the side to there made it that long
+        uint32 mFirst = NONE; // chain to there
+        uint32 mSide = 0;     // the next one
+        uint32 mRun = 0;      // end of the arrivals that may go on along all those before
+        int32 mOpener = 0;    // the side to there made it that long
+    };
+
+    /// What the cheapest chain over an arrival costs, of those that the closing corner sees.
+    struct SeenPrice
+    {
+        int32 mPricing = 0; // that has found it
+        float mCost = 0.0f;
     };
 
     /// A turn at a corner towards a later one, where fewer corners may let other chains go on. The same ones go on as
     /// long as opener and blocker take part.
     struct Doubt
     {
+        float mLeast; ///< cost of any chain over the turn, at least
         int32 mAt;
         int32 mTo;
         int32 mOpener;   ///< a side to there lets all go on that do; NO_CORNER if it is not known whether any
@@ -100,7 +109,7 @@ private:
         return arrival + (mTable.arrivals()[arrival].mFrom == mFirst ? 1 : 0);
     }
     void reachAnyhow(int32 corner);
-    bool isDoubtSeen(int32 corner) const;
+    bool isDoubtSeen(int32 corner, float cost) const;
     bool isWaySeen(uint32 chain, int32 corner) const;
     uint32 findConvex(int32 corner, const Vec2<float>& back) const;
     bool doAllTurn(uint32 chain, uint32 end, const Vec2<float>& onward) const;
@@ -111,10 +120,11 @@ private:
     void noteDoubt(uint32 arrival, int32 corner, uint32 run);
     int32 findOpener(uint32 arrival, int32 corner, uint32 run) const;
     uint32 findUnorderedBest(int32 from, int32 corner);
-    void beginUnordered(int32 from, int32 corner);
+    Progress& getProgress(int32 from, int32 corner);
     uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
     bool priceSeen(float& cost, uint32 chain, uint32 end);
     bool priceSeenChain(float& cost, uint32 chain);
+    bool priceBySides(float& cost, uint32 chain);
 
     ChordTable& mTable;
     const bool mServes;
@@ -124,11 +134,13 @@ private:
     uint32 mReached = NONE;     // the cheapest chain to the corner reached last
     uint32 mLastReached = NONE; // the last one
     int32 mClosing = 0;         // corner that others must see
-    int32 mStepsLeft = 0;       // of pricing chains that do
+    int32 mPricing = 0;         // number of the pricing of chains that do
+    int32 mStepsLeft = 0;       // of that
     Vector<int32> mPartOf;      // the last search of each corner
     Vector<Chain> mChains;      // by arrival
     Vector<Doubt> mDoubts;      // of this search
-    Vector<Progress> mProgress; // by corner, once there is one with turns that are not in order
+    Vector<Progress> mProgress; // by corner, once it is asked for
+    Vector<SeenPrice> mPrices;  // by arrival, once some are asked for
 };
 
 // The steps of a search are short and taken for each pair of corners: calls would cost as much as they do, and so would

@@ -101,7 +101,8 @@ void ChordSolver::solveFrom(int32 i)
 inline void ChordSolver::solveChord(const Chord& chord, ChordTable::Arrival& side)
 {
     const uint32 best = mShared.findClosing(chord.mLast, chord.mBack);
-    const bool exact = (!mShared.isDoubtful(chord.mLast) || doAllSee(chord)) && keepIfSeen(chord, side, mShared, best);
+    const bool exact = (!mShared.isDoubtful(chord.mLast, mShared.getCost(best)) || doAllSee(chord)) &&
+                       keepIfSeen(chord, side, mShared, best);
     side.mCost += exact ? mShared.getCost(best) : priceOwn(chord, side);
     side.mCost = std::min(side.mCost, ChordTable::UNSOLVED);
 }
@@ -110,15 +111,13 @@ inline void ChordSolver::solveChord(const Chord& chord, ChordTable::Arrival& sid
 float ChordSolver::priceOwn(const Chord& chord, ChordTable::Arrival& side)
 {
     const uint32 best = searchWindow(chord);
-    ChainSearch& search = mWindowStart != nullptr ? mWindow : mShared;
-    if (!search.isDoubtful(chord.mLast))
-    {
-        if (mWindowStart != nullptr && keepIfSeen(chord, side, mWindow, best))
-            return mWindow.getCost(best);
-        float cost = 0.0f;
-        if (search.priceSeenChains(cost, chord.mLast, chord.mBack))
-            return cost;
-    }
+    const bool isOpen = mWindowStart != nullptr;
+    if (isOpen && !mWindow.isDoubtful(chord.mLast, mWindow.getCost(best)) && keepIfSeen(chord, side, mWindow, best))
+        return mWindow.getCost(best);
+    ChainSearch& search = isOpen ? mWindow : mShared;
+    float cost = 0.0f;
+    if (search.priceSeenChains(cost, chord.mLast, chord.mBack) && !search.isDoubtful(chord.mLast, cost))
+        return cost;
     const uint32 own = searchChord(chord);
     keepIfSeen(chord, side, mOwn, own);
     return mOwn.getCost(own);
