@@ -149,7 +149,9 @@ inline size_t ChordSolver::copyIfSeen(const Chord& chord, const ChainSearch& sea
 /// Makes room for the longest chain of the outline.
 void ChordSolver::growChains()
 {
-    mChains.resize(2 * mChains.size() + mOutline.mPoints.size());
+    const size_t size = mChains.size() + mChains.size() / 2 + mOutline.mPoints.size();
+    mChains.reserve(size); // resize would double it
+    mChains.resize(size);
 }
 
 /// Whether all corners between the ends of a chord that its first end sees also see the other one.

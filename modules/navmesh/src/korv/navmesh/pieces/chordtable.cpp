@@ -1,6 +1,7 @@
 #include "korv/navmesh/pieces/chordtable.h"
 
 #include "korv/navmesh/floatlanes.h"
+#include "korv/navmesh/trim.h"
 
 #include <algorithm>
 #include <bit>
@@ -31,6 +32,8 @@ constexpr float HALF_TURN = 5e-6f;
 constexpr int32 NO_CORNER = -1;
 /// Up to this many corners the pairs that see each other are kept as bits too: half a megabyte.
 constexpr size_t MAX_BIT_ROWS = 2048;
+/// Beside the work on an outline of so many corners it is nothing to get memory anew.
+constexpr size_t LARGE_OUTLINE = 64;
 
 uint64 laneBits(MaskLanes lanes)
 {
@@ -43,27 +46,41 @@ void copyLanes(float* to, const float* from, size_t size)
     for (size_t at = 0; at < size; at += NUM_LANES)
         storeLanes(to + at, loadLanes(from + at));
 }
+/// Makes a list that long at least, but not twice as long, as a growing list would be. It is written anew.
+template <class T>
+void makeRoom(Vector<T>& list, size_t size)
+{
+    if (list.size() >= size)
+        return;
+    list.clear();
+    list.reserve(size);
+    list.resize(size);
+}
 } // namespace
 
 ChordTable::ChordTable(const PlaneOutline& outline, Common::Memory::Allocator* allocator)
-    : mOutline(outline), mVisibility(outline.mPoints, outline.mReflex, allocator), mLaterStart(allocator),
-      mLater(allocator), mSeeing(allocator), mSideStart(allocator), mSides(allocator), mWayX(allocator),
-      mWayY(allocator), mLength(allocator), mArrivalStart(allocator), mArrivals(allocator), mBackX(allocator),
-      mBackY(allocator), mOpenArrival(allocator), mEdgeHidden(allocator), mTurns(allocator), mOneWay(allocator),
-      mFan(allocator)
+    : mOutline(outline), mAllocator(allocator), mLaterStart(allocator), mLater(allocator), mSeeing(allocator),
+      mSideStart(allocator), mSides(allocator), mWayX(allocator), mWayY(allocator), mLength(allocator),
+      mArrivalStart(allocator), mArrivals(allocator), mBackX(allocator), mBackY(allocator), mOpenArrival(allocator),
+      mEdgeHidden(allocator), mTurns(allocator), mOneWay(allocator), mFan(allocator)
 {
 }
 
 bool ChordTable::build(const std::atomic<bool>& stop)
 {
+    const bool isLarge = mOutline.mPoints.size() >= LARGE_OUTLINE;
     startOutline();
     if (!findVisible(stop))
         return false;
+    if (isLarge)
+        releaseSight();
     listSides();
     measureSides();
     startArrivals();
     placeArrivals();
     classifyCorners();
+    if (isLarge)
+        releaseWays();
     return !stop.load(std::memory_order_relaxed);
 }
 
@@ -80,7 +97,9 @@ void ChordTable::startOutline()
 bool ChordTable::findVisible(const std::atomic<bool>& stop)
 {
     const int32 n = mOutline.size();
-    mVisibility.build(mOutline.mClosed);
+    if (!mVisibility)
+        mVisibility.emplace(mOutline.mPoints, mOutline.mReflex, mAllocator);
+    mVisibility->build(mOutline.mClosed);
     for (int32 i = 0; i < n; ++i)
     {
         if (stop.load(std::memory_order_relaxed))
@@ -88,7 +107,7 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
         const size_t start = mLater.size();
         if (i + 1 < n)
         {
-            mVisibility.appendVisible(mLater, i);
+            mVisibility->appendVisible(mLater, i);
             if (mLater.size() == start || mLater[start] != i + 1)
                 mEdgeHidden[static_cast<size_t>(i) + 1] = 1;
         }
@@ -100,6 +119,20 @@ bool ChordTable::findVisible(const std::atomic<bool>& stop)
     return true;
 }
 
+/// Gives back what only finding the pairs needs.
+void ChordTable::releaseSight()
+{
+    mVisibility.reset();
+    trim(mLater);
+}
+
+/// Gives back what the arrivals have been made from. The search for pieces takes about as much.
+void ChordTable::releaseWays()
+{
+    for (Vector<float>* const list : {&mWayX, &mWayY, &mLength})
+        Vector<float>(mAllocator).swap(*list);
+}
+
 /// Lists the sides among the pairs that see each other, with the ways along them, and counts those that arrive. Marks
 /// the pairs as bits.
 void ChordTable::listSides()
@@ -107,13 +140,11 @@ void ChordTable::listSides()
     const size_t n = mOutline.mPoints.size();
     mSideStart.resize(n + 1);
     mArrivalStart.assign(n + 1, 0);
-    if (mSides.size() < mLater.size() + NUM_LANES)
-    {
-        mSides.resize(mLater.size() + NUM_LANES);
-        mWayX.resize(mSides.size());
-        mWayY.resize(mSides.size());
-        mLength.resize(mSides.size());
-    }
+    const size_t room = mLater.size() + NUM_LANES;
+    makeRoom(mSides, room);
+    makeRoom(mWayX, room);
+    makeRoom(mWayY, room);
+    makeRoom(mLength, room);
     size_t numSides = 0;
     for (size_t i = 0; i < n; ++i)
     {
@@ -185,25 +216,22 @@ void ChordTable::measureSides()
 void ChordTable::startArrivals()
 {
     const size_t n = mOutline.mPoints.size();
-    const size_t room = getNumSides() + 2 * n + NUM_LANES;
-    if (mArrivals.size() < room)
-    {
-        mArrivals.resize(room);
-        mBackX.resize(room);
-        mBackY.resize(room);
-    }
     mOpenArrival.resize(n);
     uint32 place = 0;
     for (size_t k = 0; k < n; ++k)
     {
         const uint32 numArrivals = mArrivalStart[k + 1] + mEdgeHidden[k];
         mArrivalStart[k] = place;
-        mArrivals[place].mFrom = NO_CORNER;
         mOpenArrival[k] = ++place;
         place += numArrivals;
     }
     mArrivalStart[n] = place;
-    mArrivals[place].mFrom = NO_CORNER;
+    const size_t room = place + NUM_LANES;
+    makeRoom(mArrivals, room);
+    makeRoom(mBackX, room);
+    makeRoom(mBackY, room);
+    for (const uint32 before : mArrivalStart)
+        mArrivals[before].mFrom = NO_CORNER;
 }
 
 /// Lists sides by their later corner, and leaves no arrival open but hidden edges.

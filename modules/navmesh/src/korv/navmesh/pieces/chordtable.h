@@ -3,6 +3,7 @@
 #include "korv/navmesh/pieces/outlinevisibility.h"
 
 #include <atomic>
+#include <optional>
 
 namespace KORV::NavMesh
 {
@@ -164,6 +165,8 @@ private:
     bool isListed(int32 i, int32 k) const;
     void startOutline();
     bool findVisible(const std::atomic<bool>& stop);
+    void releaseSight();
+    void releaseWays();
     void listSides();
     template <bool CLOSED>
     size_t writeSides(size_t at, int32 i);
@@ -184,7 +187,8 @@ private:
     bool findRuns(int32 p);
 
     const PlaneOutline& mOutline;
-    OutlineVisibility mVisibility;
+    Common::Memory::Allocator* mAllocator;
+    std::optional<OutlineVisibility> mVisibility; // kept from one small outline to the next
     Vector<uint32> mLaterStart;
     Vector<int32> mLater;
     Vector<uint64> mSeeing; // the same as bits, a row for each later corner, for outlines that are not too large
