@@ -21,6 +21,7 @@
 #include "korv/navmesh/surfaces/finalpolygon.h"
 #include "korv/navmesh/surfaces/neighbourbits.h"
 #include "korv/navmesh/surfaces/surfaceextraction.h"
+#include "korv/navmesh/voxels/directinsertion.h"
 #include "korv/navmesh/voxels/leaffunction.h"
 #include "korv/navmesh/voxels/voxelinsertion.h"
 #include "korv/navmesh/voxels/voxeloutput.h"
@@ -202,7 +203,10 @@ void NavMeshOctree::buildOnBits(SurfacePolygonList& polygons, uint32 mainAxis)
 uint64 NavMeshOctree::buildBricks(VoxelBricks& bricks)
 {
     BrickOutput output(bricks);
-    insertTriangles(output);
+    if (DirectInsertion::suits(*mGeometries, mDepth))
+        insertTriangles<DirectInsertion>(output);
+    else
+        insertTriangles<VoxelInsertion>(output);
     logStatistics(output.countInnerOctants(), output.countVoxels());
     bricks.buildIndex();
     return output.countVoxels();
@@ -282,7 +286,7 @@ void NavMeshOctree::buildTree(float cubeSize)
 {
     prepareGrid(cubeSize);
     RecordOutput output(mInnerOctants, mLeafOctants);
-    insertTriangles(output);
+    insertTriangles<VoxelInsertion>(output);
     logStatistics(mInnerOctants.size(), mLeafOctants.size());
 }
 
@@ -300,11 +304,12 @@ void NavMeshOctree::prepareGrid(float cubeSize)
     mFirstCentre = mMin + Vec3<float>(half, half, half);
 }
 
-void NavMeshOctree::insertTriangles(VoxelOutput& output)
+template <class Insertion, class Output>
+void NavMeshOctree::insertTriangles(Output& output)
 {
     if (!mHasVertices)
         return;
-    VoxelInsertion insertion(*mGeometries, output, mControl, INSERTION_DONE, mThreadPool, getMemory());
+    Insertion insertion(*mGeometries, output, mControl, INSERTION_DONE, mThreadPool, getMemory());
     insertion.insert((mMin + mMax) * 0.5f, mMax.mX - mMin.mX, mDepth);
 }
 

@@ -78,7 +78,6 @@ struct Ray
 
 class LeafCursor;
 class VoxelBricks;
-class VoxelOutput;
 
 /// What to do with each voxel.
 class LeafFunctional
@@ -158,7 +157,8 @@ public:
 private:
     void prepareGrid(float cubeSize);
     bool computeBounds();
-    void insertTriangles(VoxelOutput& output);
+    template <class Insertion, class Output>
+    void insertTriangles(Output& output);
     void logStatistics(uint64 numInner, uint64 numLeaves) const;
     uint64 buildBricks(VoxelBricks& bricks);
     void buildOnBits(SurfacePolygonList& polygons, uint32 mainAxis);

@@ -29,7 +29,8 @@ uint64 rankParents(uint64 ranks)
 } // namespace
 
 BlockBricks::BlockBricks(Common::Memory::Allocator* allocator)
-    : mBricks(allocator), mFillings(allocator), mTypesOfCells(allocator), mOrder(allocator), mTypes(allocator)
+    : mRanks(allocator), mBricks(allocator), mFillings(allocator), mTypesOfCells(allocator), mOrder(allocator),
+      mTypes(allocator)
 {
 }
 
@@ -43,7 +44,7 @@ void BlockBricks::start(const Vec3<float>& centre, float edge, uint32 depth, con
     mBrickEdge = edge / static_cast<float>(1u << depth) * static_cast<float>(EDGE);
     for (int i = 0; i < 3; ++i)
         mFlips[i] = layout.isFlipped(i) ? (1u << depth) - 1 : 0;
-    std::fill(std::begin(mRanks), std::end(mRanks), NONE);
+    mRanks.assign(size_t{1} << (3 * (depth - std::min(depth, layout.getBrickLevels()))), NONE);
     std::fill(std::begin(mTouched), std::end(mTouched), 0);
     mBricks.clear();
     mFillings.clear();
@@ -273,8 +274,7 @@ uint32 BlockBricks::addBrick(uint32 rank)
 void BlockBricks::finish()
 {
     const uint32 levels = mLayout->getBrickLevels();
-    const uint32 numRanks = 1u << (3 * (mRoot.mDepth - levels));
-    for (uint32 rank = 0; rank < numRanks; ++rank)
+    for (uint32 rank = 0; rank < mRanks.size(); ++rank)
     {
         const uint16 brick = mRanks[rank];
         if (brick != NONE)

@@ -39,7 +39,6 @@ public:
 private:
     static constexpr uint16 NONE = 0xFFFF;
     static constexpr uint32 BRICKS_ACROSS = 8; // of the largest block
-    static constexpr uint32 MAX_BRICKS = 512;
 
     /// What is known of a brick while it is filled.
     struct Filling
@@ -83,9 +82,9 @@ private:
     CellGrid mGrid;          // of voxels
     float mBrickEdge = 0.0f; // [world units]
     uint32 mFlips[3] = {};
-    uint32 mLevelsLess = 0;    // than in the largest block
-    uint16 mRanks[MAX_BRICKS]; // bricks by their place in the order of the octree
-    uint64 mTouched[2] = {};   // octants of two and of four bricks a side, by rank
+    uint32 mLevelsLess = 0;  // than in the largest block
+    Vector<uint16> mRanks;   // bricks by their place in the order of the octree
+    uint64 mTouched[2] = {}; // octants of two and of four bricks a side, by rank
 
     Vector<VoxelBrick> mBricks; // in the order in which they were touched
     Vector<Filling> mFillings;  // beside them

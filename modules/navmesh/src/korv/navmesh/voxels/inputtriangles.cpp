@@ -54,7 +54,6 @@ InputTriangles::InputTriangles(const Vector<GeometryInfo>& geometries, Common::M
             Common::Memory::throwOutOfMemory();
         mEnds.push_back(static_cast<uint32>(numTriangles));
     }
-    mClasses.resize(static_cast<size_t>(numTriangles));
 }
 
 void TriangleReader::seek(uint32 number)
@@ -72,6 +71,24 @@ void TriangleReader::read(uint32 number, Vec3<float> (&corners)[3])
     const GeometryInfo& geometry = find(number, triangle);
     uint32 vertices[3];
     readIndices(geometry, triangle, vertices);
+    readCorners(geometry, vertices, corners);
+}
+
+bool TriangleReader::readValid(uint32 number, Vec3<float> (&corners)[3])
+{
+    uint32 triangle = 0;
+    const GeometryInfo& geometry = find(number, triangle);
+    uint32 vertices[3];
+    readIndices(geometry, triangle, vertices);
+    if (!areValid(geometry, vertices))
+        return false;
+    readCorners(geometry, vertices, corners);
+    return true;
+}
+
+inline void TriangleReader::readCorners(const GeometryInfo& geometry, const uint32 (&vertices)[3],
+                                        Vec3<float> (&corners)[3])
+{
     for (int i = 0; i < 3; ++i)
         readVertex(geometry, vertices[i], corners[i]);
     if (!geometry.mUseTransform)
@@ -80,12 +97,8 @@ void TriangleReader::read(uint32 number, Vec3<float> (&corners)[3])
         corner = geometry.mTransform.transformPoint(corner);
 }
 
-bool TriangleReader::hasValidIndices(uint32 number)
+inline bool TriangleReader::areValid(const GeometryInfo& geometry, const uint32 (&vertices)[3])
 {
-    uint32 triangle = 0;
-    const GeometryInfo& geometry = find(number, triangle);
-    uint32 vertices[3];
-    readIndices(geometry, triangle, vertices);
     for (const uint32 vertex : vertices)
     {
         if (vertex < geometry.mNumVertices)

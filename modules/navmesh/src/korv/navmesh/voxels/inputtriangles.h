@@ -13,8 +13,10 @@ public:
     /// @param geometries  must outlive the object. Throws OutOfMemoryException for more triangles than can be numbered.
     InputTriangles(const Vector<GeometryInfo>& geometries, Common::Memory::Allocator* allocator);
 
-    uint32 size() const { return static_cast<uint32>(mClasses.size()); }
-    /// All zero until the host has been asked.
+    uint32 size() const { return mEnds.empty() ? 0 : mEnds.back(); }
+    /// Makes room for the classes.
+    void keepClasses() { mClasses.resize(size()); }
+    /// Where they are kept; all zero until the host has been asked.
     TriangleClass& getClass(uint32 number) { return mClasses[number]; }
     const TriangleClass& getClass(uint32 number) const { return mClasses[number]; }
 
@@ -41,12 +43,14 @@ public:
         triangle = number - mFirst;
         return *mGeometry;
     }
-    /// World positions of the corners. The indices must be in range, see hasValidIndices.
+    /// World positions of the corners. The indices must be in range, see readValid.
     void read(uint32 number, Vec3<float> (&corners)[3]);
-    /// Whether the corners exist; if not, that is reported.
-    bool hasValidIndices(uint32 number);
+    /// The same when the corners exist. @return false if not; that is reported.
+    bool readValid(uint32 number, Vec3<float> (&corners)[3]);
 
 private:
+    static void readCorners(const GeometryInfo& geometry, const uint32 (&vertices)[3], Vec3<float> (&corners)[3]);
+    static bool areValid(const GeometryInfo& geometry, const uint32 (&vertices)[3]);
     void seek(uint32 number);
 
     const InputTriangles& mTriangles;

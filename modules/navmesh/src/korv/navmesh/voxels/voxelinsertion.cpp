@@ -46,6 +46,7 @@ void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
     if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
         mQueue.startWorkers();
     chooseBlocks(depth);
+    mInput.keepClasses();
     collectTriangles(centre, edge, depth);
     if (depth > 0)
         mOutput.addRoot();
@@ -73,12 +74,11 @@ void VoxelInsertion::collectTriangles(const Vec3<float>& centre, float edge, uin
     for (uint32 number = 0; number < mInput.size(); ++number)
     {
         countSteps(1);
-        if (!reader.hasValidIndices(number))
+        if (!reader.readValid(number, corners))
             continue;
         uint32 triangle = 0;
         const GeometryInfo& geometry = reader.find(number, triangle);
         geometry.mClassifier->classifyTriangle(mInput.getClass(number), geometry, triangle);
-        reader.read(number, corners);
         mPlaces.add(number, corners);
     }
 }

@@ -39,10 +39,14 @@ uint32 BrickOutput::addChildren(uint32, uint32 childMask)
 
 void BrickOutput::addBlock(const VoxelBlock& block, uint32, const Vec3<int32>& corner)
 {
+    addBricks(block.getBricks(), block.getDepth(), corner);
+}
+
+void BrickOutput::addBricks(const BlockBricks& bricks, uint32 depth, const Vec3<int32>& corner)
+{
     const PlaneLayout& layout = mBricks.getLayout();
-    const Vec3<int32> first = corner * (1 << (block.getDepth() - layout.getBrickLevels()));
+    const Vec3<int32> first = corner * (1 << (depth - layout.getBrickLevels()));
     const uint32 numBricksAcross = 1u << (layout.getDepth() - layout.getBrickLevels());
-    const BlockBricks& bricks = block.getBricks();
     const auto append = [&](VoxelBrick brick)
     {
         brick.mPosition = layout.toPlane(first + brick.mPosition, numBricksAcross);

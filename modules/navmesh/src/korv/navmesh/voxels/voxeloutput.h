@@ -50,6 +50,11 @@ public:
     void addRoot() override { ++mNumInnerOctants; }
     uint32 addChildren(uint32 octant, uint32 childMask) override;
     void addBlock(const VoxelBlock& block, uint32 octant, const Vec3<int32>& corner) override;
+    /// Adds the bricks below an octant, in the order of the octree.
+    /// @param depth  levels below it. @param corner  its grid position in octants of its size.
+    void addBricks(const BlockBricks& bricks, uint32 depth, const Vec3<int32>& corner);
+    /// One of those above blocks, or of a block.
+    void countInnerOctant() { ++mNumInnerOctants; }
     uint64 countVoxels() const override { return mNumVoxels; }
     uint64 countInnerOctants() const { return mNumInnerOctants; }
 

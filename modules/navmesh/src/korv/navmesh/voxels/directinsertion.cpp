@@ -1,0 +1,178 @@
+// Voxelises triangles straight into bricks.
+//
+// A triangle begins at the smallest octant that its box surely lies in, most often a block of bricks, which does the
+// rest (blockbricks). From an octant above blocks it goes down by the literal test (childoverlaps). So each triangle is
+// read once, and nothing is kept of it: where triangles are many and voxels few, lists of them would take most of the
+// memory, and sorting them most of the time. The price is that all bricks are at hand until the end, with what is known
+// of them while they are filled.
+//
+// Workers share the blocks out among them, so that each gets its triangles in their order (brickfeed).
+
+#include "korv/navmesh/voxels/directinsertion.h"
+
+#include <algorithm>
+
+namespace KORV::NavMesh
+{
+namespace
+{
+constexpr uint32 TRIANGLES_PER_REPORT = 2048;
+/// Below that the workers' help isn't worth waking them.
+constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
+/// With workers the grid has so many blocks across, if that leaves bricks in them, so that all have about as much to
+/// do.
+constexpr uint32 LEVELS_FOR_WORKERS = 3;
+/// Grids of so many levels are small in any case.
+constexpr uint32 SMALL_DEPTH = 8;
+/// Columns of a larger grid for each triangle, at most.
+constexpr uint64 COLUMNS_PER_TRIANGLE = 16;
+} // namespace
+
+bool DirectInsertion::suits(const Vector<GeometryInfo>& geometries, uint32 depth)
+{
+    if (depth <= SMALL_DEPTH || depth > MAX_DEPTH)
+        return depth <= SMALL_DEPTH;
+    uint64 numTriangles = 0;
+    for (const GeometryInfo& geometry : geometries)
+        numTriangles += geometry.mNumTriangles;
+    return numTriangles * COLUMNS_PER_TRIANGLE >= uint64{1} << (2 * depth);
+}
+
+DirectInsertion::DirectInsertion(const Vector<GeometryInfo>& geometries, BrickOutput& output, const RunControl& control,
+                                 float progressSpan, Common::Threading::ThreadPool* pool,
+                                 Common::Memory::Allocator* allocator)
+    : mOutput(output), mControl(control), mProgressSpan(progressSpan), mAllocator(allocator),
+      mInput(geometries, allocator), mOctants(allocator), mBlocks(allocator), mFeed(pool, allocator)
+{
+}
+
+void DirectInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
+{
+    if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
+        mFeed.startWorkers();
+    start(centre, edge, depth);
+    sortTriangles();
+    mFeed.finish();
+    if (depth > 0)
+        mOutput.addRoot();
+    moveToOutput(ROOT, mLevels);
+}
+
+void DirectInsertion::start(const Vec3<float>& centre, float edge, uint32 depth)
+{
+    const uint32 wanted = mFeed.hasWorkers() ? LEVELS_FOR_WORKERS : 0;
+    mBlockDepth =
+        std::clamp(depth - std::min(depth, wanted), std::min(depth, PlaneLayout::BRICK_LEVELS), BlockBricks::MAX_DEPTH);
+    mLevels = depth - mBlockDepth;
+    mOrdinary = isWithinReach(centre, edge);
+    mGrid = CellGrid(centre, edge, mLevels);
+    for (uint32 level = mLevels + 1; level-- > 0; edge /= 2.0f)
+        mEdges[level] = edge;
+    addOctant(centre, {}, mLevels);
+}
+
+void DirectInsertion::sortTriangles()
+{
+    TriangleReader reader(mInput);
+    Vec3<float> corners[3];
+    for (uint32 number = 0; number < mInput.size(); ++number)
+    {
+        if (number % TRIANGLES_PER_REPORT == TRIANGLES_PER_REPORT - 1)
+            mControl.report(NavMeshOctree::STAGE_NAME,
+                            mProgressSpan * static_cast<float>(number) / static_cast<float>(mInput.size()));
+        if (!reader.readValid(number, corners))
+            continue;
+        TriangleClass triangleClass;
+        uint32 triangle = 0;
+        const GeometryInfo& geometry = reader.find(number, triangle);
+        geometry.mClassifier->classifyTriangle(triangleClass, geometry, triangle);
+        sort(corners, triangleClass);
+    }
+}
+
+/// Finds the smallest octant, but not below a block, that the triangle's box surely lies in, and goes on from there.
+void DirectInsertion::sort(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+{
+    CellRange range;
+    const bool isClear = mLevels > 0 && mGrid.find(corners, range) && range.mIsInside;
+    const uint32 lowest = isClear ? range.getCommonLevels() : mLevels;
+    uint32 octant = ROOT;
+    for (uint32 level = mLevels; level-- > lowest;)
+        octant = getChild(octant, level, childOnLevel(range.getFirst(), level));
+    if (lowest == 0)
+        addToBlock(octant, corners, triangleClass);
+    else
+        descend(octant, lowest, VoxelTriangle(triangleClass, corners, mOrdinary), corners);
+}
+
+void DirectInsertion::descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Vec3<float> (&corners)[3])
+{
+    if (level == 0)
+    {
+        addToBlock(octant, corners, tested.mClass);
+        return;
+    }
+    ChildCubes cubes(mOctants[octant].mCentre, mEdges[level]);
+    for (uint32 rest = cubes.find(tested, false).mTouched; rest != 0; rest &= rest - 1)
+        descend(getChild(octant, level - 1, static_cast<uint32>(std::countr_zero(rest))), level - 1, tested, corners);
+}
+
+void DirectInsertion::addToBlock(uint32 octant, const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+{
+    const Octant& block = mOctants[octant];
+    if (!mFeed.hasWorkers())
+        block.mBlock->addTriangle(corners, triangleClass);
+    else // neighbours differ, along each axis
+        mFeed.add(*block.mBlock, static_cast<uint32>(block.mCorner.mX + 3 * block.mCorner.mY + 5 * block.mCorner.mZ),
+                  corners, triangleClass);
+}
+
+/// @param level  of the child.
+uint32 DirectInsertion::getChild(uint32 octant, uint32 level, uint32 child)
+{
+    if (mOctants[octant].mChildren[child] != 0)
+        return mOctants[octant].mChildren[child];
+    const Vec3<int32>& corner = CHILD_CORNERS[child];
+    const float quarter = mEdges[level + 1] / 4.0f;
+    Vec3<float> centre = mOctants[octant].mCentre;
+    for (int axis = 0; axis < 3; ++axis)
+        centre[axis] += corner[axis] != 0 ? quarter : -quarter;
+    const uint32 added = addOctant(centre, mOctants[octant].mCorner * 2 + corner, level);
+    mOctants[octant].mChildren[child] = added;
+    return added;
+}
+
+uint32 DirectInsertion::addOctant(const Vec3<float>& centre, const Vec3<int32>& corner, uint32 level)
+{
+    Octant octant;
+    octant.mCentre = centre;
+    octant.mCorner = corner;
+    if (level == 0)
+    {
+        octant.mBlock = &mBlocks.emplace_back(mAllocator);
+        octant.mBlock->start(centre, mEdges[0], mBlockDepth, *mOutput.getLayout());
+    }
+    mOctants.push_back(octant);
+    return static_cast<uint32>(mOctants.size() - 1);
+}
+
+/// Hands an octant's blocks over, in the order of the octree. They are given up at once.
+void DirectInsertion::moveToOutput(uint32 octant, uint32 level)
+{
+    if (level == 0)
+    {
+        BlockBricks& bricks = *mOctants[octant].mBlock;
+        bricks.finish();
+        mOutput.addBricks(bricks, mBlockDepth, mOctants[octant].mCorner);
+        bricks = BlockBricks(mAllocator);
+        return;
+    }
+    for (const uint32 child : mOctants[octant].mChildren)
+    {
+        if (child == 0)
+            continue;
+        mOutput.countInnerOctant();
+        moveToOutput(child, level - 1);
+    }
+}
+} // namespace KORV::NavMesh
