@@ -60,19 +60,28 @@ void BlockBricks::start(const Vec3<float>& centre, float edge, uint32 depth, con
 void BlockBricks::addTriangle(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
 {
     CellRange range;
-    const bool isClear = mRoot.mDepth == 0 || mGrid.find(corners, range);
     if (mRoot.mDepth == 0)
         addCell(0, 0, 0, triangleClass);
-    else if (isClear && range.isRow() && mGrid.touchesRow(corners, range))
-        addRow(range, triangleClass);
+    else if (mGrid.find(corners, range))
+        addFound(corners, triangleClass, range);
     else
     {
         const VoxelTriangle voxelTriangle(triangleClass, corners, mIsOrdinary);
-        const BrickTriangle triangle(voxelTriangle, *mLayout);
-        const bool hasHome = isClear && range.mIsInside;
-        if (!hasHome || !addFromBox(range, triangle))
-            descend(hasHome ? findHome(range) : mRoot, triangle, false);
+        descend(mRoot, BrickTriangle(voxelTriangle, *mLayout), false);
     }
+}
+
+void BlockBricks::addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass, const CellRange& range)
+{
+    if (range.isRow() && mGrid.touchesRow(corners, range))
+    {
+        addRow(range, triangleClass);
+        return;
+    }
+    const VoxelTriangle voxelTriangle(triangleClass, corners, mIsOrdinary);
+    const BrickTriangle triangle(voxelTriangle, *mLayout);
+    if (!range.mIsInside || !addFromBox(range, triangle))
+        descend(range.mIsInside ? findHome(range) : mRoot, triangle, false);
 }
 
 /// Tests the bricks that a box reaches when they are several, but few.

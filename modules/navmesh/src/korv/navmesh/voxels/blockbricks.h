@@ -20,6 +20,9 @@ public:
     void start(const Vec3<float>& centre, float edge, uint32 depth, const PlaneLayout& layout);
     /// In the order of the input, and only what touches the octant.
     void addTriangle(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    /// The same for one whose box surely lies in the octant, as find of a CellGrid says.
+    /// @param range  the octant's cells that the box reaches.
+    void addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass, const CellRange& range);
     /// To be called when all have come.
     void finish();
 

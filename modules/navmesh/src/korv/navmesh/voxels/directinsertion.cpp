@@ -65,7 +65,8 @@ void DirectInsertion::start(const Vec3<float>& centre, float edge, uint32 depth)
         std::clamp(depth - std::min(depth, wanted), std::min(depth, PlaneLayout::BRICK_LEVELS), BlockBricks::MAX_DEPTH);
     mLevels = depth - mBlockDepth;
     mOrdinary = isWithinReach(centre, edge);
-    mGrid = CellGrid(centre, edge, mLevels);
+    mBlockGrid = CellGrid(centre, edge, mLevels);
+    mVoxelGrid = CellGrid(centre, edge, depth);
     for (uint32 level = mLevels + 1; level-- > 0; edge /= 2.0f)
         mEdges[level] = edge;
     addOctant(centre, {}, mLevels);
@@ -93,16 +94,44 @@ void DirectInsertion::sortTriangles()
 /// Finds the smallest octant, but not below a block, that the triangle's box surely lies in, and goes on from there.
 void DirectInsertion::sort(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
 {
+    if (mLevels > 0 && !mFeed.hasWorkers() && addFound(corners, triangleClass))
+        return;
     CellRange range;
-    const bool isClear = mLevels > 0 && mGrid.find(corners, range) && range.mIsInside;
+    const bool isClear = mLevels > 0 && mBlockGrid.find(corners, range) && range.mIsInside;
     const uint32 lowest = isClear ? range.getCommonLevels() : mLevels;
-    uint32 octant = ROOT;
-    for (uint32 level = mLevels; level-- > lowest;)
-        octant = getChild(octant, level, childOnLevel(range.getFirst(), level));
+    const uint32 octant = isClear ? findOctant(range.getFirst(), lowest) : ROOT;
     if (lowest == 0)
         addToBlock(octant, corners, triangleClass);
     else
         descend(octant, lowest, VoxelTriangle(triangleClass, corners, mOrdinary), corners);
+}
+
+/// Adds a triangle to the block that its box surely lies in, by the voxels there that it reaches, which need not be
+/// found again. @return false where that is not clear.
+bool DirectInsertion::addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+{
+    CellRange range;
+    if (!mVoxelGrid.find(corners, range) || !range.mIsInside || range.getCommonLevels() > mBlockDepth)
+        return false;
+    const Vec3<int32> first = range.getFirst();
+    const int32 withinBlock = (1 << mBlockDepth) - 1;
+    for (int axis = 0; axis < 3; ++axis)
+    {
+        range.mFirst[axis] &= withinBlock;
+        range.mLast[axis] &= withinBlock;
+    }
+    const Vec3<int32> block(first.mX >> mBlockDepth, first.mY >> mBlockDepth, first.mZ >> mBlockDepth);
+    mOctants[findOctant(block, 0)].mBlock->addFound(corners, triangleClass, range);
+    return true;
+}
+
+/// The octant at a level that a position lies in. @param position  [blocks]
+uint32 DirectInsertion::findOctant(const Vec3<int32>& position, uint32 lowest)
+{
+    uint32 octant = ROOT;
+    for (uint32 level = mLevels; level-- > lowest;)
+        octant = getChild(octant, level, childOnLevel(position, level));
+    return octant;
 }
 
 void DirectInsertion::descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Vec3<float> (&corners)[3])

@@ -43,6 +43,8 @@ private:
     void start(const Vec3<float>& centre, float edge, uint32 depth);
     void sortTriangles();
     void sort(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    bool addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    uint32 findOctant(const Vec3<int32>& position, uint32 lowest);
     void descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Vec3<float> (&corners)[3]);
     void addToBlock(uint32 octant, const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
     uint32 getChild(uint32 octant, uint32 level, uint32 child);
@@ -58,7 +60,8 @@ private:
     uint32 mLevels = 0;               // above blocks
     uint32 mBlockDepth = 0;           // levels below them
     float mEdges[MAX_DEPTH + 1] = {}; // of octants, by their level above blocks
-    CellGrid mGrid;                   // of blocks
+    CellGrid mBlockGrid;
+    CellGrid mVoxelGrid;
     Vector<Octant> mOctants;
     Common::Container::List<BlockBricks> mBlocks;
     BrickFeed mFeed; // its workers refer to the blocks
