@@ -19,8 +19,9 @@ private:
 };
 } // namespace
 
-BrickFeed::BrickFeed(Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator)
-    : mPool(pool), mBatches{Vector<Entry>(allocator), Vector<Entry>(allocator)}, mShares(allocator)
+BrickFeed::BrickFeed(const InputTriangles& input, Common::Threading::ThreadPool* pool,
+                     Common::Memory::Allocator* allocator)
+    : mInput(input), mPool(pool), mBatches{Vector<Entry>(allocator), Vector<Entry>(allocator)}, mShares(allocator)
 {
 }
 
@@ -44,12 +45,10 @@ void BrickFeed::startWorkers()
         mPool->appendTask(new (mPool->getAllocator()) FillBricksTask(*this));
 }
 
-void BrickFeed::add(BlockBricks& block, uint32 share, const Vec3<float> (&corners)[3],
-                    const TriangleClass& triangleClass)
+void BrickFeed::add(uint32 triangle, const TriangleClass& triangleClass, BlockBricks& block, uint32 share)
 {
     Vector<Entry>& batch = getBatch(mNumQueued);
-    const uint32 numShares = static_cast<uint32>(mShares.size());
-    batch.push_back({&block, share % numShares, triangleClass, {corners[0], corners[1], corners[2]}});
+    batch.push_back({&block, share % static_cast<uint32>(mShares.size()), triangle, triangleClass});
     if (batch.size() == BATCH)
         queueBatch();
 }
@@ -149,10 +148,14 @@ BrickFeed::Share* BrickFeed::takeShare()
 
 void BrickFeed::addEntries(const Vector<Entry>& batch, uint32 share) const
 {
+    TriangleReader reader(mInput);
+    Vec3<float> corners[3];
     for (const Entry& entry : batch)
     {
-        if (entry.mShare == share)
-            entry.mBlock->addTriangle(entry.mCorners, entry.mClass);
+        if (entry.mShare != share)
+            continue;
+        reader.read(entry.mTriangle, corners);
+        entry.mBlock->addTriangle(corners, entry.mClass);
     }
 }
 } // namespace KORV::NavMesh

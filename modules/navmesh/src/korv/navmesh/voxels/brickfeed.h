@@ -3,6 +3,7 @@
 #include "korv/common/threading/threadpool.h"
 #include "korv/navmesh/taskerrors.h"
 #include "korv/navmesh/voxels/blockbricks.h"
+#include "korv/navmesh/voxels/inputtriangles.h"
 
 #include <atomic>
 
@@ -14,8 +15,9 @@ namespace KORV::NavMesh
 class BrickFeed
 {
 public:
+    /// @param input  what the triangles are; must outlive the object.
     /// @param allocator  thread-safe when the pool has several workers.
-    BrickFeed(Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
+    BrickFeed(const InputTriangles& input, Common::Threading::ThreadPool* pool, Common::Memory::Allocator* allocator);
     ~BrickFeed();
     BrickFeed(const BrickFeed&) = delete;
     BrickFeed& operator=(const BrickFeed&) = delete;
@@ -25,7 +27,7 @@ public:
     bool hasWorkers() const { return mNumWorkers > 0; }
     /// Adds a triangle to a block, sooner or later. Until finish the block belongs to the workers, if there are any.
     /// @param share  a number of the block, always the same. Throws what a worker's work threw.
-    void add(BlockBricks& block, uint32 share, const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    void add(uint32 triangle, const TriangleClass& triangleClass, BlockBricks& block, uint32 share);
     /// Adds what is left. Throws as add does.
     void finish();
 
@@ -43,8 +45,8 @@ private:
     {
         BlockBricks* mBlock;
         uint32 mShare;
+        uint32 mTriangle;
         TriangleClass mClass;
-        Vec3<float> mCorners[3];
     };
 
     /// How many batches somebody has gone through for the blocks of a share.
@@ -63,6 +65,7 @@ private:
     void addEntries(const Vector<Entry>& batch, uint32 share) const;
     void stopWorkers();
 
+    const InputTriangles& mInput;
     Common::Threading::ThreadPool* mPool;
     Vector<Entry> mBatches[NUM_BATCHES]; // taken in turn
     uint32 mNumWorkers = 0;              // beside this thread

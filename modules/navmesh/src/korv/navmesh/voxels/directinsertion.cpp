@@ -21,7 +21,7 @@ constexpr uint32 TRIANGLES_PER_REPORT = 2048;
 constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
 /// With workers the grid has so many blocks across, if that leaves bricks in them, so that all have about as much to
 /// do.
-constexpr uint32 LEVELS_FOR_WORKERS = 3;
+constexpr uint32 LEVELS_FOR_WORKERS = 2;
 /// Grids of so many levels are small in any case.
 constexpr uint32 SMALL_DEPTH = 8;
 /// Columns of a larger grid for each triangle, at most.
@@ -42,7 +42,7 @@ DirectInsertion::DirectInsertion(const Vector<GeometryInfo>& geometries, BrickOu
                                  float progressSpan, Common::Threading::ThreadPool* pool,
                                  Common::Memory::Allocator* allocator)
     : mOutput(output), mControl(control), mProgressSpan(progressSpan), mAllocator(allocator),
-      mInput(geometries, allocator), mOctants(allocator), mBlocks(allocator), mFeed(pool, allocator)
+      mInput(geometries, allocator), mOctants(allocator), mBlocks(allocator), mFeed(mInput, pool, allocator)
 {
 }
 
@@ -75,43 +75,43 @@ void DirectInsertion::start(const Vec3<float>& centre, float edge, uint32 depth)
 void DirectInsertion::sortTriangles()
 {
     TriangleReader reader(mInput);
-    Vec3<float> corners[3];
     for (uint32 number = 0; number < mInput.size(); ++number)
     {
         if (number % TRIANGLES_PER_REPORT == TRIANGLES_PER_REPORT - 1)
             mControl.report(NavMeshOctree::STAGE_NAME,
                             mProgressSpan * static_cast<float>(number) / static_cast<float>(mInput.size()));
-        if (!reader.readValid(number, corners))
+        Triangle triangle;
+        triangle.mNumber = number;
+        if (!reader.readValid(number, triangle.mCorners))
             continue;
-        TriangleClass triangleClass;
-        uint32 triangle = 0;
-        const GeometryInfo& geometry = reader.find(number, triangle);
-        geometry.mClassifier->classifyTriangle(triangleClass, geometry, triangle);
-        sort(corners, triangleClass);
+        uint32 index = 0;
+        const GeometryInfo& geometry = reader.find(number, index);
+        geometry.mClassifier->classifyTriangle(triangle.mClass, geometry, index);
+        sort(triangle);
     }
 }
 
 /// Finds the smallest octant, but not below a block, that the triangle's box surely lies in, and goes on from there.
-void DirectInsertion::sort(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+void DirectInsertion::sort(const Triangle& triangle)
 {
-    if (mLevels > 0 && !mFeed.hasWorkers() && addFound(corners, triangleClass))
+    if (mLevels > 0 && !mFeed.hasWorkers() && addFound(triangle))
         return;
     CellRange range;
-    const bool isClear = mLevels > 0 && mBlockGrid.find(corners, range) && range.mIsInside;
+    const bool isClear = mLevels > 0 && mBlockGrid.find(triangle.mCorners, range) && range.mIsInside;
     const uint32 lowest = isClear ? range.getCommonLevels() : mLevels;
     const uint32 octant = isClear ? findOctant(range.getFirst(), lowest) : ROOT;
     if (lowest == 0)
-        addToBlock(octant, corners, triangleClass);
+        addToBlock(octant, triangle);
     else
-        descend(octant, lowest, VoxelTriangle(triangleClass, corners, mOrdinary), corners);
+        descend(octant, lowest, VoxelTriangle(triangle.mClass, triangle.mCorners, mOrdinary), triangle);
 }
 
 /// Adds a triangle to the block that its box surely lies in, by the voxels there that it reaches, which need not be
 /// found again. @return false where that is not clear.
-bool DirectInsertion::addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+bool DirectInsertion::addFound(const Triangle& triangle)
 {
     CellRange range;
-    if (!mVoxelGrid.find(corners, range) || !range.mIsInside || range.getCommonLevels() > mBlockDepth)
+    if (!mVoxelGrid.find(triangle.mCorners, range) || !range.mIsInside || range.getCommonLevels() > mBlockDepth)
         return false;
     const Vec3<int32> first = range.getFirst();
     const int32 withinBlock = (1 << mBlockDepth) - 1;
@@ -121,7 +121,7 @@ bool DirectInsertion::addFound(const Vec3<float> (&corners)[3], const TriangleCl
         range.mLast[axis] &= withinBlock;
     }
     const Vec3<int32> block(first.mX >> mBlockDepth, first.mY >> mBlockDepth, first.mZ >> mBlockDepth);
-    mOctants[findOctant(block, 0)].mBlock->addFound(corners, triangleClass, range);
+    mOctants[findOctant(block, 0)].mBlock->addFound(triangle.mCorners, triangle.mClass, range);
     return true;
 }
 
@@ -134,26 +134,27 @@ uint32 DirectInsertion::findOctant(const Vec3<int32>& position, uint32 lowest)
     return octant;
 }
 
-void DirectInsertion::descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Vec3<float> (&corners)[3])
+void DirectInsertion::descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Triangle& triangle)
 {
     if (level == 0)
     {
-        addToBlock(octant, corners, tested.mClass);
+        addToBlock(octant, triangle);
         return;
     }
     ChildCubes cubes(mOctants[octant].mCentre, mEdges[level]);
     for (uint32 rest = cubes.find(tested, false).mTouched; rest != 0; rest &= rest - 1)
-        descend(getChild(octant, level - 1, static_cast<uint32>(std::countr_zero(rest))), level - 1, tested, corners);
+        descend(getChild(octant, level - 1, static_cast<uint32>(std::countr_zero(rest))), level - 1, tested, triangle);
 }
 
-void DirectInsertion::addToBlock(uint32 octant, const Vec3<float> (&corners)[3], const TriangleClass& triangleClass)
+void DirectInsertion::addToBlock(uint32 octant, const Triangle& triangle)
 {
     const Octant& block = mOctants[octant];
-    if (!mFeed.hasWorkers())
-        block.mBlock->addTriangle(corners, triangleClass);
-    else // neighbours differ, along each axis
-        mFeed.add(*block.mBlock, static_cast<uint32>(block.mCorner.mX + 3 * block.mCorner.mY + 5 * block.mCorner.mZ),
-                  corners, triangleClass);
+    const Vec3<int32>& corner = block.mCorner;
+    const uint32 share = static_cast<uint32>(corner.mX + 3 * corner.mY + 5 * corner.mZ); // neighbours' differ
+    if (mFeed.hasWorkers())
+        mFeed.add(triangle.mNumber, triangle.mClass, *block.mBlock, share);
+    else
+        block.mBlock->addTriangle(triangle.mCorners, triangle.mClass);
 }
 
 /// @param level  of the child.

@@ -40,13 +40,20 @@ private:
         BlockBricks* mBlock = nullptr;
     };
 
+    struct Triangle
+    {
+        uint32 mNumber;
+        TriangleClass mClass;
+        Vec3<float> mCorners[3];
+    };
+
     void start(const Vec3<float>& centre, float edge, uint32 depth);
     void sortTriangles();
-    void sort(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
-    bool addFound(const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    void sort(const Triangle& triangle);
+    bool addFound(const Triangle& triangle);
     uint32 findOctant(const Vec3<int32>& position, uint32 lowest);
-    void descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Vec3<float> (&corners)[3]);
-    void addToBlock(uint32 octant, const Vec3<float> (&corners)[3], const TriangleClass& triangleClass);
+    void descend(uint32 octant, uint32 level, const VoxelTriangle& tested, const Triangle& triangle);
+    void addToBlock(uint32 octant, const Triangle& triangle);
     uint32 getChild(uint32 octant, uint32 level, uint32 child);
     uint32 addOctant(const Vec3<float>& centre, const Vec3<int32>& corner, uint32 level);
     void moveToOutput(uint32 octant, uint32 level);
