@@ -125,27 +125,25 @@ bool BlockBricks::addCertain(const Vec3<int32>& position, const BrickTriangle& t
     return true;
 }
 
-/// Adds the voxels from one cell to another.
+/// Adds the voxels from one cell to another, along one axis.
 void BlockBricks::addRow(const CellRange& range, const TriangleClass& triangleClass)
 {
-    uint32 first[3];
-    uint32 last[3];
-    for (int i = 0; i < 3; ++i)
+    uint32 cell[3];
+    uint32 along = U;
+    uint32 step = 1;
+    int32 numCells = 1;
+    for (uint32 i = 0; i < 3; ++i)
     {
-        const int axis = mLayout->getAxis(i);
-        first[i] = static_cast<uint32>(range.mFirst[axis]) ^ mFlips[i];
-        last[i] = static_cast<uint32>(range.mLast[axis]) ^ mFlips[i];
-        if (last[i] < first[i])
-            std::swap(first[i], last[i]);
+        const int axis = mLayout->getAxis(static_cast<int>(i));
+        cell[i] = static_cast<uint32>(range.mFirst[axis]) ^ mFlips[i];
+        if (range.mFirst[axis] == range.mLast[axis])
+            continue;
+        along = i;
+        step = mFlips[i] != 0 ? ~uint32{0} : 1; // backwards, as unsigned numbers wrap
+        numCells = range.mLast[axis] - range.mFirst[axis] + 1;
     }
-    for (uint32 w = first[2]; w <= last[2]; ++w)
-    {
-        for (uint32 v = first[1]; v <= last[1]; ++v)
-        {
-            for (uint32 u = first[0]; u <= last[0]; ++u)
-                addCell(u, v, w, triangleClass);
-        }
-    }
+    for (; numCells > 0; --numCells, cell[along] += step)
+        addCell(cell[U], cell[V], cell[W], triangleClass);
 }
 
 void BlockBricks::addCell(uint32 u, uint32 v, uint32 w, const TriangleClass& triangleClass)

@@ -19,8 +19,7 @@ namespace
 constexpr uint32 TRIANGLES_PER_REPORT = 2048;
 /// Below that the workers' help isn't worth waking them.
 constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
-/// With workers the grid has so many blocks across, if that leaves bricks in them, so that all have about as much to
-/// do.
+/// With workers blocks lie so many levels below the root at least, if that leaves bricks in them: all must get some.
 constexpr uint32 LEVELS_FOR_WORKERS = 2;
 /// Grids of so many levels are small in any case.
 constexpr uint32 SMALL_DEPTH = 8;
