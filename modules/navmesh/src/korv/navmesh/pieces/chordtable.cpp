@@ -33,7 +33,7 @@ constexpr int32 NO_CORNER = -1;
 /// Up to this many corners the pairs that see each other are kept as bits too: half a megabyte.
 constexpr size_t MAX_BIT_ROWS = 2048;
 /// Beside the work on an outline of so many corners it is nothing to get memory anew.
-constexpr size_t LARGE_OUTLINE = 64;
+constexpr size_t LARGE_OUTLINE = 160;
 
 uint64 laneBits(MaskLanes lanes)
 {
@@ -46,6 +46,7 @@ void copyLanes(float* to, const float* from, size_t size)
     for (size_t at = 0; at < size; at += NUM_LANES)
         storeLanes(to + at, loadLanes(from + at));
 }
+
 /// Makes a list that long at least, but not twice as long, as a growing list would be. It is written anew.
 template <class T>
 void makeRoom(Vector<T>& list, size_t size)
