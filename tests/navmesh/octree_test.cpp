@@ -1,4 +1,6 @@
 #include "korv/common/geom/geomutility.h"
+#include "korv/navmesh/voxels/directinsertion.h"
+#include "korv/navmesh/voxels/voxelinsertion.h"
 #include "support/test.h"
 #include "support/voxelscenes.h"
 
@@ -103,6 +105,70 @@ public:
     std::vector<uint32> mTriangles;
     size_t mFailAt = SIZE_MAX;
 };
+
+/// Adds triangles of all kinds to a cube: from specks to some of its size, slivers, and level ones.
+void addTriangles(VoxelScene& scene, uint32 count, float edge)
+{
+    std::mt19937 random(count);
+    const auto between = [&random](float low, float high)
+    { return std::uniform_real_distribution<float>(low, high)(random); };
+    for (uint32 n = 0; n < count; ++n)
+    {
+        const float reach = n % 50 == 0 ? edge : n % 3 == 0 ? 6.0f : 0.8f;
+        const Vec3<float> first(between(0.0f, edge), between(0.0f, edge), between(0.0f, edge));
+        for (int corner = 0; corner < 3; ++corner)
+        {
+            const Vec3<float> way(between(-reach, reach), between(-reach, reach), between(-reach, reach));
+            Vec3<float> vertex = first + way * (n % 7 == 0 && corner == 2 ? 0.01f : 1.0f);
+            if (n % 4 == 0)
+                vertex.mZ = std::round(first.mZ);
+            for (int i = 0; i < 3; ++i)
+                vertex[i] = std::clamp(vertex[i], 0.0f, edge);
+            scene.mVertices.push_back(vertex);
+        }
+        const uint32 end = static_cast<uint32>(scene.mVertices.size());
+        scene.mTriangles.push_back({{end - 3, end - 2, end - 1}});
+    }
+}
+
+/// All that the bricks of a scene hold, as an insertion fills them.
+template <class Insertion>
+std::vector<uint64> bricksOf(VoxelScene& scene, uint32 depth, uint32 axis, uint32 numThreads, CallSequence& classifier)
+{
+    const Common::Memory::AllocatorPtr allocator = Common::Interface::getSharedAllocator();
+    GeometryInfo geometry = scene.getGeometry();
+    geometry.mClassifier = &classifier;
+    const Vector<GeometryInfo> geometries(1, geometry, allocator.get());
+    NavMeshBuilder::Statistics statistics;
+    const RunControl control(nullptr, statistics);
+    const std::unique_ptr<Common::Threading::ThreadPool> pool(
+        Common::Threading::ThreadPool::create(allocator, numThreads, 0));
+    VoxelBricks bricks(depth, axis, allocator.get());
+    BrickOutput output(bricks);
+    const float edge = static_cast<float>(1 << depth) * VoxelScene::CUBE_SIZE;
+    const float middle = edge * 0.5f;
+    Insertion(geometries, output, control, 1.0f, pool.get(), allocator.get())
+        .insert({middle, middle, middle}, edge, depth);
+    std::vector<uint64> held{output.countVoxels(), output.countInnerOctants()};
+    for (uint32 at = 0; at < bricks.size(); ++at)
+    {
+        const VoxelBrick& brick = bricks[at];
+        held.insert(held.end(), std::begin(brick.mOccupied), std::end(brick.mOccupied));
+        held.insert(held.end(), std::begin(brick.mWalkable), std::end(brick.mWalkable));
+        for (int i = 0; i < 3; ++i)
+            held.push_back(static_cast<uint64>(brick.mPosition[i]));
+        held.push_back(brick.mTypes);
+        if ((brick.mTypes & VoxelBrick::MANY_TYPES) == 0)
+            continue;
+        uint32 place = brick.mTypes & ~VoxelBrick::MANY_TYPES;
+        for (const uint64 plane : brick.mWalkable)
+        {
+            for (uint32 left = countBits(plane); left > 0; --left)
+                held.push_back(bricks.getType(place++));
+        }
+    }
+    return held;
+}
 
 class StopAtCall : public ProgressReceiver
 {
@@ -238,6 +304,29 @@ KORV_TEST(Octree, isTheSameForAnyNumberOfWorkers)
         geometry.mClassifier = &failing;
         OctreeRun run({geometry}, {1.0f}, 0, 2);
         Testing::expectThrow<Common::Exceptions::NotSupportedException>([&] { run.buildTree(); });
+    }
+}
+
+KORV_TEST(Octree, smallGridsHaveTheBricksOfLargeOnes)
+{
+    for (const uint32 depth : {3u, 5u, 7u})
+    {
+        KORV_CONTEXT("depth " << depth);
+        const int32 size = 1 << depth;
+        VoxelScene scene(size, UP_Z);
+        addTriangles(scene, 6000, static_cast<float>(size) * VoxelScene::CUBE_SIZE);
+        for (uint32 axis = 0; axis < NUM_MAIN_AXES; ++axis)
+        {
+            CallSequence calls[3];
+            const auto expected = bricksOf<VoxelInsertion>(scene, depth, axis, 1, calls[0]);
+            EXPECT_TRUE(bricksOf<DirectInsertion>(scene, depth, axis, 1, calls[1]) == expected) << "axis " << axis;
+            EXPECT_TRUE(bricksOf<DirectInsertion>(scene, depth, axis, 3, calls[2]) == expected) << "axis " << axis;
+            EXPECT_TRUE(calls[1].mTriangles == calls[0].mTriangles && calls[2].mTriangles == calls[0].mTriangles);
+        }
+        CallSequence failing;
+        failing.mFailAt = 5500;
+        Testing::expectThrow<Common::Exceptions::NotSupportedException>(
+            [&] { bricksOf<DirectInsertion>(scene, depth, UP_Z, 3, failing); });
     }
 }
 
