@@ -2,6 +2,7 @@
 
 #include "korv/common/debug/assert.h"
 
+#include <array>
 #include <cstring>
 
 namespace KORV::NavMesh
@@ -12,23 +13,32 @@ namespace
 /// hence memcpy, and be larger than 4 GB, hence 64-bit offsets. Values that a stride too small cuts off stay zero, so
 /// that the last element is never read beyond.
 template <class T>
-void readTriple(T (&values)[3], const void* base, uint32 id, uint32 stride)
+inline std::array<T, 3> readTriple(const void* base, uint32 id, uint32 stride)
 {
     if (base == nullptr)
-        return;
+        return {};
+    std::array<T, 3> values;
     const unsigned char* const source = static_cast<const unsigned char*>(base) + static_cast<uint64>(id) * stride;
     if (stride >= sizeof(values))
-        std::memcpy(values, source, sizeof(values)); // nearly always, and of a known size
-    else
-        std::memcpy(values, source, stride / sizeof(T) * sizeof(T));
+    {
+        std::memcpy(values.data(), source, sizeof(values)); // nearly always, and of a known size
+        return values;
+    }
+    values.fill(0);
+    std::memcpy(values.data(), source, stride / sizeof(T) * sizeof(T));
+    return values;
 }
 
-template <class Index>
-IndexedTriangle readTriangle(const void* base, uint32 id, uint32 stride)
+// The reports are functions of their own: a message takes a large stack frame.
+
+[[gnu::cold, gnu::noinline]] bool reportVertex(uint32 vertexID)
 {
-    Index indices[3] = {};
-    readTriple(indices, base, id, stride);
-    return IndexedTriangle{{indices[0], indices[1], indices[2]}};
+    return KORV_ASSERT(false, "vertexID < mNumVertices", "Vertex id out of range: " << vertexID);
+}
+
+[[gnu::cold, gnu::noinline]] bool reportTriangle(uint32 triangleID)
+{
+    return KORV_ASSERT(false, "triangleID < mNumTriangles", "Triangle id out of range: " << triangleID);
 }
 } // namespace
 
@@ -36,20 +46,23 @@ TriangleClassifier::~TriangleClassifier() = default;
 
 Vec3<float> GeometryInfo::getVertex(uint32 vertexID) const
 {
-    if (!KORV_ASSERT(vertexID < mNumVertices, "vertexID < mNumVertices", "Vertex id out of range: " << vertexID))
+    if (vertexID >= mNumVertices && !reportVertex(vertexID))
         return {};
-    float values[3] = {};
-    readTriple(values, mVertexData, vertexID, mVertexStride);
+    const auto values = readTriple<float>(mVertexData, vertexID, mVertexStride);
     return {values[0], values[1], values[2]};
 }
 
 IndexedTriangle GeometryInfo::getTriangle(uint32 triangleID) const
 {
-    if (!KORV_ASSERT(triangleID < mNumTriangles, "triangleID < mNumTriangles",
-                     "Triangle id out of range: " << triangleID))
+    if (triangleID >= mNumTriangles && !reportTriangle(triangleID))
         return {};
-    return mIndexSize == sizeof(uint32) ? readTriangle<uint32>(mIndexData, triangleID, mTriangleStride)
-                                        : readTriangle<uint16>(mIndexData, triangleID, mTriangleStride);
+    if (mIndexSize == sizeof(uint32))
+    {
+        const auto indices = readTriple<uint32>(mIndexData, triangleID, mTriangleStride);
+        return {{indices[0], indices[1], indices[2]}};
+    }
+    const auto indices = readTriple<uint16>(mIndexData, triangleID, mTriangleStride);
+    return {{indices[0], indices[1], indices[2]}};
 }
 
 Vec3<float> GeometryInfo::getWorldVertex(uint32 vertexID) const

@@ -35,8 +35,8 @@ public:
     void work();
 
 private:
-    /// Triangles are handed over so many at a time.
-    static constexpr size_t BATCH = 512;
+    /// Triangles are handed over so many at a time. Fewer would wake the workers too often.
+    static constexpr size_t BATCH = 2048;
     /// One is filled while the others are worked on.
     static constexpr uint32 NUM_BATCHES = 2;
     static constexpr uint32 SHARES_PER_THREAD = 3;

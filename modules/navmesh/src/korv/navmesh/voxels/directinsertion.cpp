@@ -17,8 +17,9 @@ namespace KORV::NavMesh
 namespace
 {
 constexpr uint32 TRIANGLES_PER_REPORT = 2048;
-/// Below that the workers' help isn't worth waking them.
+/// Below either the workers' help isn't worth waking them.
 constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
+constexpr uint32 DEPTH_FOR_WORKERS = 8;
 /// With workers blocks lie so many levels below the root at least, if that leaves bricks in them: all must get some.
 constexpr uint32 LEVELS_FOR_WORKERS = 2;
 /// Grids of so many levels are small in any case.
@@ -47,7 +48,7 @@ DirectInsertion::DirectInsertion(const Vector<GeometryInfo>& geometries, BrickOu
 
 void DirectInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
-    if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
+    if (mInput.size() > TRIANGLES_BEFORE_WORKERS && depth >= DEPTH_FOR_WORKERS)
         mFeed.startWorkers();
     start(centre, edge, depth);
     sortTriangles();
