@@ -27,25 +27,29 @@ KORV_COMMON_API bool reportFoundationAssertion(const char* function, const char*
                                                const char* file, uint32 line);
 } // namespace KORV::Common::Debug
 
-// The checks below are expressions: true when the condition holds, else they report and are false. Condition text and
-// function name are literals, because compilers print names and stringify macros in ways of their own.
+// The checks below are expressions: true when the condition holds, else they report and are false; that is spelled out
+// so that compilers, too, know what holds behind a check. Condition text and function name are literals, because
+// compilers print names and stringify macros in ways of their own.
 
 /// Check of the navigation-mesh module. @p message may stream values: "id is " << id.
 #define KORV_ASSERT(condition, conditionText, message)                                                                 \
-    ((condition) || ::KORV::Common::Debug::reportAssertion(                                                            \
-                        conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__))
+    ((condition) || (::KORV::Common::Debug::reportAssertion(                                                           \
+                         conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__),          \
+                     false))
 
 /// Unconditional report of the navigation-mesh module.
 #define KORV_FAIL(message) KORV_ASSERT(false, "", message)
 
 /// Check whose report is the condition text alone.
 #define KORV_BARE_ASSERT(condition, conditionText)                                                                     \
-    ((condition) || ::KORV::Common::Debug::reportBareAssertion(conditionText, __FILE__, __LINE__))
+    ((condition) || (::KORV::Common::Debug::reportBareAssertion(conditionText, __FILE__, __LINE__), false))
 
 /// Check of the foundation module. @p function is the qualified name that the trace error starts with.
 #define KORV_COMMON_ASSERT(function, condition, conditionText, message)                                                \
-    ((condition) || ::KORV::Common::Debug::reportFoundationAssertion(                                                  \
-                        function, conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__))
+    ((condition) ||                                                                                                    \
+     (::KORV::Common::Debug::reportFoundationAssertion(                                                                \
+          function, conditionText, ::KORV::Common::Debug::MessageText() << message, __FILE__, __LINE__),               \
+      false))
 
 /// Report of a failed check of the foundation module, where the condition has been looked at elsewhere.
 #define KORV_COMMON_FAIL_CONDITION(function, conditionText, message)                                                   \
