@@ -194,16 +194,9 @@ public:
     SharedPtr(SharedPtr&& other) noexcept : mCount(other.mCount), mPtr(std::exchange(other.mPtr, nullptr)) {}
     ~SharedPtr() { release(); }
 
-    SharedPtr& operator=(const SharedPtr& other)
+    SharedPtr& operator=(SharedPtr other) noexcept
     {
-        SharedPtr copy(other);
-        swap(copy);
-        return *this;
-    }
-    SharedPtr& operator=(SharedPtr&& other) noexcept
-    {
-        SharedPtr moved(std::move(other));
-        swap(moved);
+        swap(other);
         return *this;
     }
     /// Releases the object held and takes another one; null only releases. The object must not be the one held already.
