@@ -144,7 +144,7 @@ void CallbackFileStream::flush() {}
 
 void CallbackFileStream::close()
 {
-    if (isClosed())
+    if (CallbackFileStream::isClosed()) // whatever a class above says: the handle is ours
         return;
     mFileIO->closeFile(mHandle);
     mHandle = mFileIO->getInvalidHandle();
