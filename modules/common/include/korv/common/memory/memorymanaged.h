@@ -18,7 +18,7 @@ public:
     /// The allocator that the object's own containers use; never null once the library is initialised.
     const AllocatorPtr& getAllocator() const { return mAllocator; }
     /// The same as a cheap handle for containers; never null.
-    Allocator* getMemory() const { return mAllocator != nullptr ? mAllocator.get() : getDefaultAllocator(); }
+    Allocator* getMemory() const { return mAllocator == nullptr ? getDefaultAllocator() : mAllocator.get(); }
 
     /// Memory aligned for the type. Throws OutOfMemoryException when the allocator has none.
     static void* operator new(size_t size, const AllocatorPtr& allocator);

@@ -280,7 +280,7 @@ void OpenList::updateBlockMinimum(uint32 block)
     // four at a time, none of which waits for another
     constexpr uint32 NUM_LANES = 4;
     float minima[NUM_LANES] = {INFINITE, INFINITE, INFINITE, INFINITE};
-    const float* costs = mBackCosts.data() + block * BLOCK_SIZE;
+    const float* costs = mBackCosts.data() + size_t{block} * BLOCK_SIZE;
     for (uint32 i = 0; i < BLOCK_SIZE; i += NUM_LANES)
     {
         for (uint32 lane = 0; lane < NUM_LANES; ++lane)

@@ -169,7 +169,8 @@ int deleteFile(const char* path)
 
 bool createTemporaryFile(char (&name)[18])
 {
-    std::strcpy(name, "/tmp/korv-XXXXXX");
+    constexpr char PATTERN[sizeof(name)] = "/tmp/korv-XXXXXX";
+    std::memcpy(name, PATTERN, sizeof(name));
     const int descriptor = ::mkstemp(name);
     if (descriptor < 0)
         return false;

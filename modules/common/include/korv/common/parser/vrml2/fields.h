@@ -51,7 +51,7 @@ public:
     const Vector<T>& get() const
     {
         static const Vector<T> none;
-        return mValues != nullptr ? mValues->mList : none;
+        return mValues == nullptr ? none : mValues->mList;
     }
     bool empty() const { return get().empty(); }
     size_t size() const { return get().size(); }

@@ -115,7 +115,7 @@ private:
     };
 
     /// For an Inlined file.
-    explicit Parser(Parser& outer);
+    explicit Parser(Parser* outer);
 
     void registerStandardNodes();
     SceneNodePtr parseFile(const BasicString& fileName, IO::FileSystem* fSystem);

@@ -20,7 +20,6 @@ namespace KORV::Common::Parser::VRML2
 namespace
 {
 using Matrix = Math::Matrix4<float>;
-using Math::Vec3;
 
 constexpr const char* EXTRACT = "KORV::Common::Parser::VRML2::MeshGen::extractGeometry";
 constexpr const char* CONVERT = "KORV::Common::Parser::VRML2::MeshGen::convertGeometry";

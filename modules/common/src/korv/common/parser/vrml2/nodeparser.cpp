@@ -50,7 +50,7 @@ NodeParser<Base>::~NodeParser() = default;
 template <class Base>
 void NodeParser<Base>::registerNode(const SharedPtr<Base>& prototype)
 {
-    const char* nodeName = prototype != nullptr ? prototype.get()->getNodeName() : nullptr;
+    const char* nodeName = prototype != nullptr ? prototype->getNodeName() : nullptr;
     if (!KORV_COMMON_ASSERT(FunctionNames<Base>::REGISTER, nodeName != nullptr, "nodeName",
                             "NULL-Pointer node name is not allowed"))
         return;
@@ -84,7 +84,7 @@ SharedPtr<Base> NodeParser<Base>::parseNode(Parser& parser)
     }
 
     statement.mType = std::move(type);
-    SharedPtr<Base> node = readBody(parser, *registered->second.get());
+    SharedPtr<Base> node = readBody(parser, *registered->second);
     if (!statement.mName.empty())
         define(parser, statement.mName, node);
     return node;
@@ -119,8 +119,8 @@ template <class Base>
         return nullptr;
     }
     parser.countNode();
-    SharedPtr<Base> node(defined->second.get()->clone(parser.getAllocator()));
-    node.get()->mHeight = defined->second.get()->mHeight;
+    SharedPtr<Base> node(defined->second->clone(parser.getAllocator()));
+    node->mHeight = defined->second->mHeight;
     return node;
 }
 

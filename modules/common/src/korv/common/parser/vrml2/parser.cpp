@@ -56,10 +56,10 @@ Parser::Parser()
     registerStandardNodes();
 }
 
-Parser::Parser(Parser& outer) : Parser()
+Parser::Parser(Parser* outer) : Parser()
 {
-    mOuter = &outer;
-    mTotals = outer.mTotals;
+    mOuter = outer;
+    mTotals = outer->mTotals;
 }
 
 Parser::~Parser() = default;
@@ -189,7 +189,7 @@ SceneNodePtr Parser::parseInline(const BasicString& url)
     try
     {
         checkInline(path);
-        const std::unique_ptr<Parser> inner(new (getAllocator()) Parser(*this));
+        const std::unique_ptr<Parser> inner(new (getAllocator()) Parser(this));
         SceneNodePtr root = inner->parseFile(path, mFileSystem);
         addChildHeight(root.get()->mHeight);
         return root;

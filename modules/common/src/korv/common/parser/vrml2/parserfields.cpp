@@ -175,7 +175,7 @@ SharedPtr<Base> Parser::readNode(NodeParser<Base>& parser)
 {
     SharedPtr<Base> node = parser.parseNode(*this);
     if (node != nullptr)
-        addChildHeight(node.get()->mHeight);
+        addChildHeight(node->mHeight);
     return node;
 }
 

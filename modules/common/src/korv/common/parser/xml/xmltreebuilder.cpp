@@ -305,7 +305,7 @@ void XMLTreeBuilder::addBlock(size_t size)
 
 Memory::Allocator& XMLTreeBuilder::getNodeMemory() const
 {
-    return mAllocator != nullptr ? *mAllocator : *getMemory();
+    return mAllocator == nullptr ? *getMemory() : *mAllocator;
 }
 
 bool XMLTreeBuilder::checkCopyStrings(const char* function) const
