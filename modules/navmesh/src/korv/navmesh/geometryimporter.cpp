@@ -17,17 +17,17 @@ using Common::Exceptions::Exception;
 GeometryImportError::Cause describe(const Exception& exception)
 {
     GeometryImportError::Cause cause;
-    cause.mMessage = exception.getMessage().c_str();
+    cause.mMessage = exception.getMessage();
     if (const auto* refused = dynamic_cast<const VRML2::VRML2ParserException*>(&exception))
     {
-        cause.mFileName = refused->getFileName().c_str();
+        cause.mFileName = refused->getFileName();
         cause.mLine = refused->getLine();
         cause.mRow = refused->getRow();
         if (!refused->getExplanation().empty())
-            cause.mMessage.append(" (").append(refused->getExplanation().c_str()).append(")");
+            cause.mMessage.append(" (").append(refused->getExplanation()).append(")");
     }
     else if (const auto* file = dynamic_cast<const Common::IO::FileException*>(&exception))
-        cause.mFileName = file->getFileName().c_str();
+        cause.mFileName = file->getFileName();
     return cause;
 }
 

@@ -308,7 +308,7 @@ void NavMeshConnector::splitSide(uint32 side, const Match& split)
     const Vec3<float> end = vertices[static_cast<uint32>(lists.mCorners[lists.getNext(side)])];
     for (uint32 i = 0; i < split.mNumCuts; ++i)
     {
-        const ptrdiff_t place = static_cast<ptrdiff_t>(side + 1 + i);
+        const ptrdiff_t place = static_cast<ptrdiff_t>(side) + 1 + i;
         mCorners.insert(mCorners.begin() + place, static_cast<int32>(vertices.size()));
         mNeighbours.insert(mNeighbours.begin() + place, OPEN);
         vertices.push_back(start + (end - start) * split.mCuts[i]);

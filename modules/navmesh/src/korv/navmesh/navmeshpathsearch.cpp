@@ -104,6 +104,7 @@ NavMeshPathSearch::NavMeshPathSearch(const SharedPtr<NavMeshContainer>& navMesh)
 
 NavMeshPathSearch::NavMeshPathSearch(const NavMeshPathSearch& other) = default;
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment): every member handles it
 NavMeshPathSearch& NavMeshPathSearch::operator=(const NavMeshPathSearch& other)
 {
     // the engine's memory is the mesh's allocator's: it must go before the mesh

@@ -140,7 +140,8 @@ bool PlaceGrid::Builder::plan(Grid& grid, const List& list, const SearchBox& reg
         if (axis < numAxes && extents[axis] > 0.0)
             ratios[axis] = extents[axis] / std::max(sums[axis] / count, 1e-6 * extents[axis]);
     }
-    for (double wanted = CELLS_PER_ITEM * count; wanted >= 2.0; wanted *= 0.7)
+    double wanted = CELLS_PER_ITEM * count;
+    while (wanted >= 2.0)
     {
         const double growth = std::pow(wanted / (ratios[0] * ratios[1] * ratios[2]), 1.0 / numAxes);
         double numCells = 1.0;
@@ -155,6 +156,7 @@ bool PlaceGrid::Builder::plan(Grid& grid, const List& list, const SearchBox& reg
         const double numMet = countCells(grid, list, region);
         if (numMet <= MAX_CELLS_PER_BOX * count)
             return numMet <= 0.5 * numCells * count;
+        wanted *= 0.7;
     }
     return false;
 }

@@ -169,7 +169,7 @@ void SurfaceSheets::makeSheets(uint32 brick, Vector<SurfaceSheet>& sheets) const
         sheet.mLevel = static_cast<uint16>(level);
         sheet.mVoxels = source.mWalkable[level];
         if (sheet.mVoxels != 0)
-            addByHeight(hasManyTypes ? types + level * PlaneBits::NUM_BITS : nullptr, column, sheet, sheets);
+            addByHeight(hasManyTypes ? types + size_t{level} * PlaneBits::NUM_BITS : nullptr, column, sheet, sheets);
     }
 }
 
