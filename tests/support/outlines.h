@@ -37,7 +37,7 @@ inline Outline star(uint32 seed, int corners, float innerRadius = 1.0f, float ou
     return outline;
 }
 
-/// A corridor of width 1 that turns inwards at right angles.
+/// A corridor of width 1/2 that turns inwards at right angles.
 inline Outline spiral(int turns)
 {
     Outline outer;
@@ -48,7 +48,7 @@ inline Outline spiral(int turns)
     {
         outer.insert(outer.end(),
                      {{turn == 0 ? low : low - 1.0f, low, 0}, {high, low, 0}, {high, high, 0}, {low, high, 0}});
-        inner.insert(inner.end(), {{turn == 0 ? low : low, low + 0.5f, 0},
+        inner.insert(inner.end(), {{turn == 0 ? low : low - 0.5f, low + 0.5f, 0},
                                    {high - 0.5f, low + 0.5f, 0},
                                    {high - 0.5f, high - 0.5f, 0},
                                    {low + 0.5f, high - 0.5f, 0}});
@@ -296,7 +296,7 @@ inline Field pillarHall(uint32 seed, int pillarsAcross, int spacing, float halfE
 inline Field comb(uint32 seed, int teeth, int length)
 {
     std::mt19937 random(seed);
-    Field field(static_cast<size_t>(length + 2), std::vector<char>(static_cast<size_t>(2 * teeth + 1), 0));
+    Field field(static_cast<size_t>(length) + 2, std::vector<char>(2 * static_cast<size_t>(teeth) + 1, 0));
     for (char& cell : field[0])
         cell = 1;
     for (int tooth = 0; tooth <= teeth; ++tooth)
