@@ -318,6 +318,7 @@ KORV_TEST(ThreadPool, startsOnDemandWithTheFirstTask)
         }
         memory->mFailAfter = -1;
         std::vector<std::jthread> producers;
+        producers.reserve(4);
         for (int i = 0; i < 4; ++i)
             producers.emplace_back([&] { pool->appendTask(new (pool->getAllocator()) CountTask(count)); });
         producers.clear();

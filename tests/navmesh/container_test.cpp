@@ -135,8 +135,8 @@ KORV_TEST(Container, memoryEstimateAddsUp)
     mesh->mHeight.resize(2);
     const size_t node = sizeof(NavMeshContainer::NavNode) + 32;
     EXPECT_EQ(mesh->getMemoryUsage(0), node);
-    EXPECT_EQ(mesh->getMemoryUsage(),
-              sizeof(NavMeshContainer) + node + 5 * 12 + 2 * 4 + 3 * sizeof(CharacterInfo) + 2 * sizeof(SurfaceType));
+    EXPECT_EQ(mesh->getMemoryUsage(), sizeof(NavMeshContainer) + node + 5 * sizeof(Vec3<float>) + 2 * sizeof(float) +
+                                          3 * sizeof(CharacterInfo) + 2 * sizeof(SurfaceType));
     EXPECT_EQ(mesh->getMemoryUsage(1), 0u);
     EXPECT_EQ(mesh->getMemoryUsage(-1), 0u);
 }

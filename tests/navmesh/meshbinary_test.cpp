@@ -310,7 +310,7 @@ TEST_F(MeshBinary, whatTheFormCannotHoldIsRefusedBeforeAnythingIsWritten)
     {
         const StreamPtr stream = createStream();
         expectThrow<ArgumentException>([&] { NavMeshSerializer::writeNavMeshBinary(fileName, mesh, ENDIAN_LITTLE); });
-        const std::string message = expectThrow<ArgumentException>([&] { mesh->writeToBinary(stream, ENDIAN_LITTLE); });
+        std::string message = expectThrow<ArgumentException>([&] { mesh->writeToBinary(stream, ENDIAN_LITTLE); });
         EXPECT_EQ(stream->getLength(), 0u);
         return message;
     };

@@ -134,7 +134,8 @@ inline void fillRandomField(VoxelScene& scene, int32 size, uint32 seed)
     for (int32 level = 0; level < levels; ++level)
     {
         std::vector<int> cells(static_cast<size_t>(size) * static_cast<size_t>(size), 1);
-        const auto at = [&](int32 u, int32 v) -> int& { return cells[static_cast<size_t>(v * size + u)]; };
+        const auto at = [&](int32 u, int32 v) -> int&
+        { return cells[static_cast<size_t>(v) * static_cast<size_t>(size) + static_cast<size_t>(u)]; };
         const int32 sparsity = 1 + below(30);
         for (int& cell : cells)
             cell = below(sparsity + 1) == 0 && below(3) != 0 ? 0 : 1;

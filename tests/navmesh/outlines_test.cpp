@@ -203,7 +203,7 @@ KORV_TEST(Outlines, stayWithinTheBranchesOfTheSplitDepth)
         for (const SurfacePolygon& outline : outlines)
         {
             EXPECT_EQ(outline.mPoints.size(), 4u);
-            EXPECT_EQ(doubleAreaInCubes(outline, UP_Z), 2 * 256 / static_cast<int64>(row.mSurfaces));
+            EXPECT_EQ(doubleAreaInCubes(outline, UP_Z), int64{2} * 256 / static_cast<int64>(row.mSurfaces));
         }
     }
 }

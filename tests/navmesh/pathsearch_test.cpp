@@ -35,7 +35,7 @@ MeshPtr createMesh()
 /// node far off.
 MeshPtr createField(uint32 size, std::mt19937& random)
 {
-    const MeshPtr mesh = createMesh();
+    MeshPtr mesh = createMesh();
     const auto chance = [&random](uint32 percent) { return random() % 100 < percent; };
     const auto offset = [&random] { return static_cast<float>(random() % 1000) / 3000.0f; };
     const bool regular = chance(30);
@@ -132,7 +132,7 @@ int runAll(NavMeshPathSearch& search, uint32 slice)
 /// Squares in a row, linked both ways.
 MeshPtr createRow(int32 numNodes)
 {
-    const MeshPtr mesh = createMesh();
+    MeshPtr mesh = createMesh();
     for (int32 i = 0; i < numNodes; ++i)
     {
         const auto x = static_cast<float>(2 * i);

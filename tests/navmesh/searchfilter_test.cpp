@@ -219,7 +219,7 @@ void checkScene(const char* name, Scenes::Scene scene, float cubeSize, uint32 nu
 /// Squares of side 2 in a row along x, linked both ways, at these heights.
 MeshPtr createStairs(const std::vector<float>& heights)
 {
-    const MeshPtr mesh(new (Common::Interface::getSharedAllocator()) NavMeshContainer);
+    MeshPtr mesh(new (Common::Interface::getSharedAllocator()) NavMeshContainer);
     mesh->mNormal = {0.0f, 0.0f, 1.0f};
     mesh->mXAxis = {1.0f, 0.0f, 0.0f};
     mesh->mYAxis = {0.0f, 1.0f, 0.0f};

@@ -72,7 +72,7 @@ NavMeshWay findWay(const MeshPtr& mesh, const Vec3<float>& start, const Vec3<flo
 /// The corridor as a mesh in a turned frame, and the path through it.
 MeshPtr createMesh(const Corridor& corridor, Path& path, Vec3<float>& start, Vec3<float>& end)
 {
-    const MeshPtr mesh = createMesh();
+    MeshPtr mesh = createMesh();
     mesh->mNormal = normalised(Vec3<float>(1.0f, 2.0f, 3.0f));
     mesh->mXAxis = normalised(cross(mesh->mNormal, Vec3<float>(1.0f, 0.0f, 0.0f)));
     mesh->mYAxis = cross(mesh->mNormal, mesh->mXAxis);

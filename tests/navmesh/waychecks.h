@@ -146,6 +146,7 @@ inline void checkWay(const NavMeshContainer& mesh, const std::vector<NavMeshPath
 {
     checkCrossings(mesh, path, way);
     std::vector<int32> nodes;
+    nodes.reserve(path.size() + 1);
     for (const NavMeshPathChunk& chunk : path)
         nodes.push_back(chunk.mNodeID);
     nodes.push_back(way.mPoints.back().mNodeID);

@@ -71,7 +71,7 @@ std::string expectThrow(Action&& action)
     }
     catch (X* error)
     {
-        const std::string message(error->getMessage().c_str());
+        std::string message(error->getMessage().c_str());
         delete error;
         return message;
     }

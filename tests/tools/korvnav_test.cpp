@@ -54,7 +54,7 @@ std::string turnedFloor(const std::string& up)
 
 Json parse(const std::string& text)
 {
-    const Json json = Json::parse(text, nullptr, false);
+    Json json = Json::parse(text, nullptr, false);
     EXPECT_FALSE(json.is_discarded()) << text;
     return json;
 }

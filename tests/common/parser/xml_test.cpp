@@ -58,8 +58,8 @@ std::string refusal(std::string_view document)
     }
     catch (XMLParserException* error)
     {
-        const std::string text = std::string(error->getMessage().c_str()) + " @" + std::to_string(error->getLine()) +
-                                 ":" + std::to_string(error->getRow());
+        std::string text = std::string(error->getMessage().c_str()) + " @" + std::to_string(error->getLine()) + ":" +
+                           std::to_string(error->getRow());
         delete error;
         return text;
     }
@@ -384,13 +384,15 @@ KORV_TEST(Xml, builderMisuseIsReportedAndChangesNothing)
         XMLTreeBuilder foreign(other);
         builder._addTree(&foreign);
     }
-    expectReports({"copyStrings\nError Message: Used without copyStrings enabled !",
-                   "copyStrings\nError Message: Used without copyStrings enabled !",
-                   "\nError Message: Unknown node type: 7", "\nError Message: Cannot set text for node of type : 2",
-                   "tree\nError Message: Tree cannot be a NULL pointer",
-                   "tree->copyStrings == copyStrings\nError Message: We cannot add a tree with a different copyStrings "
-                   "flag",
-                   "tree->mAllocator == mAllocator\nError Message: We cannot add a tree with a different allocator"});
+    expectReports({
+        "copyStrings\nError Message: Used without copyStrings enabled !",
+        "copyStrings\nError Message: Used without copyStrings enabled !",
+        "\nError Message: Unknown node type: 7",
+        "\nError Message: Cannot set text for node of type : 2",
+        "tree\nError Message: Tree cannot be a NULL pointer",
+        "tree->copyStrings == copyStrings\nError Message: We cannot add a tree with a different copyStrings flag",
+        "tree->mAllocator == mAllocator\nError Message: We cannot add a tree with a different allocator",
+    });
     EXPECT_FALSE(builder.closeElement("other"));
     EXPECT_FALSE(builder.closeElement());
     EXPECT_EQ(writtenTree(builder.getTree()), "<r>\n</r>\n");
