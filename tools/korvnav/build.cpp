@@ -321,7 +321,7 @@ void warnOfLowJumps(const BuildOptions& options)
 
 MeshPtr generate(NavMesh::NavMeshBuilder& builder, const BuildOptions& options)
 {
-    const MeshPtr mesh = guarded("the scene cannot be used: ", "", [&] { return builder.generateNavMesh(); });
+    MeshPtr mesh = guarded("the scene cannot be used: ", "", [&] { return builder.generateNavMesh(); });
     if (builder.getStatistics().mCancelled)
         Interrupt::throwIfRequested();
     if (mesh == nullptr || mesh->empty())

@@ -74,7 +74,7 @@ MeshPtr readMesh(const std::string& fileName)
         "\n  Name a mesh that 'korvnav build' wrote, or build the mesh again from its scene.";
     checkReadable(fileName);
     Reports reports(BYTE_ORDER_NOTE);
-    const MeshPtr mesh = guarded(
+    MeshPtr mesh = guarded(
         "this is no mesh that can be used: ", fileName, [&] { return readByContent(toLibrary(fileName)); }, ADVICE);
     const std::vector<std::string> troubles = reports.take();
     if (mesh == nullptr || !troubles.empty())
@@ -103,7 +103,7 @@ void saveMesh(const std::string& fileName, const MeshPtr& mesh, MeshForm form)
 
 MeshPtr readSoundMesh(const std::string& fileName)
 {
-    const MeshPtr mesh = readMesh(fileName);
+    MeshPtr mesh = readMesh(fileName);
     const std::vector<std::string> violations = findViolations(*mesh);
     if (!violations.empty())
         refuseBrokenMesh(fileName, violations);

@@ -39,7 +39,7 @@ std::string grouped(std::uint64_t value)
 
 std::string groupedDecimal(double value, int decimals)
 {
-    const std::string text = decimal(value, decimals);
+    std::string text = decimal(value, decimals);
     if (!(value >= 0.0 && value < 1e18))
         return text;
     const std::size_t point = text.find('.');

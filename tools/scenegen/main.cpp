@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -55,9 +56,8 @@ int writeScene(const Scene& scene, const std::filesystem::path& path)
         write(path, objText(scene, materials.filename().string())) && write(materials, materialText(scene));
     return written ? 0 : 1;
 }
-} // namespace
 
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     Options options;
     CLI::App app("Writes an example scene: y up, one unit is a metre.", "scenegen");
@@ -87,4 +87,18 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? 0 : 2;
     }
     return writeScene(make(options), options.mOutput);
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        return run(argc, argv);
+    }
+    catch (const std::exception& error)
+    {
+        std::cerr << "scenegen: " << error.what() << "\n";
+        return 1;
+    }
 }
