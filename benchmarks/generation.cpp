@@ -206,14 +206,14 @@ void addOptions(CLI::App& app, Options& options)
 
 int main(int argc, char** argv)
 {
-    Options options;
-    CLI::App app("Times of generations, beside the peer's on the same triangles.", "generation");
-    addOptions(app, options);
-    CLI11_PARSE(app, argc, argv);
-    if (options.mScenes.empty() && options.mFiles.empty())
-        options.mScenes = sceneNames();
     try
     {
+        Options options;
+        CLI::App app("Times of generations, beside the peer's on the same triangles.", "generation");
+        addOptions(app, options);
+        CLI11_PARSE(app, argc, argv);
+        if (options.mScenes.empty() && options.mFiles.empty())
+            options.mScenes = sceneNames();
         const Library library;
         Report report;
         for (const std::string& name : options.mScenes)

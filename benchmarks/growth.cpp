@@ -80,12 +80,9 @@ void measureCorners(const Options& options, std::ostream& out)
     out << "### Corners of one outline\n\n";
     table.print(out);
 }
-} // namespace
 
-int main(int argc, char** argv)
+void addOptions(CLI::App& app, Options& options)
 {
-    Options options;
-    CLI::App app("How time and memory of a generation grow.", "growth");
     app.add_flag("--quick", options.mQuick, "small scenes");
     app.add_option("--voxels", options.mVoxels, "voxels along the side of the floors")->delimiter(',');
     app.add_option("--pillars", options.mPillars, "pillars of the halls")->delimiter(',');
@@ -93,19 +90,31 @@ int main(int argc, char** argv)
     app.add_option("--rules", options.mRules, "rules of the generation")
         ->check(CLI::IsMember({"specified", "refined"}))
         ->capture_default_str();
-    CLI11_PARSE(app, argc, argv);
-    if (options.mVoxels.empty() && options.mPillars.empty())
-    {
-        options.mVoxels = {500, 1000, 2000};
-        options.mPillars = {25, 100, 400};
-        if (!options.mQuick)
-        {
-            options.mVoxels.insert(options.mVoxels.end(), {4000, 7000});
-            options.mPillars.push_back(1600);
-        }
-    }
+}
+
+/// The sizes that are measured when none are named.
+void addSizes(Options& options)
+{
+    if (!options.mVoxels.empty() || !options.mPillars.empty())
+        return;
+    options.mVoxels = {500, 1000, 2000};
+    options.mPillars = {25, 100, 400};
+    if (options.mQuick)
+        return;
+    options.mVoxels.insert(options.mVoxels.end(), {4000, 7000});
+    options.mPillars.push_back(1600);
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
     try
     {
+        Options options;
+        CLI::App app("How time and memory of a generation grow.", "growth");
+        addOptions(app, options);
+        CLI11_PARSE(app, argc, argv);
+        addSizes(options);
         const Library library;
         if (!options.mVoxels.empty())
             measureVoxels(options, std::cout);

@@ -276,20 +276,20 @@ void run(const Options& options)
 
 int main(int argc, char** argv)
 {
-    Options options;
-    CLI::App app("Rates of writing and reading a mesh in memory.", "persistence");
-    app.add_option("--side", options.mSide, "nodes along the side of the mesh")
-        ->check(CLI::Range(2, 1000))
-        ->capture_default_str();
-    app.add_option("--repeat", options.mRepetitions, "repetitions; medians are shown")
-        ->check(CLI::Range(1, 1000))
-        ->capture_default_str();
-    app.add_flag("--quick", options.mQuick, "a small mesh and short runs");
-    CLI11_PARSE(app, argc, argv);
-    if (options.mQuick)
-        options.mSide = std::min(options.mSide, 200u);
     try
     {
+        Options options;
+        CLI::App app("Rates of writing and reading a mesh in memory.", "persistence");
+        app.add_option("--side", options.mSide, "nodes along the side of the mesh")
+            ->check(CLI::Range(2, 1000))
+            ->capture_default_str();
+        app.add_option("--repeat", options.mRepetitions, "repetitions; medians are shown")
+            ->check(CLI::Range(1, 1000))
+            ->capture_default_str();
+        app.add_flag("--quick", options.mQuick, "a small mesh and short runs");
+        CLI11_PARSE(app, argc, argv);
+        if (options.mQuick)
+            options.mSide = std::min(options.mSide, 200u);
         run(options);
         return 0;
     }

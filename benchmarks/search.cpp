@@ -377,16 +377,16 @@ int run(const Options& options)
 
 int main(int argc, char** argv)
 {
-    Options options;
-    CLI::App app("Places and ways on meshes of growing size, beside the peer's.", "search");
-    app.add_flag("--quick", options.mQuick, "small meshes and short runs");
-    app.add_option("--repeat", options.mRepetitions, "repetitions; medians are shown")
-        ->check(CLI::Range(1, 1000))
-        ->capture_default_str();
-    app.add_option("--level", options.mLevel, "only levels with this in their names");
-    CLI11_PARSE(app, argc, argv);
     try
     {
+        Options options;
+        CLI::App app("Places and ways on meshes of growing size, beside the peer's.", "search");
+        app.add_flag("--quick", options.mQuick, "small meshes and short runs");
+        app.add_option("--repeat", options.mRepetitions, "repetitions; medians are shown")
+            ->check(CLI::Range(1, 1000))
+            ->capture_default_str();
+        app.add_option("--level", options.mLevel, "only levels with this in their names");
+        CLI11_PARSE(app, argc, argv);
         return run(options);
     }
     catch (const std::exception& error)

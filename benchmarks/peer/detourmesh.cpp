@@ -55,21 +55,25 @@ public:
 
 private:
     float tileSize() const { return static_cast<float>(TILE_CELLS) * mConfig.cs; }
+    std::size_t indexOf(int column, int row) const
+    {
+        return static_cast<std::size_t>(row) * static_cast<std::size_t>(mColumns) + static_cast<std::size_t>(column);
+    }
 
     /// Notes for each tile which triangles reach into it or its border.
     void sortTriangles()
     {
-        mIndices.resize(static_cast<std::size_t>(mColumns * mRows));
+        mIndices.resize(static_cast<std::size_t>(mColumns) * static_cast<std::size_t>(mRows));
         const float border = static_cast<float>(BORDER_CELLS) * mConfig.cs;
         for (std::size_t i = 0; i < mTriangles.mIndices.size(); i += 3)
         {
             const int* const ids = &mTriangles.mIndices[i];
             int first[2];
             int last[2];
-            for (const int axis : {0, 1})
+            for (std::size_t axis = 0; axis < 2; ++axis)
             {
                 const auto at = [&](int corner)
-                { return mTriangles.mVertices[static_cast<std::size_t>(ids[corner] * 3 + axis * 2)]; };
+                { return mTriangles.mVertices[static_cast<std::size_t>(ids[corner]) * 3 + axis * 2]; };
                 const float low = std::min({at(0), at(1), at(2)}) - border - mConfig.bmin[axis * 2];
                 const float high = std::max({at(0), at(1), at(2)}) + border - mConfig.bmin[axis * 2];
                 const int limit = (axis == 0 ? mColumns : mRows) - 1;
@@ -79,7 +83,7 @@ private:
             for (int row = first[1]; row <= last[1]; ++row)
                 for (int column = first[0]; column <= last[0]; ++column)
                 {
-                    std::vector<int>& indices = mIndices[static_cast<std::size_t>(row * mColumns + column)];
+                    std::vector<int>& indices = mIndices[indexOf(column, row)];
                     indices.insert(indices.end(), ids, ids + 3);
                 }
         }
@@ -92,13 +96,13 @@ private:
         config.width = config.height = TILE_CELLS + 2 * BORDER_CELLS;
         const float border = static_cast<float>(BORDER_CELLS) * config.cs;
         const int place[2] = {column, row};
-        for (const int axis : {0, 1})
+        for (std::size_t axis = 0; axis < 2; ++axis)
         {
             const float low = mConfig.bmin[axis * 2] + static_cast<float>(place[axis]) * tileSize();
             config.bmin[axis * 2] = low - border;
             config.bmax[axis * 2] = low + tileSize() + border;
         }
-        const std::vector<int>& indices = mIndices[static_cast<std::size_t>(row * mColumns + column)];
+        const std::vector<int>& indices = mIndices[indexOf(column, row)];
         RecastSteps steps(mTriangles, config);
         if (!steps.rasterise(indices) || !steps.filter() || !steps.compact() || !steps.distances() ||
             !steps.regions() || !steps.contours() || !steps.polygons())
