@@ -399,7 +399,8 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
         return Spread::UNKNOWN;
     const FloatLanes firstX = sameLanes(mFan.mX[0]);
     const FloatLanes firstY = sameLanes(mFan.mY[0]);
-    uint64 turnsOn = uint64(1) << (size - 1);
+    const uint64 last = uint64(1) << (size - 1);
+    uint64 turnsOn = last;
     uint64 same = 0;
     uint64 ahead = 0;
     uint64 clear = 0;
@@ -418,7 +419,7 @@ inline ChordTable::Spread ChordTable::findSteadySpread() const
         clear |= laneBits(turnOfAll > FULL_TURN) << at;
         beyond |= laneBits(turnOfAll > HALF_TURN) << at;
     }
-    const uint64 all = ~uint64(0) >> (WORD_BITS - size);
+    const uint64 all = last | (last - 1);
     ahead &= all;
     const uint64 aheadAgain = ahead & (ahead + 1); // without those before the first one that is not
     same &= all;
