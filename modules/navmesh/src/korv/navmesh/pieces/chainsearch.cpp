@@ -127,12 +127,12 @@ uint32 ChainSearch::findFirstChain(uint32 arrival, uint32 end) const
 uint32 ChainSearch::findPrevious(uint32 arrival, int32 corner)
 {
     const int32 from = mTable.arrivals()[arrival].mFrom;
-    const Progress& progress = getProgress(from, corner);
+    Progress& progress = getProgress(from, corner);
     const uint32 first = progress.mFirst;
     if (first == NONE) // no piece reaches that corner
         return NONE;
     const bool ordered = mTable.getTurns(from) != ChordTable::Turns::UNORDERED;
-    const uint32 best = ordered ? NONE : findUnorderedBest(from, corner);
+    const uint32 best = ordered ? NONE : findUnorderedBest(progress, from, corner);
     if (mServes)
         noteDoubt(arrival, corner, ordered ? first : progress.mRun);
     return best != NONE ? best : first;
@@ -185,9 +185,8 @@ bool ChainSearch::isDoubtSeen(int32 corner, float cost) const
 
 /// Sides are taken in the order of their later corners: what may go on along one is not asked again for the next. A
 /// search asks in that order, too, for corners that take part afterwards: it goes on where it was.
-uint32 ChainSearch::findUnorderedBest(int32 from, int32 corner)
+uint32 ChainSearch::findUnorderedBest(Progress& progress, int32 from, int32 corner)
 {
-    Progress& progress = getProgress(from, corner);
     const uint32 end = mTable.arrivalsEnd(from);
     const ChordTable::Side* const begin = mTable.sidesBegin(from);
     const ChordTable::Side* const sidesEnd = mTable.sidesEnd(from);

@@ -119,7 +119,7 @@ private:
     uint32 findPrevious(uint32 arrival, int32 corner);
     void noteDoubt(uint32 arrival, int32 corner, uint32 run);
     int32 findOpener(uint32 arrival, int32 corner, uint32 run) const;
-    uint32 findUnorderedBest(int32 from, int32 corner);
+    uint32 findUnorderedBest(Progress& progress, int32 from, int32 corner);
     Progress& getProgress(int32 from, int32 corner);
     uint32 advance(uint32 run, uint32 end, const Vec2<float>& leaving) const;
     bool priceSeen(float& cost, uint32 chain, uint32 end);

@@ -17,8 +17,7 @@ namespace KORV::NavMesh
 namespace
 {
 constexpr uint32 TRIANGLES_PER_REPORT = 2048;
-/// Below either the workers' help isn't worth waking them.
-constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
+/// Below that the workers' help isn't worth waking them.
 constexpr uint32 DEPTH_FOR_WORKERS = 8;
 /// With workers blocks lie so many levels below the root at least, if that leaves bricks in them: all must get some.
 constexpr uint32 LEVELS_FOR_WORKERS = 2;
@@ -48,7 +47,7 @@ DirectInsertion::DirectInsertion(const Vector<GeometryInfo>& geometries, BrickOu
 
 void DirectInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
-    if (mInput.size() > TRIANGLES_BEFORE_WORKERS && depth >= DEPTH_FOR_WORKERS)
+    if (mInput.areMany() && depth >= DEPTH_FOR_WORKERS)
         mFeed.startWorkers();
     start(centre, edge, depth);
     sortTriangles();
@@ -162,12 +161,9 @@ uint32 DirectInsertion::getChild(uint32 octant, uint32 level, uint32 child)
 {
     if (mOctants[octant].mChildren[child] != 0)
         return mOctants[octant].mChildren[child];
-    const Vec3<int32>& corner = CHILD_CORNERS[child];
-    const float quarter = mEdges[level + 1] / 4.0f;
-    Vec3<float> centre = mOctants[octant].mCentre;
-    for (int axis = 0; axis < 3; ++axis)
-        centre[axis] += corner[axis] != 0 ? quarter : -quarter;
-    const uint32 added = addOctant(centre, mOctants[octant].mCorner * 2 + corner, level);
+    const Octant& parent = mOctants[octant];
+    const Vec3<float> centre = ChildCubes(parent.mCentre, mEdges[level + 1]).getCentre(child);
+    const uint32 added = addOctant(centre, parent.mCorner * 2 + CHILD_CORNERS[child], level);
     mOctants[octant].mChildren[child] = added;
     return added;
 }

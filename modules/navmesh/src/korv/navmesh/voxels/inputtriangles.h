@@ -14,6 +14,8 @@ public:
     InputTriangles(const Vector<GeometryInfo>& geometries, Common::Memory::Allocator* allocator);
 
     uint32 size() const { return mEnds.empty() ? 0 : mEnds.back(); }
+    /// Whether they are worth waking workers for.
+    bool areMany() const { return size() > 5000; }
     /// Makes room for the classes.
     void keepClasses() { mClasses.resize(size()); }
     /// Where they are kept; all zero until the host has been asked.

@@ -24,8 +24,7 @@ namespace KORV::NavMesh
 namespace
 {
 constexpr uint32 STEPS_PER_REPORT = 4096;
-/// Below both the workers' help isn't worth waking them.
-constexpr uint32 TRIANGLES_BEFORE_WORKERS = 5000;
+/// Below that, and with few triangles, the workers' help isn't worth waking them.
 constexpr uint32 VOXELS_BEFORE_WORKERS = 20000;
 /// How many triangles a block should have at most so that there is work for all workers, and may have in any case.
 constexpr uint64 FAIR_BLOCK_TRIANGLES = 1500;
@@ -43,7 +42,7 @@ VoxelInsertion::VoxelInsertion(const Vector<GeometryInfo>& geometries, VoxelOutp
 void VoxelInsertion::insert(const Vec3<float>& centre, float edge, uint32 depth)
 {
     mOrdinary = isWithinReach(centre, edge);
-    if (mInput.size() > TRIANGLES_BEFORE_WORKERS)
+    if (mInput.areMany())
         mQueue.startWorkers();
     chooseBlocks(depth);
     mInput.keepClasses();
